@@ -1,0 +1,72 @@
+#include "account/NivoProfileUtil.h"
+
+#include <stdexcept>
+
+namespace {
+
+int hexDigit(QChar c) {
+    if (c >= u'0' && c <= u'9') {
+        return c.unicode() - u'0';
+    }
+    if (c >= u'a' && c <= u'f') {
+        return c.unicode() - u'a' + 10;
+    }
+    return -1;
+}
+
+}  // namespace
+
+bool NivoProfileUtil::found(const QString& needle, const QString& text) {
+    return !needle.isEmpty() && text.contains(needle, Qt::CaseInsensitive);
+}
+
+QByteArray NivoProfileUtil::NSArrayToNSData(const QJsonArray& numbers) {
+    QByteArray bytes;
+    bytes.reserve(numbers.size());
+    for (const QJsonValue& value : numbers) {
+        if (!value.isDouble()) {
+            throw std::invalid_argument("byte array element is not a number");
+        }
+        // Truncate toward zero like an integer conversion, then keep the low byte.
+        const auto integer = static_cast<long long>(value.toDouble());
+        bytes.append(static_cast<char>(static_cast<unsigned long long>(integer) & 0xFFu));
+    }
+    return bytes;
+}
+
+std::optional<QJsonArray> NivoProfileUtil::NSDataToNSArray(const QByteArray& bytes) {
+    if (bytes.isEmpty()) {
+        return std::nullopt;
+    }
+    QJsonArray numbers;
+    for (const char byte : bytes) {
+        numbers.append(static_cast<int>(static_cast<unsigned char>(byte)));
+    }
+    return numbers;
+}
+
+QByteArray NivoProfileUtil::hexStringToByteArray(const QString& hex) {
+    const QString lower = hex.toLower();
+    QByteArray bytes;
+    if (lower.size() < 2) {
+        return bytes;
+    }
+    const qsizetype pairs = lower.size() / 2;
+    bytes.reserve(pairs);
+    for (qsizetype k = 0; k < pairs; ++k) {
+        unsigned value = 0;
+        for (const QChar digit : QStringView(lower).mid(2 * k, 2)) {
+            const int nibble = hexDigit(digit);
+            if (nibble < 0) {
+                break;
+            }
+            value = value * 16 + static_cast<unsigned>(nibble);
+        }
+        bytes.append(static_cast<char>(value & 0xFFu));
+    }
+    return bytes;
+}
+
+QString NivoProfileUtil::byteArrayToHexString(const QByteArray& bytes) {
+    return QString::fromLatin1(bytes.toHex());
+}

@@ -1,0 +1,128 @@
+#include "net/HttpRequest.h"
+
+#include <QEventLoop>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QSslConfiguration>
+#include <QStringDecoder>
+
+using namespace Qt::Literals::StringLiterals;
+
+const QString HttpRequest::kConnectionFailure = u"A connection failure occurred"_s;
+const QString HttpRequest::kTimedOut = u"The request timed out"_s;
+const QString HttpRequest::kAnswerTooLarge = u"The server's answer is too large."_s;
+
+namespace {
+
+bool isConnectionFailure(QNetworkReply::NetworkError error) {
+    switch (error) {
+        case QNetworkReply::ConnectionRefusedError:
+        case QNetworkReply::RemoteHostClosedError:
+        case QNetworkReply::HostNotFoundError:
+        case QNetworkReply::SslHandshakeFailedError:
+        case QNetworkReply::TemporaryNetworkFailureError:
+        case QNetworkReply::NetworkSessionFailedError:
+        case QNetworkReply::UnknownNetworkError:
+        case QNetworkReply::ProxyConnectionRefusedError:
+        case QNetworkReply::ProxyConnectionClosedError:
+        case QNetworkReply::ProxyNotFoundError:
+        case QNetworkReply::ProxyTimeoutError:
+            return true;
+        default:
+            return false;
+    }
+}
+
+// Protocol-level answers (4xx, 5xx) still carry a body the caller reads.
+bool isHttpStatusError(QNetworkReply::NetworkError error) {
+    return (error >= QNetworkReply::ContentAccessDenied && error <= QNetworkReply::UnknownContentError) ||
+           (error >= QNetworkReply::ProtocolUnknownError && error <= QNetworkReply::ProtocolFailure) ||
+           (error >= QNetworkReply::InternalServerError && error <= QNetworkReply::UnknownServerError);
+}
+
+}  // namespace
+
+QByteArray HttpRequest::encodeForm(const Fields& fields) {
+    QByteArray body;
+    for (const auto& [name, value] : fields) {
+        if (!body.isEmpty()) {
+            body += '&';
+        }
+        body += QUrl::toPercentEncoding(name) + '=' + QUrl::toPercentEncoding(value);
+    }
+    return body;
+}
+
+QString HttpRequest::decodeBody(const QByteArray& body, const QByteArray& contentType) {
+    QByteArray charset;
+    for (const QByteArray& parameter : contentType.split(';')) {
+        const QByteArray trimmed = parameter.trimmed();
+        if (trimmed.toLower().startsWith("charset=")) {
+            charset = trimmed.mid(8).trimmed();
+            if (charset.size() >= 2 && charset.startsWith('"') && charset.endsWith('"')) {
+                charset = charset.mid(1, charset.size() - 2);
+            }
+        }
+    }
+    QString text;
+    QStringDecoder decoder(charset.isEmpty() ? "ISO-8859-1" : charset.constData(),
+                           QStringConverter::Flag::Stateless);
+    if (decoder.isValid()) {
+        text = decoder.decode(body);
+        if (decoder.hasError()) {
+            return {};
+        }
+    } else {
+        // A charset nobody knows: read the bytes as ISO 8859-1 rather than lose the answer.
+        text = QString::fromLatin1(body);
+    }
+    // An empty answer is still an answer, not a missing one.
+    return text.isNull() ? u""_s : text;
+}
+
+HttpRequest::Result HttpRequest::postForm(const QUrl& url, const Fields& fields,
+                                          const Options& options) {
+    QNetworkAccessManager manager;
+    QNetworkRequest request(url);
+    request.setHeader(QNetworkRequest::ContentTypeHeader,
+                      u"application/x-www-form-urlencoded; charset=utf-8"_s);
+    request.setTransferTimeout(options.timeoutMs);
+    QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+    tls.addCaCertificates(options.extraCaCertificates);
+    tls.setPeerVerifyMode(QSslSocket::VerifyPeer);
+    request.setSslConfiguration(tls);
+
+    QNetworkReply* reply = manager.post(request, encodeForm(fields));
+    bool tooLarge = false;
+    QEventLoop loop;
+    QObject::connect(reply, &QNetworkReply::downloadProgress, &loop,
+                     [reply, &tooLarge](qint64 received, qint64 total) {
+                         if (received > kMaxAnswerBytes || total > kMaxAnswerBytes) {
+                             tooLarge = true;
+                             reply->abort();
+                         }
+                     });
+    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    if (!reply->isFinished()) {
+        loop.exec();
+    }
+
+    Result result;
+    const QNetworkReply::NetworkError error = reply->error();
+    if (tooLarge) {
+        result.error = kAnswerTooLarge;
+    } else if (error == QNetworkReply::OperationCanceledError ||
+               error == QNetworkReply::TimeoutError) {
+        result.error = kTimedOut;
+    } else if (isConnectionFailure(error)) {
+        result.error = kConnectionFailure;
+    } else if (error != QNetworkReply::NoError && !isHttpStatusError(error)) {
+        result.error = reply->errorString();
+    } else {
+        result.body = decodeBody(reply->readAll(),
+                                 reply->rawHeader("Content-Type"));
+    }
+    delete reply;
+    return result;
+}

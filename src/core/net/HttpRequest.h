@@ -1,0 +1,46 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QPair>
+#include <QSslCertificate>
+#include <QString>
+#include <QUrl>
+
+// Synchronous HTTPS form requests, for use from a worker thread (or a thread that may block).
+// TLS is always verified, against the system's CAs plus any extra CAs given.
+class HttpRequest {
+public:
+    using Fields = QList<QPair<QString, QString>>;
+
+    static constexpr int kDefaultTimeoutMs = 10'000;
+    static constexpr qint64 kMaxAnswerBytes = 1024 * 1024;
+
+    // Error descriptions that callers compare against.
+    static const QString kConnectionFailure;
+    static const QString kTimedOut;
+    static const QString kAnswerTooLarge;
+
+    struct Result {
+        QString error;  // empty when the request completed
+        QString body;   // decoded answer; null when the bytes do not decode in the named charset
+        [[nodiscard]] bool failed() const { return !error.isEmpty(); }
+    };
+
+    struct Options {
+        QList<QSslCertificate> extraCaCertificates;  // trusted beside the system's CAs
+        int timeoutMs = kDefaultTimeoutMs;           // longest wait without progress
+    };
+
+    // POSTs the fields in order as "application/x-www-form-urlencoded; charset=utf-8" (empty
+    // values included) and waits for the answer. The HTTP status is not looked at: an answer is
+    // an answer.
+    [[nodiscard]] static Result postForm(const QUrl& url, const Fields& fields,
+                                         const Options& options);
+
+    // The form body as sent, for tests and servers that want to agree with it.
+    [[nodiscard]] static QByteArray encodeForm(const Fields& fields);
+    // Decodes a body with the charset named by a Content-Type value, else ISO 8859-1. Null when
+    // the bytes are not valid in that charset.
+    [[nodiscard]] static QString decodeBody(const QByteArray& body, const QByteArray& contentType);
+};

@@ -1,0 +1,54 @@
+#include <gtest/gtest.h>
+
+#include <QJsonDocument>
+
+#include "account/NivoProfileUtil.h"
+
+namespace {
+
+QJsonArray json(const char* text) {
+    return QJsonDocument::fromJson(text).array();
+}
+
+TEST(NivoProfileUtilTest, FoundIgnoresCaseAndPosition) {
+    EXPECT_TRUE(NivoProfileUtil::found(QStringLiteral("wrong password"),
+                                       QStringLiteral("{\"profile\":WRONG PASSWORD for alice}")));
+    EXPECT_TRUE(NivoProfileUtil::found(QStringLiteral("is not"), QStringLiteral("is not here")));
+    EXPECT_FALSE(NivoProfileUtil::found(QStringLiteral("wrong password"),
+                                        QStringLiteral("wrong  password")));
+    EXPECT_FALSE(NivoProfileUtil::found(QString(), QStringLiteral("anything")));
+}
+
+TEST(NivoProfileUtilTest, NumbersBecomeTheirLowBytes) {
+    EXPECT_EQ(NivoProfileUtil::NSArrayToNSData(json("[48, 130, 256, -1, 511, 7.9]")),
+              QByteArray::fromHex("308200ffff07"));
+    EXPECT_TRUE(NivoProfileUtil::NSArrayToNSData(json("[]")).isEmpty());
+    EXPECT_THROW((void)NivoProfileUtil::NSArrayToNSData(json("[1, \"2\"]")), std::invalid_argument);
+    EXPECT_THROW((void)NivoProfileUtil::NSArrayToNSData(json("[1, null]")), std::invalid_argument);
+}
+
+TEST(NivoProfileUtilTest, BytesBecomeUnsignedNumbersAndEmptyIsAbsent) {
+    EXPECT_FALSE(NivoProfileUtil::NSDataToNSArray({}).has_value());
+    EXPECT_EQ(NivoProfileUtil::NSDataToNSArray(QByteArray::fromHex("ff0080")), json("[255,0,128]"));
+    const QByteArray all = [] {
+        QByteArray b;
+        for (int i = 0; i < 256; ++i) {
+            b.append(static_cast<char>(i));
+        }
+        return b;
+    }();
+    EXPECT_EQ(NivoProfileUtil::NSArrayToNSData(*NivoProfileUtil::NSDataToNSArray(all)), all);
+}
+
+TEST(NivoProfileUtilTest, HexConversions) {
+    EXPECT_EQ(NivoProfileUtil::hexStringToByteArray(QStringLiteral("A1b")), QByteArray("\xa1"));
+    EXPECT_TRUE(NivoProfileUtil::hexStringToByteArray(QStringLiteral("f")).isEmpty());
+    EXPECT_TRUE(NivoProfileUtil::hexStringToByteArray(QString()).isEmpty());
+    EXPECT_EQ(NivoProfileUtil::hexStringToByteArray(QStringLiteral("00FFzz1z")),
+              QByteArray::fromHex("00ff0001"));
+    EXPECT_EQ(NivoProfileUtil::byteArrayToHexString(QByteArray::fromHex("0aff")),
+              QStringLiteral("0aff"));
+    EXPECT_EQ(NivoProfileUtil::byteArrayToHexString({}), QString());
+}
+
+}  // namespace

@@ -1,0 +1,135 @@
+// The form request against a scripted HTTPS server on 127.0.0.1: what goes out, how answers are
+// decoded, and which failures get which description.
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QProcess>
+#include <QSslCertificate>
+#include <QTcpServer>
+#include <QTemporaryDir>
+
+#include "ScriptedHttpsServer.h"
+#include "net/HttpRequest.h"
+
+namespace {
+
+QList<QSslCertificate> devCommCas() {
+    QList<QSslCertificate> cas;
+    for (const char* name : {"comm-root.cer", "comm-intermediate.cer"}) {
+        QFile file(QStringLiteral(NIVOGX_SOURCE_DIR "/certs/dev/") + QString::fromLatin1(name));
+        EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << name;
+        cas.append(QSslCertificate(file.readAll(), QSsl::Der));
+    }
+    return cas;
+}
+
+class HttpRequestTest : public ::testing::Test {
+protected:
+    HttpRequest::Result post(const HttpRequest::Fields& fields, int timeoutMs = 5000) {
+        return HttpRequest::postForm(QUrl(server.baseUrl() + QStringLiteral("/nivo/GetId.aspx")),
+                                     fields, {devCommCas(), timeoutMs});
+    }
+
+    ScriptedHttpsServer server;
+};
+
+TEST_F(HttpRequestTest, SendsFieldsInOrderUtf8EncodedWithEmptyOnesIncluded) {
+    server.answer("ok", "text/plain");
+    const auto result = post({{QStringLiteral("logInName"), QStringLiteral("Zoë & co=1+1")},
+                              {QStringLiteral("logInPassword"), QString()},
+                              {QStringLiteral("logInNameToRetrieve"), QStringLiteral("bob")}});
+    ASSERT_FALSE(result.failed()) << result.error.toStdString();
+    EXPECT_EQ(result.body, QStringLiteral("ok"));
+    const auto requests = server.requests();
+    ASSERT_EQ(requests.size(), 1);
+    EXPECT_EQ(requests[0].method, "POST");
+    EXPECT_EQ(requests[0].path, "/nivo/GetId.aspx");
+    EXPECT_EQ(requests[0].headers.value("content-type"),
+              "application/x-www-form-urlencoded; charset=utf-8");
+    EXPECT_EQ(requests[0].body,
+              "logInName=Zo%C3%AB%20%26%20co%3D1%2B1&logInPassword=&logInNameToRetrieve=bob");
+}
+
+TEST_F(HttpRequestTest, BodyIsDecodedWithTheAnswersCharsetElseLatin1) {
+    const QByteArray utf8 = QStringLiteral("naïve ✓").toUtf8();
+    server.answer(utf8, "text/plain; charset=UTF-8");
+    EXPECT_EQ(post({}).body, QStringLiteral("naïve ✓"));
+
+    server.answer(utf8, "text/plain");
+    EXPECT_EQ(post({}).body, QString::fromLatin1(utf8)) << "no charset named: ISO 8859-1";
+
+    server.answer("caf\xe9", "text/plain; charset=\"iso-8859-1\"");
+    EXPECT_EQ(post({}).body, QStringLiteral("café"));
+
+    server.answer("caf\xe9", "text/plain; charset=utf-8");
+    const auto invalid = post({});
+    EXPECT_FALSE(invalid.failed());
+    EXPECT_TRUE(invalid.body.isNull()) << "bytes that do not decode give no answer text";
+
+    server.answer("", "text/plain");
+    const auto empty = post({});
+    EXPECT_FALSE(empty.body.isNull());
+    EXPECT_TRUE(empty.body.isEmpty());
+}
+
+TEST_F(HttpRequestTest, HttpErrorStatusStillDeliversTheBody) {
+    for (int status : {404, 500, 503}) {
+        server.answer("Service not available", "text/plain", status);
+        const auto result = post({});
+        EXPECT_FALSE(result.failed()) << status;
+        EXPECT_EQ(result.body, QStringLiteral("Service not available")) << status;
+    }
+}
+
+TEST_F(HttpRequestTest, SilentServerTimesOut) {
+    server.hang();
+    const auto result = post({}, 700);
+    EXPECT_EQ(result.error, QStringLiteral("The request timed out"));
+}
+
+TEST_F(HttpRequestTest, OversizedAnswerIsRefused) {
+    server.answer(QByteArray(HttpRequest::kMaxAnswerBytes + 1, 'x'), "text/plain");
+    EXPECT_EQ(post({}).error, HttpRequest::kAnswerTooLarge);
+    server.answer(QByteArray(HttpRequest::kMaxAnswerBytes, 'x'), "text/plain");
+    EXPECT_EQ(post({}).body.size(), HttpRequest::kMaxAnswerBytes);
+}
+
+TEST(HttpRequestFailureTest, UnreachableServerIsAConnectionFailure) {
+    // A port that was free a moment ago: nothing listens there now.
+    QTcpServer probe;
+    ASSERT_TRUE(probe.listen(QHostAddress::LocalHost, 0));
+    const quint16 port = probe.serverPort();
+    probe.close();
+    const auto result = HttpRequest::postForm(
+        QUrl(QStringLiteral("https://127.0.0.1:%1/nivo/GetId.aspx").arg(port)), {},
+        {devCommCas(), 5000});
+    EXPECT_EQ(result.error, QStringLiteral("A connection failure occurred"));
+}
+
+TEST(HttpRequestFailureTest, UntrustedCertificateIsAConnectionFailure) {
+    // A server whose certificate no trusted CA issued: TLS must refuse it.
+    QTemporaryDir dir;
+    const QString key = dir.filePath(QStringLiteral("key.pem"));
+    const QString cert = dir.filePath(QStringLiteral("cert.pem"));
+    QProcess openssl;
+    openssl.start(QStringLiteral("openssl"),
+                  {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
+                   QStringLiteral("ec"), QStringLiteral("-pkeyopt"),
+                   QStringLiteral("ec_paramgen_curve:P-256"), QStringLiteral("-nodes"),
+                   QStringLiteral("-keyout"), key, QStringLiteral("-out"), cert,
+                   QStringLiteral("-days"), QStringLiteral("2"), QStringLiteral("-subj"),
+                   QStringLiteral("/CN=localhost"), QStringLiteral("-addext"),
+                   QStringLiteral("subjectAltName=IP:127.0.0.1")});
+    ASSERT_TRUE(openssl.waitForFinished(30000));
+    ASSERT_EQ(openssl.exitCode(), 0) << openssl.readAllStandardError().toStdString();
+
+    ScriptedHttpsServer impostor(cert, key);
+    ASSERT_NE(impostor.port(), 0);
+    impostor.answer("{\"Pfx\":[1,2,3]}");
+    const auto result = HttpRequest::postForm(
+        QUrl(impostor.baseUrl() + QStringLiteral("/nivo/GetId.aspx")), {}, {devCommCas(), 5000});
+    EXPECT_EQ(result.error, QStringLiteral("A connection failure occurred"));
+    EXPECT_TRUE(result.body.isEmpty());
+}
+
+}  // namespace
