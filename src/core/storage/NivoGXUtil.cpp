@@ -330,6 +330,10 @@ QString NivoGXUtil::importContactMapping(const QString& path) {
 
 void NivoGXUtil::writeToLog(const QString& operationType, const QString& filePath,
                             const QStringList& recipients, const QString& status) {
+    // Nobody has signed in yet: there is no log to write to.
+    if (logPath().isEmpty()) {
+        return;
+    }
     ActivityLog(logPath()).writeToLog(operationType, filePath, recipients, status);
 }
 
