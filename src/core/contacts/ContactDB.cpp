@@ -97,7 +97,8 @@ void ContactDB::initDB(const QString& path) {
     if (!db.isOpen()) {
         return;
     }
-    for (const SqlText sql : {kCreateContact, kCreatePreset, kCreatePresetMapping, kCreateNivoProfile}) {
+    for (const SqlText sql :
+         {kCreateContact, kCreatePreset, kCreatePresetMapping, kCreateNivoProfile}) {
         db.execute(sql);
     }
 }

@@ -76,7 +76,8 @@ public:
     void importContactMappingDB(const QString& path) const;
     // Reads the profile out of a profile file and checks it against the name and password the
     // user typed. StatusText is empty on success, else the message to show.
-    [[nodiscard]] static NivoProfile importProfileDB(const QString& path, const QString& currentUser,
+    [[nodiscard]] static NivoProfile importProfileDB(const QString& path,
+                                                     const QString& currentUser,
                                                      const QString& password,
                                                      const CertificateFromPfx& certificateFromPfx);
 

@@ -32,8 +32,8 @@ public:
 
     // The line written for an event at `when`, its month abbreviated as the current locale does.
     [[nodiscard]] static QString formatLine(const QDateTime& when, const QString& operationType,
-                                            const QString& filePath,
-                                            const QStringList& recipients, const QString& status);
+                                            const QString& filePath, const QStringList& recipients,
+                                            const QString& status);
 
 private:
     QString m_path;

@@ -1,7 +1,8 @@
 #include "sqlite/SqliteDatabase.h"
 
-#include <QFile>
 #include <sqlite3.h>
+
+#include <QFile>
 
 void SqliteDatabase::Closer::operator()(sqlite3* connection) const noexcept {
     // Waits for any statement still alive instead of failing with "busy".
@@ -9,8 +10,8 @@ void SqliteDatabase::Closer::operator()(sqlite3* connection) const noexcept {
 }
 
 SqliteDatabase::SqliteDatabase(const QString& path, Mode mode) {
-    const int flags = mode == Mode::ReadOnly ? SQLITE_OPEN_READONLY
-                                             : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    const int flags =
+        mode == Mode::ReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
     sqlite3* connection = nullptr;
     const int result =
         sqlite3_open_v2(QFile::encodeName(path).constData(), &connection, flags, nullptr);

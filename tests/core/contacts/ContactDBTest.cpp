@@ -68,12 +68,15 @@ TEST_F(ContactDBTest, CreatesExactlyTheFourTablesAndKeepsDataWhenOpenedAgain) {
 }
 
 TEST_F(ContactDBTest, AnAccountNameInAnotherLetterCaseUpdatesTheStoredRow) {
-    const qint64 bob = db.addContact(contact(QStringLiteral("Bob.Smith"), QStringLiteral("Bob"), "B1"));
-    const qint64 emile = db.addContact(contact(QStringLiteral("ÉMILE"), QStringLiteral("Émile"), "E"));
+    const qint64 bob =
+        db.addContact(contact(QStringLiteral("Bob.Smith"), QStringLiteral("Bob"), "B1"));
+    const qint64 emile =
+        db.addContact(contact(QStringLiteral("ÉMILE"), QStringLiteral("Émile"), "E"));
     EXPECT_GT(bob, 0);
     EXPECT_NE(bob, emile);
 
-    EXPECT_EQ(db.addContact(contact(QStringLiteral("BOB.SMITH"), QStringLiteral("Robert"), "B2")), bob);
+    EXPECT_EQ(db.addContact(contact(QStringLiteral("BOB.SMITH"), QStringLiteral("Robert"), "B2")),
+              bob);
     EXPECT_EQ(db.contactExists(QStringLiteral("bob.SMITH")), bob);
     EXPECT_EQ(db.contactExists(QStringLiteral("émile")), emile);  // beyond ASCII too
     EXPECT_EQ(db.contactExists(QStringLiteral("nobody")), -1);
@@ -128,16 +131,17 @@ TEST_F(ContactDBTest, DeletingAContactTakesItOutOfEveryPreset) {
     db.saveContactPreset({QStringLiteral("two"), {b}});
     db.deleteContact(b);
     EXPECT_EQ(names(), QStringList{QStringLiteral("a")});
-    EXPECT_EQ(db.GetContactPreset(), (QList<ContactPreset>{{QStringLiteral("one"), {a}},
-                                                          {QStringLiteral("two"), {}}}));
+    EXPECT_EQ(db.GetContactPreset(),
+              (QList<ContactPreset>{{QStringLiteral("one"), {a}}, {QStringLiteral("two"), {}}}));
 }
 
 TEST_F(ContactDBTest, TheProfileRowIsWrittenOnceAndRemovedWhole) {
     EXPECT_FALSE(db.GetNivoProfile().has_value());
     EXPECT_EQ(db.addNivoProfile(profile(QStringLiteral("Alice"), "PFX 1")), 1);
     EXPECT_EQ(db.addNivoProfile(profile(QStringLiteral("ALICE"), "PFX 2")), 1);
-    EXPECT_EQ(sqliteShell(path(), QStringLiteral("select UserID, UserNivoID, PfxData from NIVOPROFILE")),
-              QStringList{QStringLiteral("1|alice|PFX 2")});
+    EXPECT_EQ(
+        sqliteShell(path(), QStringLiteral("select UserID, UserNivoID, PfxData from NIVOPROFILE")),
+        QStringList{QStringLiteral("1|alice|PFX 2")});
     const std::optional<NivoProfile> stored = db.GetNivoProfile();
     ASSERT_TRUE(stored.has_value());
     EXPECT_EQ(stored->LoginName, QStringLiteral("alice"));
@@ -151,19 +155,20 @@ TEST_F(ContactDBTest, AProfileFileIsAcceptedOnlyForItsUserAndPassword) {
     const QString file = dir.filePath(QStringLiteral("profile.vts"));
     db.exportDB(file);
 
-    const NivoProfile ok =
-        ContactDB::importProfileDB(file, QStringLiteral("ALICE"), QStringLiteral("secret"),
-                                   certificateFromPfx);
+    const NivoProfile ok = ContactDB::importProfileDB(file, QStringLiteral("ALICE"),
+                                                      QStringLiteral("secret"), certificateFromPfx);
     EXPECT_EQ(ok.StatusText, QStringLiteral(""));
     EXPECT_EQ(ok.LoginName, QStringLiteral("alice"));
     EXPECT_EQ(ok.Pfx, QByteArray("PFX"));
     EXPECT_EQ(ok.Cer, QByteArray("CER of PFX"));
 
     EXPECT_EQ(ContactDB::importProfileDB(file, QStringLiteral("bob"), QStringLiteral("secret"),
-                                         certificateFromPfx).StatusText,
+                                         certificateFromPfx)
+                  .StatusText,
               ContactDB::kInvalidUsername);
     EXPECT_EQ(ContactDB::importProfileDB(file, QStringLiteral("alice"), QStringLiteral("wrong"),
-                                         certificateFromPfx).StatusText,
+                                         certificateFromPfx)
+                  .StatusText,
               QStringLiteral("Invalid password"));
 }
 
@@ -180,8 +185,9 @@ TEST_F(ContactDBTest, TheLastProfileRowOfAFileWinsAndUnreadableFilesAreRefused) 
         ASSERT_TRUE(shell.waitForFinished(10000));
         ASSERT_EQ(shell.exitCode(), 0);
     }
-    const NivoProfile last = ContactDB::importProfileDB(
-        copy.defaultDBPath(), QStringLiteral("Alice"), QStringLiteral("secret"), certificateFromPfx);
+    const NivoProfile last =
+        ContactDB::importProfileDB(copy.defaultDBPath(), QStringLiteral("Alice"),
+                                   QStringLiteral("secret"), certificateFromPfx);
     EXPECT_EQ(last.StatusText, QStringLiteral(""));
     EXPECT_EQ(last.Pfx, QByteArray("LAST"));
 
@@ -194,8 +200,9 @@ TEST_F(ContactDBTest, TheLastProfileRowOfAFileWinsAndUnreadableFilesAreRefused) 
     textFile.close();
     for (const QString& file : {empty, text, dir.filePath(QStringLiteral("missing.vts")), path()}) {
         // The live database has no profile row at all.
-        EXPECT_EQ(ContactDB::importProfileDB(file, QStringLiteral("alice"), QStringLiteral("secret"),
-                                             certificateFromPfx).StatusText,
+        EXPECT_EQ(ContactDB::importProfileDB(file, QStringLiteral("alice"),
+                                             QStringLiteral("secret"), certificateFromPfx)
+                      .StatusText,
                   QStringLiteral("Unable to retrieve NIVO Profile from file."))
             << file.toStdString();
     }

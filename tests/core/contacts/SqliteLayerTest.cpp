@@ -24,8 +24,9 @@ protected:
     void SetUp() override {
         SqliteDatabase db(path(), SqliteDatabase::Mode::ReadWriteCreate);
         ASSERT_TRUE(db.isOpen());
-        ASSERT_TRUE(db.execute("CREATE TABLE T(Id integer primary key autoincrement, Txt TEXT, "
-                               "Bin BLOB)"));
+        ASSERT_TRUE(
+            db.execute("CREATE TABLE T(Id integer primary key autoincrement, Txt TEXT, "
+                       "Bin BLOB)"));
     }
     QString path() const { return dir.filePath(QStringLiteral("t.db")); }
     QTemporaryDir dir;
@@ -36,10 +37,10 @@ TEST_F(SqliteLayerTest, NullAndEmptyValuesStayApartBothWays) {
         SqliteDatabase db(path(), SqliteDatabase::Mode::ReadWriteCreate);
         ASSERT_TRUE(db.execute("insert into T (Txt,Bin) values (?,?)", QString(), QByteArray()));
         EXPECT_EQ(db.lastInsertRowId(), 1);
-        ASSERT_TRUE(db.execute("insert into T (Txt,Bin) values (?,?)", QStringLiteral(""),
-                               QByteArray("")));
-        ASSERT_TRUE(db.execute("insert into T (Txt,Bin) values (?,?)",
-                               QStringLiteral("Zoë ✓"), QByteArray("\x00\x01\xff", 3)));
+        ASSERT_TRUE(
+            db.execute("insert into T (Txt,Bin) values (?,?)", QStringLiteral(""), QByteArray("")));
+        ASSERT_TRUE(db.execute("insert into T (Txt,Bin) values (?,?)", QStringLiteral("Zoë ✓"),
+                               QByteArray("\x00\x01\xff", 3)));
         EXPECT_EQ(db.lastInsertRowId(), 3);
     }
     EXPECT_EQ(sqliteShell(path(), QStringLiteral("select typeof(Txt), typeof(Bin), length(Bin) "

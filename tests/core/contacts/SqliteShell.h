@@ -10,7 +10,8 @@ inline QStringList sqliteShell(const QString& path, const QString& sql) {
     QProcess shell;
     shell.start(QStringLiteral("sqlite3"), {QStringLiteral("-readonly"), path, sql});
     if (!shell.waitForFinished(10000) || shell.exitCode() != 0) {
-        return {QStringLiteral("sqlite3 failed: ") + QString::fromUtf8(shell.readAllStandardError())};
+        return {QStringLiteral("sqlite3 failed: ") +
+                QString::fromUtf8(shell.readAllStandardError())};
     }
     return QString::fromUtf8(shell.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
 }

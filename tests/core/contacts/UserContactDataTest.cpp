@@ -75,7 +75,8 @@ TEST_F(UserContactDataTest, TheUsersDatabaseLivesInTheContactsFolderUnderTheName
     EXPECT_EQ(sqliteCount(livePath(), QStringLiteral("sqlite_master where type='table' and "
                                                      "name not like 'sqlite_%'")),
               4);
-    EXPECT_GT(NivoGXUtil::addContact(contact(QStringLiteral("bob"), QStringLiteral("Bob"), "B")), 0);
+    EXPECT_GT(NivoGXUtil::addContact(contact(QStringLiteral("bob"), QStringLiteral("Bob"), "B")),
+              0);
     EXPECT_EQ(NivoGXUtil::getNIVOIDfromCertData("B"), QStringLiteral("bob"));
 
     const QString other = backupWith(QStringLiteral("other.db"),
@@ -148,23 +149,25 @@ TEST_F(UserContactDataTest, ABackupNeverHoldsTheProfileAndTheLiveDatabaseLosesIt
 
 TEST_F(UserContactDataTest, ImportSkipsTheOwnAccountAndIncompleteRowsAndTwiceChangesNothing) {
     NivoGXUtil::addContact(contact(QStringLiteral("bob"), QStringLiteral("Old Bob"), "B-old"));
-    const QString backup = backupWith(
-        QStringLiteral("from elsewhere.cbkm"),
-        {contact(QStringLiteral("alice"), QStringLiteral("Me"), "A"),
-         contact(QStringLiteral("Bob"), QStringLiteral("Bob"), "B-new"),
-         contact(QStringLiteral("carol"), QString(), "C"),
-         contact(QStringLiteral("dave"), QStringLiteral("Dave"), QByteArray()),
-         contact(QStringLiteral("erin"), QStringLiteral("Erin"), "E")});
+    const QString backup =
+        backupWith(QStringLiteral("from elsewhere.cbkm"),
+                   {contact(QStringLiteral("alice"), QStringLiteral("Me"), "A"),
+                    contact(QStringLiteral("Bob"), QStringLiteral("Bob"), "B-new"),
+                    contact(QStringLiteral("carol"), QString(), "C"),
+                    contact(QStringLiteral("dave"), QStringLiteral("Dave"), QByteArray()),
+                    contact(QStringLiteral("erin"), QStringLiteral("Erin"), "E")});
     // A row with no account name at all cannot be made through ContactDB.
     QProcess shell;
-    shell.start(QStringLiteral("sqlite3"), {backup, QStringLiteral("insert into CONTACT (DisplayName,"
-                                                                   "CertData) values ('X', 'X')")});
+    shell.start(QStringLiteral("sqlite3"),
+                {backup, QStringLiteral("insert into CONTACT (DisplayName,"
+                                        "CertData) values ('X', 'X')")});
     ASSERT_TRUE(shell.waitForFinished(10000));
     const QByteArray before = digest(backup);
 
     EXPECT_EQ(NivoGXUtil::importContacts(backup), QStringLiteral(""));
     const QStringList once = liveRows();
-    EXPECT_EQ(once, (QStringList{QStringLiteral("1|bob|Bob|B-new"), QStringLiteral("2|erin|Erin|E")}));
+    EXPECT_EQ(once,
+              (QStringList{QStringLiteral("1|bob|Bob|B-new"), QStringLiteral("2|erin|Erin|E")}));
     EXPECT_EQ(NivoGXUtil::importContacts(backup), QStringLiteral(""));
     EXPECT_EQ(liveRows(), once);
     EXPECT_EQ(digest(backup), before);
@@ -208,9 +211,9 @@ TEST_F(UserContactDataTest, AReadOnlyBackupImportsAndStaysAsItWas) {
 TEST_F(UserContactDataTest, MappingImportTakesOverPresetsByNameWithTheirMemberIdsAsTheyStand) {
     NivoGXUtil::saveContactPreset({QStringLiteral("TEAM"), {5}});
     NivoGXUtil::saveContactPreset({QStringLiteral("mine"), {6}});
-    const QString backup = backupWith(QStringLiteral("presets.cbkm"), {},
-                                      {{QStringLiteral("Team"), {2, 1}},
-                                       {QStringLiteral("Other"), {9}}});
+    const QString backup =
+        backupWith(QStringLiteral("presets.cbkm"), {},
+                   {{QStringLiteral("Team"), {2, 1}}, {QStringLiteral("Other"), {9}}});
     EXPECT_EQ(NivoGXUtil::importContactMapping(backup), QStringLiteral(""));
     EXPECT_EQ(NivoGXUtil::GetContactPreset(),
               (QList<ContactPreset>{{QStringLiteral("team"), {2, 1}},
@@ -219,7 +222,8 @@ TEST_F(UserContactDataTest, MappingImportTakesOverPresetsByNameWithTheirMemberId
 }
 
 TEST_F(UserContactDataTest, AProfileFileCarriesContactsAndPresetsToANewDatabase) {
-    const qint64 bob = NivoGXUtil::addContact(contact(QStringLiteral("bob"), QStringLiteral("Bob"), "B"));
+    const qint64 bob =
+        NivoGXUtil::addContact(contact(QStringLiteral("bob"), QStringLiteral("Bob"), "B"));
     const qint64 carol =
         NivoGXUtil::addContact(contact(QStringLiteral("carol"), QStringLiteral("Carol"), "C"));
     NivoGXUtil::saveContactPreset({QStringLiteral("Last used contacts"), {carol, bob}});

@@ -78,10 +78,11 @@ TEST_F(ActivityLogTest, WrittenLinesReadBackInOrderAndUnreadableLinesAreSkipped)
                    {QStringLiteral("bob"), QStringLiteral("carol")}, QStringLiteral("Completed"));
     log.writeToLog(QStringLiteral("Decrypt"), QStringLiteral("/odd | name.tvf"), {},
                    QStringLiteral("Failed"));
-    log.writeToLog(QStringLiteral("Decrypt"), QStringLiteral("/b.tvf"), {}, QStringLiteral("Failed"));
-    EXPECT_EQ(QFileInfo(logPath()).permissions() &
-                  (QFileDevice::ReadGroup | QFileDevice::ReadOther),
-              QFileDevice::Permissions());
+    log.writeToLog(QStringLiteral("Decrypt"), QStringLiteral("/b.tvf"), {},
+                   QStringLiteral("Failed"));
+    EXPECT_EQ(
+        QFileInfo(logPath()).permissions() & (QFileDevice::ReadGroup | QFileDevice::ReadOther),
+        QFileDevice::Permissions());
 
     const QList<LogEntry> entries = log.getLogEntries();
     ASSERT_EQ(entries.size(), 2);
@@ -89,8 +90,12 @@ TEST_F(ActivityLogTest, WrittenLinesReadBackInOrderAndUnreadableLinesAreSkipped)
     EXPECT_EQ(entries[0].filePath, QStringLiteral("/a.txt"));
     EXPECT_EQ(entries[0].recipients, QStringLiteral("bob,carol"));
     EXPECT_EQ(entries[0].status, QStringLiteral("Completed\n"));  // the line ending stays
-    EXPECT_TRUE(QRegularExpression(QStringLiteral("^\\d{4}-\\S+-\\d{2}$")).match(entries[0].date).hasMatch());
-    EXPECT_TRUE(QRegularExpression(QStringLiteral("^\\d{2}:\\d{2}:\\d{2}$")).match(entries[0].time).hasMatch());
+    EXPECT_TRUE(QRegularExpression(QStringLiteral("^\\d{4}-\\S+-\\d{2}$"))
+                    .match(entries[0].date)
+                    .hasMatch());
+    EXPECT_TRUE(QRegularExpression(QStringLiteral("^\\d{2}:\\d{2}:\\d{2}$"))
+                    .match(entries[0].time)
+                    .hasMatch());
     EXPECT_EQ(entries[1].filePath, QStringLiteral("/b.tvf"));
     EXPECT_EQ(entries[1].recipients, QStringLiteral(""));
 
@@ -104,7 +109,8 @@ TEST_F(ActivityLogTest, WrittenLinesReadBackInOrderAndUnreadableLinesAreSkipped)
 }
 
 TEST_F(ActivityLogTest, ClearingRemovesTheFileAndTheNextWriteStartsAnew) {
-    log.writeToLog(QStringLiteral("Encrypt"), QStringLiteral("/a"), {}, QStringLiteral("Completed"));
+    log.writeToLog(QStringLiteral("Encrypt"), QStringLiteral("/a"), {},
+                   QStringLiteral("Completed"));
     log.clearLogFile();
     EXPECT_FALSE(QFile::exists(logPath()));
     EXPECT_TRUE(log.getLogEntries().isEmpty());
@@ -129,10 +135,12 @@ TEST_F(ActivityLogTest, ExportCopiesAnExistingLogOnlyAndViewingNeedsOne) {
     log.viewLog();
     EXPECT_TRUE(catcher.opened.isEmpty());
 
-    log.writeToLog(QStringLiteral("Encrypt"), QStringLiteral("/a"), {}, QStringLiteral("Completed"));
+    log.writeToLog(QStringLiteral("Encrypt"), QStringLiteral("/a"), {},
+                   QStringLiteral("Completed"));
     QFile old(copy);
     ASSERT_TRUE(old.open(QIODevice::WriteOnly));
-    old.write("an older export that is much longer than the log itself ............................");
+    old.write(
+        "an older export that is much longer than the log itself ............................");
     old.close();
     EXPECT_TRUE(log.exportLogFile(copy));
     EXPECT_EQ(contents(copy), contents(logPath()));
@@ -145,7 +153,8 @@ TEST_F(ActivityLogTest, ExportCopiesAnExistingLogOnlyAndViewingNeedsOne) {
 TEST(UserActivityLogTest, TheSignedInUsersLogIsUsedAndNobodyHasNone) {
     UserSandbox sandbox;
     NivoGXUtil::generateRequiredDirectory();
-    NivoGXUtil::writeToLog(QStringLiteral("Encrypt"), QStringLiteral("/a"), {}, QStringLiteral("x"));
+    NivoGXUtil::writeToLog(QStringLiteral("Encrypt"), QStringLiteral("/a"), {},
+                           QStringLiteral("x"));
     EXPECT_TRUE(NivoGXUtil::getLogEntries().isEmpty());
     EXPECT_FALSE(NivoGXUtil::exportLogFile(QDir(sandbox.root()).filePath(QStringLiteral("e.log"))));
 
