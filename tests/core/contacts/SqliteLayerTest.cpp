@@ -1,8 +1,7 @@
-// The thin SQLite layer: values keep the difference between NULL and empty, read-only files stay
-// untouched, and SQLite's own messages come through.
+// The thin SQLite layer: NULL and empty values stay apart, and read-only connections neither
+// create nor change files.
 #include <gtest/gtest.h>
 
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
@@ -12,97 +11,56 @@
 
 namespace {
 
-QByteArray digest(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly)
-               ? QCryptographicHash::hash(file.readAll(), QCryptographicHash::Sha256)
-               : QByteArray();
-}
-
-class SqliteLayerTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        SqliteDatabase db(path(), SqliteDatabase::Mode::ReadWriteCreate);
-        ASSERT_TRUE(db.isOpen());
-        ASSERT_TRUE(
-            db.execute("CREATE TABLE T(Id integer primary key autoincrement, Txt TEXT, "
-                       "Bin BLOB)"));
-    }
-    QString path() const { return dir.filePath(QStringLiteral("t.db")); }
+TEST(SqliteLayerTest, NullAndEmptyValuesStayApartBothWays) {
     QTemporaryDir dir;
-};
-
-TEST_F(SqliteLayerTest, NullAndEmptyValuesStayApartBothWays) {
+    const QString path = dir.filePath(QStringLiteral("t.db"));
     {
-        SqliteDatabase db(path(), SqliteDatabase::Mode::ReadWriteCreate);
-        ASSERT_TRUE(db.execute("insert into T (Txt,Bin) values (?,?)", QString(), QByteArray()));
-        EXPECT_EQ(db.lastInsertRowId(), 1);
-        ASSERT_TRUE(
-            db.execute("insert into T (Txt,Bin) values (?,?)", QStringLiteral(""), QByteArray("")));
-        ASSERT_TRUE(db.execute("insert into T (Txt,Bin) values (?,?)", QStringLiteral("Zoë ✓"),
-                               QByteArray("\x00\x01\xff", 3)));
+        SqliteDatabase db(path, SqliteDatabase::Mode::ReadWriteCreate);
+        ASSERT_TRUE(db.execute("CREATE TABLE T(Id integer primary key, Txt TEXT, Bin BLOB)"));
+        for (const auto& [text, bytes] :
+             {std::pair{QString(), QByteArray()}, std::pair{QStringLiteral(""), QByteArray("")},
+              std::pair{QStringLiteral("Zoë ✓"), QByteArray("\0\xff", 2)}}) {
+            ASSERT_TRUE(db.execute("insert into T (Txt,Bin) values (?,?)", text, bytes));
+        }
         EXPECT_EQ(db.lastInsertRowId(), 3);
     }
-    EXPECT_EQ(sqliteShell(path(), QStringLiteral("select typeof(Txt), typeof(Bin), length(Bin) "
-                                                 "from T order by Id")),
+    EXPECT_EQ(sqliteShell(path, QStringLiteral("select typeof(Txt), typeof(Bin), length(Bin) "
+                                               "from T order by Id")),
               (QStringList{QStringLiteral("null|null|"), QStringLiteral("text|blob|0"),
-                           QStringLiteral("text|blob|3")}));
+                           QStringLiteral("text|blob|2")}));
 
-    SqliteDatabase db(path(), SqliteDatabase::Mode::ReadOnly);
+    SqliteDatabase db(path, SqliteDatabase::Mode::ReadOnly);
     SqliteStatement rows = db.query("select * from T order by Id");
     ASSERT_TRUE(rows.next());
     EXPECT_TRUE(rows.columnText("Txt").isNull());
     EXPECT_TRUE(rows.columnBlob("Bin").isNull());
     ASSERT_TRUE(rows.next());
-    EXPECT_FALSE(rows.columnText("txt").isNull());  // column names ignore case
-    EXPECT_TRUE(rows.columnText("txt").isEmpty());
-    EXPECT_FALSE(rows.columnBlob("BIN").isNull());
-    EXPECT_TRUE(rows.columnBlob("BIN").isEmpty());
+    EXPECT_TRUE(rows.columnText("txt").isEmpty() && !rows.columnText("txt").isNull());
+    EXPECT_TRUE(rows.columnBlob("BIN").isEmpty() && !rows.columnBlob("BIN").isNull());
     ASSERT_TRUE(rows.next());
-    EXPECT_EQ(rows.columnInt("Id"), 3);
     EXPECT_EQ(rows.columnText("Txt"), QStringLiteral("Zoë ✓"));
-    EXPECT_EQ(rows.columnBlob("Bin"), QByteArray("\x00\x01\xff", 3));
-    EXPECT_EQ(rows.columnInt("NoSuchColumn"), 0);
-    EXPECT_TRUE(rows.columnText("NoSuchColumn").isNull());
+    EXPECT_EQ(rows.columnBlob("Bin"), QByteArray("\0\xff", 2));
     EXPECT_FALSE(rows.next());
     // Running off the end is success, not "no more rows".
     EXPECT_EQ(db.lastErrorMessage(), QStringLiteral("not an error"));
 }
 
-TEST_F(SqliteLayerTest, ReadOnlyConnectionsNeitherCreateNorChangeFiles) {
+TEST(SqliteLayerTest, ReadOnlyConnectionsNeitherCreateNorChangeFiles) {
+    QTemporaryDir dir;
     const QString missing = dir.filePath(QStringLiteral("missing.db"));
     EXPECT_FALSE(SqliteDatabase(missing, SqliteDatabase::Mode::ReadOnly).isOpen());
     EXPECT_FALSE(QFile::exists(missing));
 
-    const QByteArray before = digest(path());
+    const QString path = dir.filePath(QStringLiteral("t.db"));
+    SqliteDatabase(path, SqliteDatabase::Mode::ReadWriteCreate).execute("CREATE TABLE T(X)");
+    const QStringList before = sqliteShell(path, QStringLiteral("select count(*) from T"));
     {
-        SqliteDatabase db(path(), SqliteDatabase::Mode::ReadOnly);
-        ASSERT_TRUE(db.isOpen());
-        EXPECT_FALSE(db.execute("insert into T (Txt) values (?)", QStringLiteral("x")));
+        SqliteDatabase db(path, SqliteDatabase::Mode::ReadOnly);
+        EXPECT_FALSE(db.execute("insert into T (X) values (?)", qint64{1}));
         EXPECT_EQ(db.lastErrorMessage(), QStringLiteral("attempt to write a readonly database"));
     }
-    EXPECT_EQ(digest(path()), before);
+    EXPECT_EQ(sqliteShell(path, QStringLiteral("select count(*) from T")), before);
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{QStringLiteral("t.db")});
-}
-
-TEST_F(SqliteLayerTest, SqliteMessagesComeThroughAndFailuresAreInvalidStatements) {
-    SqliteDatabase db(path(), SqliteDatabase::Mode::ReadWriteCreate);
-    SqliteStatement rows = db.query("select * from Missing");
-    EXPECT_FALSE(rows.isValid());
-    EXPECT_FALSE(rows.next());
-    EXPECT_EQ(db.lastErrorMessage(), QStringLiteral("no such table: Missing"));
-    EXPECT_TRUE(db.execute("delete from T"));
-    EXPECT_EQ(db.lastErrorMessage(), SqliteDatabase::noErrorMessage());
-
-    const QString text = dir.filePath(QStringLiteral("notes.txt"));
-    QFile file(text);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(QByteArray(200, 'x'));
-    file.close();
-    SqliteDatabase notADatabase(text, SqliteDatabase::Mode::ReadOnly);
-    ASSERT_TRUE(notADatabase.isOpen());  // SQLite looks at the content only when asked
-    EXPECT_FALSE(notADatabase.query("select * from T").isValid());
-    EXPECT_EQ(notADatabase.lastErrorMessage(), QStringLiteral("file is not a database"));
 }
 
 }  // namespace
