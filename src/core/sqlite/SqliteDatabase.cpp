@@ -18,6 +18,10 @@ SqliteDatabase::SqliteDatabase(const QString& path, Mode mode) {
     // SQLite hands out a connection object even when opening fails; it still has to be closed.
     std::unique_ptr<sqlite3, Closer> owned(connection);
     if (result == SQLITE_OK) {
+        // The command-line tool may work on the same file at the same moment; a short wait
+        // turns its brief lock into a delay instead of a failed statement.
+        constexpr int kBusyTimeoutMs = 2000;
+        sqlite3_busy_timeout(owned.get(), kBusyTimeoutMs);
         m_connection = std::move(owned);
     }
 }
