@@ -72,8 +72,9 @@ int main(int argc, char** argv) {
     out << "contact database: " << QFileInfo(db.defaultDBPath()).size() / 1024 << " KiB\n";
     report(out, QStringLiteral("getContactList, 10,000 contacts"),
            [&db] { return db.getContactList().size(); });
-    report(out, QStringLiteral("getNIVOIDfromCertData, last of 10,000"),
-           [&db] { return db.getNIVOIDfromCertData(certificate(kContacts - 1)).size(); });
+    report(out, QStringLiteral("getNIVOIDfromCertData, last of 10,000"), [&db] {
+        return db.getNIVOIDfromCertData(certificate(kContacts - 1)).isEmpty() ? 0 : 1;
+    });
     report(out, QStringLiteral("addContact x100 (existing accounts, one connection each)"), [&db] {
         for (int i = 0; i < 100; ++i) {
             db.addContact(
