@@ -13,4 +13,8 @@ public:
 
     [[nodiscard]] static bool write(const QString& path, const QByteArray& data,
                                     QFileDevice::Permissions permissions = OwnerOnly);
+    // Copies the file at `source` to `path` the same way, replacing any file there only when the
+    // copy is complete. False, with `path` untouched, when the source cannot be read.
+    [[nodiscard]] static bool copy(const QString& source, const QString& path,
+                                   QFileDevice::Permissions permissions = OwnerOnly);
 };

@@ -6,12 +6,17 @@
 #include <QSettings>
 #include <QStandardPaths>
 
+#include "contacts/ContactDB.h"
+#include "log/ActivityLog.h"
 #include "storage/AtomicFile.h"
 #include "storage/QKKeychain.h"
 
 using namespace Qt::Literals::StringLiterals;
 
 const QString NivoGXUtil::kKeychainService = u"NIVO_GX"_s;
+const QString NivoGXUtil::kImportContactSignIn = u"Unable to import contact. Please sign in."_s;
+const QString NivoGXUtil::kImportContactMappingSignIn =
+    u"Unable to import contact mapping. Please sign in."_s;
 
 namespace {
 
@@ -32,6 +37,7 @@ struct State {
     QString certificatePath;
     QString logPath;
     std::optional<NivoProfile> profile;
+    std::optional<ContactDB> contactDB;
 };
 
 State& state() {
@@ -230,4 +236,119 @@ QString NivoGXUtil::logPath() { return state().logPath; }
 
 void NivoGXUtil::resetState() {
     state() = State{};
+}
+
+// --- the user's contact database ---
+
+QString NivoGXUtil::contactDBPath(const QString& userName) {
+    return QDir(contactsFolder()).filePath(u"Contact_"_s + userName + u".db"_s);
+}
+
+void NivoGXUtil::generateUserContactDB(const QString& userName) {
+    State& s = state();
+    s.contactDB.emplace();
+    s.contactDB->initDB(contactDBPath(userName));
+}
+
+void NivoGXUtil::replaceUserContactDB(const QString& userName, const QString& sourcePath) {
+    const QString path = contactDBPath(userName);
+    QFile::remove(path);
+    (void)AtomicFile::copy(sourcePath, path);
+}
+
+void NivoGXUtil::deleteUserContactDB(const QString& userName) {
+    QFile::remove(contactDBPath(userName));
+}
+
+QList<Contact> NivoGXUtil::getContactList() {
+    const auto& db = state().contactDB;
+    return db ? db->getContactList() : QList<Contact>();
+}
+
+QString NivoGXUtil::getNIVOIDfromCertData(const QByteArray& certData) {
+    const auto& db = state().contactDB;
+    return db ? db->getNIVOIDfromCertData(certData) : QString();
+}
+
+qint64 NivoGXUtil::addContact(const Contact& contact) {
+    const auto& db = state().contactDB;
+    return db ? db->addContact(contact) : 0;
+}
+
+void NivoGXUtil::deleteContact(qint64 id) {
+    if (const auto& db = state().contactDB) {
+        db->deleteContact(id);
+    }
+}
+
+QList<ContactPreset> NivoGXUtil::GetContactPreset() {
+    const auto& db = state().contactDB;
+    return db ? db->GetContactPreset() : QList<ContactPreset>();
+}
+
+QString NivoGXUtil::saveContactPreset(const ContactPreset& preset) {
+    const auto& db = state().contactDB;
+    return db ? db->saveContactPreset(preset) : QString();
+}
+
+// --- backup and profile files ---
+
+bool NivoGXUtil::exportContacts(const QString& path) {
+    const auto& db = state().contactDB;
+    if (!db) {
+        return false;
+    }
+    db->removeNivoProfile();
+    db->exportDB(path);
+    return true;
+}
+
+bool NivoGXUtil::exportNivoProfileDB(const QString& path, const NivoProfile& profile) {
+    const auto& db = state().contactDB;
+    if (!db || db->addNivoProfile(profile) == -1) {
+        return false;
+    }
+    db->exportDB(path);
+    return true;
+}
+
+QString NivoGXUtil::importContacts(const QString& path) {
+    const auto& db = state().contactDB;
+    return db ? db->importContactDB(path, getNivoUsername()) : kImportContactSignIn;
+}
+
+QString NivoGXUtil::importContactMapping(const QString& path) {
+    const auto& db = state().contactDB;
+    if (!db) {
+        return kImportContactMappingSignIn;
+    }
+    db->importContactMappingDB(path);
+    return u""_s;
+}
+
+// --- the user's activity log ---
+
+void NivoGXUtil::writeToLog(const QString& operationType, const QString& filePath,
+                            const QStringList& recipients, const QString& status) {
+    // Nobody has signed in yet: there is no log to write to.
+    if (logPath().isEmpty()) {
+        return;
+    }
+    ActivityLog(logPath()).writeToLog(operationType, filePath, recipients, status);
+}
+
+QList<LogEntry> NivoGXUtil::getLogEntries() {
+    return ActivityLog(logPath()).getLogEntries();
+}
+
+void NivoGXUtil::viewLog() {
+    ActivityLog(logPath()).viewLog();
+}
+
+bool NivoGXUtil::exportLogFile(const QString& destinationPath) {
+    return ActivityLog(logPath()).exportLogFile(destinationPath);
+}
+
+void NivoGXUtil::clearLogFile() {
+    ActivityLog(logPath()).clearLogFile();
 }

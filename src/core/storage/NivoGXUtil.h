@@ -1,9 +1,15 @@
 #pragma once
 
+#include <QByteArray>
+#include <QList>
 #include <QString>
+#include <QStringList>
 #include <optional>
 
 #include "account/NivoProfile.h"
+#include "contacts/Contact.h"
+#include "contacts/ContactPreset.h"
+#include "log/LogEntry.h"
 
 // The one place that decides where the signed-in user's things live: the folder tree under the
 // user's data folder, per-user file names, remembered folders, stored credentials, the current
@@ -15,6 +21,8 @@ public:
 
     // Service name of the credential record in the secret store.
     static const QString kKeychainService;
+    static const QString kImportContactSignIn;
+    static const QString kImportContactMappingSignIn;
 
     // --- folders, profile and sign-in state ---
 
@@ -64,6 +72,49 @@ public:
     [[nodiscard]] static QString pfxPath();
     [[nodiscard]] static QString certificatePath();
     [[nodiscard]] static QString logPath();
+
+    // --- the user's contact database ---
+
+    // Opens (creating when absent) the user's database and makes it the current one.
+    static void generateUserContactDB(const QString& userName);
+    // Puts a copy of `sourcePath` in place of the user's database file; the current database
+    // object keeps its path and sees the new file at its next operation.
+    static void replaceUserContactDB(const QString& userName, const QString& sourcePath);
+    static void deleteUserContactDB(const QString& userName);
+    // The user's database file, inside the contacts folder.
+    [[nodiscard]] static QString contactDBPath(const QString& userName);
+
+    // Forwarders to the current database. Without one (nobody signed in) they do nothing and
+    // return an empty list, a null string or 0.
+    [[nodiscard]] static QList<Contact> getContactList();
+    // Account name of the contact holding exactly this DER certificate; empty for a stranger.
+    // Decryption names a known sender with it.
+    [[nodiscard]] static QString getNIVOIDfromCertData(const QByteArray& certData);
+    static qint64 addContact(const Contact& contact);
+    static void deleteContact(qint64 id);
+    [[nodiscard]] static QList<ContactPreset> GetContactPreset();
+    static QString saveContactPreset(const ContactPreset& preset);
+
+    // --- backup and profile files ---
+
+    // Writes a contact backup: the profile row is first taken out of the live database so that
+    // no PKCS#12 ever leaves in a backup. False when nobody is signed in.
+    [[nodiscard]] static bool exportContacts(const QString& path);
+    // Writes the profile into the live database, then copies the database to `path`. False when
+    // nobody is signed in or the profile could not be written.
+    [[nodiscard]] static bool exportNivoProfileDB(const QString& path, const NivoProfile& profile);
+    // Empty on success, otherwise the message to show.
+    [[nodiscard]] static QString importContacts(const QString& path);
+    [[nodiscard]] static QString importContactMapping(const QString& path);
+
+    // --- the user's activity log (at logPath()) ---
+
+    static void writeToLog(const QString& operationType, const QString& filePath,
+                           const QStringList& recipients, const QString& status);
+    [[nodiscard]] static QList<LogEntry> getLogEntries();
+    static void viewLog();
+    [[nodiscard]] static bool exportLogFile(const QString& destinationPath);
+    static void clearLogFile();
 
     // Forgets every process-wide value; for tests that run several sessions in one process.
     static void resetState();

@@ -1,0 +1,86 @@
+#include "log/ActivityLog.h"
+
+#include <QDesktopServices>
+#include <QFile>
+#include <QFileInfo>
+#include <QLocale>
+#include <QUrl>
+
+#include "log/XRFileReader.h"
+#include "storage/AtomicFile.h"
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+const QString kFieldSeparator = u" | "_s;
+const QString kRecipientSeparator = u","_s;
+const QString kDateFormat = u"yyyy-MMM-dd"_s;
+const QString kTimeFormat = u"HH:mm:ss"_s;
+constexpr qsizetype kFieldCount = 6;
+
+constexpr QFileDevice::Permissions kLogPermissions =
+    QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+
+}  // namespace
+
+QString ActivityLog::formatLine(const QDateTime& when, const QString& operationType,
+                                const QString& filePath, const QStringList& recipients,
+                                const QString& status) {
+    const QLocale locale;
+    const QString date = locale.toString(when, kDateFormat);
+    const QString time = locale.toString(when, kTimeFormat);
+    return date + kFieldSeparator + time + kFieldSeparator + operationType + kFieldSeparator +
+           filePath + kFieldSeparator + recipients.join(kRecipientSeparator) + kFieldSeparator +
+           status + u'\n';
+}
+
+void ActivityLog::writeToLog(const QString& operationType, const QString& filePath,
+                             const QStringList& recipients, const QString& status) const {
+    const QByteArray line =
+        formatLine(QDateTime::currentDateTime(), operationType, filePath, recipients, status)
+            .toUtf8();
+    QFile file(m_path);
+    // Append mode keeps lines of concurrent writers whole; a file that cannot be opened loses
+    // this one line and nothing else.
+    if (file.open(QIODevice::WriteOnly | QIODevice::Append, kLogPermissions)) {
+        file.write(line);
+    }
+}
+
+QList<LogEntry> ActivityLog::getLogEntries() const {
+    QList<LogEntry> entries;
+    if (!QFileInfo::exists(m_path)) {
+        return entries;
+    }
+    const std::unique_ptr<XRFileReader> reader = XRFileReader::initWithFilePath(m_path);
+    if (!reader) {
+        return entries;
+    }
+    reader->enumerateLinesUsingBlock([&entries](const QString& line, bool&) {
+        const QStringList fields = line.split(kFieldSeparator);
+        if (fields.size() == kFieldCount) {
+            entries.append({fields[0], fields[1], fields[2], fields[3], fields[4], fields[5]});
+        }
+    });
+    return entries;
+}
+
+void ActivityLog::viewLog() const {
+    if (QFileInfo::exists(m_path)) {
+        QDesktopServices::openUrl(QUrl::fromLocalFile(m_path));
+    }
+}
+
+bool ActivityLog::exportLogFile(const QString& destination) const {
+    if (!QFileInfo::exists(m_path)) {
+        return false;
+    }
+    // A failed copy keeps whatever the user had under that name; it is not reported.
+    (void)AtomicFile::copy(m_path, destination);
+    return true;
+}
+
+void ActivityLog::clearLogFile() const {
+    QFile::remove(m_path);
+}

@@ -1,0 +1,177 @@
+// The contact database on real SQLite files: schema, contacts and presets matched in any letter
+// case, the profile row and the profile file read back, and failure values for an unusable file.
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+
+#include "SqliteShell.h"
+#include "contacts/ContactDB.h"
+
+namespace {
+
+Contact contact(const QString& nivoID, const QString& displayName, const QByteArray& cert) {
+    return {0, nivoID, displayName, cert};
+}
+
+NivoProfile profile(const QString& loginName, const QByteArray& pfx) {
+    NivoProfile p;
+    p.LoginName = loginName;
+    p.Pfx = pfx;
+    return p;
+}
+
+// Stands in for the PKCS#12 reader: only the password "secret" opens a PFX.
+QByteArray certificateFromPfx(const QByteArray& pfx, const QString& password) {
+    return password == QStringLiteral("secret") ? "CER of " + pfx : QByteArray();
+}
+
+class ContactDBTest : public ::testing::Test {
+protected:
+    void SetUp() override { db.initDB(path()); }
+    QString path() const { return dir.filePath(QStringLiteral("Contact_alice.db")); }
+
+    QTemporaryDir dir;
+    ContactDB db;
+};
+
+TEST_F(ContactDBTest, CreatesExactlyTheFourTablesAndKeepsDataWhenOpenedAgain) {
+    EXPECT_EQ(sqliteShell(path(), QStringLiteral("select sql from sqlite_master where type='table' "
+                                                 "and name not like 'sqlite_%' order by rowid")),
+              (QStringList{
+                  QStringLiteral("CREATE TABLE CONTACT(ID integer primary key autoincrement, "
+                                 "DisplayName TEXT, NivoID TEXT, CertData BLOB)"),
+                  QStringLiteral("CREATE TABLE PRESET(PresetID integer primary key "
+                                 "autoincrement,Name TEXT)"),
+                  QStringLiteral("CREATE TABLE PRESETMAPPING(PresetMappingID integer primary key "
+                                 "autoincrement, PresetID int, ID int)"),
+                  QStringLiteral("CREATE TABLE NIVOPROFILE(UserID integer primary key "
+                                 "autoincrement, UserNivoID TEXT, PfxData BLOB)")}));
+    db.addContact(contact(QStringLiteral("bob"), QStringLiteral("Bob"), "B"));
+    db.initDB(path());
+    EXPECT_EQ(db.getContactList().size(), 1);
+}
+
+TEST_F(ContactDBTest, AnAccountNameInAnotherLetterCaseUpdatesTheStoredRow) {
+    const qint64 bob =
+        db.addContact(contact(QStringLiteral("Bob.Smith"), QStringLiteral("Bob"), "B1"));
+    const qint64 emile =
+        db.addContact(contact(QStringLiteral("ÉMILE"), QStringLiteral("Émile"), "E"));
+    EXPECT_GT(bob, 0);
+    EXPECT_NE(bob, emile);
+    EXPECT_EQ(db.addContact(contact(QStringLiteral("BOB.SMITH"), QStringLiteral("Robert"), "B2")),
+              bob);
+    EXPECT_EQ(db.contactExists(QStringLiteral("émile")), emile);  // beyond ASCII too
+    EXPECT_EQ(db.contactExists(QStringLiteral("nobody")), -1);
+    EXPECT_EQ(db.getContactList(),
+              (QList<Contact>{{bob, QStringLiteral("bob.smith"), QStringLiteral("Robert"), "B2"},
+                              {emile, QStringLiteral("émile"), QStringLiteral("Émile"), "E"}}));
+}
+
+TEST_F(ContactDBTest, CertificateLookupNamesTheLaterOfTwoRows) {
+    db.addContact(contact(QStringLiteral("first"), QStringLiteral("First"), "shared cert"));
+    db.addContact(contact(QStringLiteral("second"), QStringLiteral("Second"), "shared cert"));
+    EXPECT_EQ(db.getNIVOIDfromCertData("shared cert"), QStringLiteral("second"));
+    EXPECT_EQ(db.getNIVOIDfromCertData("shared"), QStringLiteral(""));  // whole bytes only
+}
+
+TEST_F(ContactDBTest, PresetsMatchNamesInAnyCaseAndTheirMembersAreReplacedInOrder) {
+    const qint64 last = db.addPreset(QStringLiteral("Last used contacts"));
+    EXPECT_EQ(db.addPreset(QStringLiteral("LAST USED CONTACTS")), last);
+    const qint64 team = db.addPreset(QStringLiteral("ÜBER Team"));
+    EXPECT_EQ(db.addPreset(QStringLiteral("über team")), team);
+
+    EXPECT_EQ(db.saveContactPreset({QStringLiteral("Last Used Contacts"), {3, 1, 2}}),
+              QStringLiteral("not an error"));
+    EXPECT_EQ(db.saveContactPreset({QStringLiteral("Fresh"), {7}}), QStringLiteral("not an error"));
+    EXPECT_EQ(db.GetContactPreset(),
+              (QList<ContactPreset>{{QStringLiteral("last used contacts"), {3, 1, 2}},
+                                    {QStringLiteral("über team"), {}},
+                                    {QStringLiteral("fresh"), {7}}}));
+
+    EXPECT_EQ(db.saveContactPreset({QStringLiteral("last used contacts"), {}}),
+              QStringLiteral("not an error"));
+    EXPECT_TRUE(db.GetContactPreset()[0].contactThreadList.isEmpty());
+    EXPECT_EQ(sqliteCount(path(), QStringLiteral("PRESET")), 3);
+}
+
+TEST_F(ContactDBTest, DeletingAContactTakesItOutOfEveryPreset) {
+    const qint64 a = db.addContact(contact(QStringLiteral("a"), QStringLiteral("A"), "A"));
+    const qint64 b = db.addContact(contact(QStringLiteral("b"), QStringLiteral("B"), "B"));
+    db.saveContactPreset({QStringLiteral("one"), {a, b}});
+    db.saveContactPreset({QStringLiteral("two"), {b}});
+    db.deleteContact(b);
+    EXPECT_EQ(db.getContactList().size(), 1);
+    EXPECT_EQ(db.GetContactPreset(),
+              (QList<ContactPreset>{{QStringLiteral("one"), {a}}, {QStringLiteral("two"), {}}}));
+}
+
+TEST_F(ContactDBTest, TheProfileRowIsRewrittenInPlaceAndRemovedWhole) {
+    EXPECT_FALSE(db.GetNivoProfile().has_value());
+    EXPECT_EQ(db.addNivoProfile(profile(QStringLiteral("Alice"), "PFX 1")), 1);
+    EXPECT_EQ(db.addNivoProfile(profile(QStringLiteral("ALICE"), "PFX 2")), 1);
+    EXPECT_EQ(sqliteShell(path(), QStringLiteral("select * from NIVOPROFILE")),
+              QStringList{QStringLiteral("1|alice|PFX 2")});
+    EXPECT_EQ(db.GetNivoProfile()->Pfx, QByteArray("PFX 2"));
+    db.removeNivoProfile();
+    EXPECT_FALSE(db.GetNivoProfile().has_value());
+}
+
+TEST_F(ContactDBTest, AProfileFileIsAcceptedOnlyForItsUserAndPasswordAndItsLastRowWins) {
+    const QString file = dir.filePath(QStringLiteral("profile.vts"));
+    const auto import = [&file](const QString& user, const QString& password) {
+        return ContactDB::importProfileDB(file, user, password, certificateFromPfx);
+    };
+    db.addNivoProfile(profile(QStringLiteral("Alice"), "PFX"));
+    db.exportDB(file);
+    const NivoProfile ok = import(QStringLiteral("ALICE"), QStringLiteral("secret"));
+    EXPECT_EQ(ok.StatusText, QStringLiteral(""));
+    EXPECT_EQ(ok.LoginName, QStringLiteral("alice"));
+    EXPECT_EQ(ok.Cer, QByteArray("CER of PFX"));
+    EXPECT_EQ(import(QStringLiteral("bob"), QStringLiteral("secret")).StatusText,
+              QStringLiteral("Invalid Username"));
+    EXPECT_EQ(import(QStringLiteral("alice"), QStringLiteral("wrong")).StatusText,
+              QStringLiteral("Invalid password"));
+
+    // This program always rewrites row 1; a second row can only come from elsewhere.
+    QProcess shell;
+    shell.start(QStringLiteral("sqlite3"), {file, QStringLiteral("insert into NIVOPROFILE "
+                                                                 "(UserNivoID,PfxData) values "
+                                                                 "('alice', 'LAST')")});
+    ASSERT_TRUE(shell.waitForFinished(10000));
+    EXPECT_EQ(import(QStringLiteral("alice"), QStringLiteral("secret")).Pfx, QByteArray("LAST"));
+}
+
+TEST_F(ContactDBTest, FilesWithoutAProfileAreRefused) {
+    const QString empty = dir.filePath(QStringLiteral("empty.vts"));
+    const QString text = dir.filePath(QStringLiteral("notes.vts"));
+    QFile(empty).open(QIODevice::WriteOnly);
+    QFile textFile(text);
+    ASSERT_TRUE(textFile.open(QIODevice::WriteOnly));
+    textFile.write(QByteArray(300, 'n'));
+    textFile.close();
+    // The last one is a database with an empty profile table.
+    for (const QString& file : {empty, text, dir.filePath(QStringLiteral("missing.vts")), path()}) {
+        EXPECT_EQ(ContactDB::importProfileDB(file, QStringLiteral("alice"),
+                                             QStringLiteral("secret"), certificateFromPfx)
+                      .StatusText,
+                  QStringLiteral("Unable to retrieve NIVO Profile from file."))
+            << file.toStdString();
+    }
+}
+
+TEST_F(ContactDBTest, AnUnusableDatabaseGivesFailureValuesAndCreatesNothing) {
+    ContactDB broken;
+    broken.initDB(dir.filePath(QStringLiteral("gone/Contact_x.db")));
+    EXPECT_EQ(broken.addContact(contact(QStringLiteral("x"), QStringLiteral("X"), "X")), -1);
+    EXPECT_TRUE(broken.getContactList().isEmpty());
+    EXPECT_EQ(broken.addPreset(QStringLiteral("p")), -1);
+    EXPECT_EQ(broken.saveContactPreset({QStringLiteral("p"), {1}}), QStringLiteral(""));
+    EXPECT_EQ(broken.addNivoProfile(profile(QStringLiteral("x"), "P")), -1);
+    broken.exportDB(dir.filePath(QStringLiteral("copy.cbkm")));
+    EXPECT_FALSE(QFile::exists(dir.filePath(QStringLiteral("copy.cbkm"))));
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath(QStringLiteral("gone"))));
+}
+
+}  // namespace

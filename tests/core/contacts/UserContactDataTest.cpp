@@ -1,0 +1,221 @@
+// The signed-in user's contact data through NivoGXUtil: the per-user database, backups that
+// never carry the profile, imports that only read their file and skip the user's own account,
+// and the quiet refusals when nobody is signed in.
+#include <gtest/gtest.h>
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include "SqliteShell.h"
+#include "UserSandbox.h"
+#include "contacts/ContactDB.h"
+#include "storage/NivoGXUtil.h"
+
+namespace {
+
+Contact contact(const QString& nivoID, const QString& displayName, const QByteArray& cert) {
+    Contact c;
+    c.NivoID = nivoID;
+    c.DisplayName = displayName;
+    c.CertData = cert;
+    return c;
+}
+
+QByteArray digest(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly)
+               ? QCryptographicHash::hash(file.readAll(), QCryptographicHash::Sha256)
+               : QByteArray();
+}
+
+void writeFile(const QString& path, const QByteArray& data) {
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(data);
+}
+
+class UserContactDataTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        NivoGXUtil::generateRequiredDirectory();
+        NivoGXUtil::saveNivoCredentials(QStringLiteral("Alice"), QStringLiteral("pw"));
+        NivoGXUtil::generateUserContactDB(QStringLiteral("Alice"));
+    }
+
+    QString livePath() const { return NivoGXUtil::contactDBPath(QStringLiteral("Alice")); }
+    QString file(const QString& name) const { return QDir(sandbox.root()).filePath(name); }
+
+    // Another database file, as a backup from elsewhere would be.
+    QString backupWith(const QString& name, const QList<Contact>& contacts,
+                       const QList<ContactPreset>& presets = {}) const {
+        ContactDB other;
+        other.initDB(file(name));
+        for (const Contact& c : contacts) {
+            other.addContact(c);
+        }
+        for (const ContactPreset& p : presets) {
+            other.saveContactPreset(p);
+        }
+        return other.defaultDBPath();
+    }
+
+    QStringList liveRows() const {
+        return sqliteShell(livePath(), QStringLiteral("select ID, NivoID, DisplayName, CertData "
+                                                      "from CONTACT order by ID"));
+    }
+
+    UserSandbox sandbox;
+};
+
+TEST_F(UserContactDataTest, TheUsersDatabaseFileCanBeReplacedAndDeleted) {
+    EXPECT_EQ(livePath(),
+              QDir(NivoGXUtil::contactsFolder()).filePath(QStringLiteral("Contact_Alice.db")));
+    NivoGXUtil::addContact(contact(QStringLiteral("bob"), QStringLiteral("Bob"), "B"));
+    const QString other = backupWith(QStringLiteral("other.db"),
+                                     {contact(QStringLiteral("carol"), QStringLiteral("C"), "C")});
+    NivoGXUtil::replaceUserContactDB(QStringLiteral("Alice"), other);
+    // The current database keeps its path and so sees the new file.
+    EXPECT_EQ(NivoGXUtil::getNIVOIDfromCertData("C"), QStringLiteral("carol"));
+    EXPECT_EQ(NivoGXUtil::getNIVOIDfromCertData("B"), QStringLiteral(""));
+    NivoGXUtil::deleteUserContactDB(QStringLiteral("Alice"));
+    EXPECT_FALSE(QFile::exists(livePath()));
+}
+
+TEST_F(UserContactDataTest, WithoutASignedInUserEverythingIsRefusedQuietly) {
+    NivoGXUtil::addContact(contact(QStringLiteral("bob"), QStringLiteral("Bob"), "B"));
+    NivoGXUtil::resetState();  // a new process before sign-in
+    const QString backup = file(QStringLiteral("b.cbkm"));
+
+    EXPECT_EQ(NivoGXUtil::importContacts(backup),
+              QStringLiteral("Unable to import contact. Please sign in."));
+    EXPECT_EQ(NivoGXUtil::importContactMapping(backup),
+              QStringLiteral("Unable to import contact mapping. Please sign in."));
+    EXPECT_FALSE(NivoGXUtil::exportContacts(backup));
+    NivoProfile profile;
+    profile.LoginName = QStringLiteral("Alice");
+    profile.Pfx = "PFX";
+    EXPECT_FALSE(NivoGXUtil::exportNivoProfileDB(backup, profile));
+    EXPECT_FALSE(QFile::exists(backup));
+
+    EXPECT_TRUE(NivoGXUtil::getContactList().isEmpty());
+    EXPECT_EQ(NivoGXUtil::addContact(contact(QStringLiteral("x"), QStringLiteral("X"), "X")), 0);
+    NivoGXUtil::deleteContact(1);
+    EXPECT_EQ(sqliteCount(livePath(), QStringLiteral("CONTACT")), 1);  // the file is untouched
+}
+
+TEST_F(UserContactDataTest, ABackupNeverHoldsTheProfileAndTheLiveDatabaseLosesIt) {
+    NivoGXUtil::addContact(contact(QStringLiteral("bob"), QStringLiteral("Bob"), "B"));
+    NivoProfile profile;
+    profile.LoginName = QStringLiteral("Alice");
+    profile.Pfx = "PFX";
+    const QString profileFile = file(QStringLiteral("profile.vts"));
+    ASSERT_TRUE(NivoGXUtil::exportNivoProfileDB(profileFile, profile));
+    EXPECT_EQ(sqliteShell(profileFile, QStringLiteral("select UserNivoID from NIVOPROFILE")),
+              QStringList{QStringLiteral("alice")});
+    EXPECT_EQ(sqliteCount(profileFile, QStringLiteral("CONTACT")), 1);
+
+    const QString backup = file(QStringLiteral("contacts.cbkm"));
+    writeFile(backup, "an earlier file under the same name");
+    ASSERT_TRUE(NivoGXUtil::exportContacts(backup));
+    EXPECT_EQ(sqliteCount(backup, QStringLiteral("NIVOPROFILE")), 0);
+    EXPECT_EQ(sqliteCount(livePath(), QStringLiteral("NIVOPROFILE")), 0);
+    EXPECT_EQ(sqliteShell(backup, QStringLiteral("select NivoID from CONTACT")),
+              QStringList{QStringLiteral("bob")});
+    EXPECT_EQ(digest(backup), digest(livePath()));
+    EXPECT_EQ(QFileInfo(backup).permissions() & (QFileDevice::ReadOther | QFileDevice::ReadGroup),
+              QFileDevice::Permissions());
+    // No temporary file is left beside the exports.
+    EXPECT_EQ(QDir(sandbox.root()).entryList(QDir::Files | QDir::Hidden),
+              (QStringList{QStringLiteral("contacts.cbkm"), QStringLiteral("profile.vts")}));
+
+    // An unwritable destination is not reported and loses nothing.
+    EXPECT_TRUE(NivoGXUtil::exportContacts(file(QStringLiteral("missing/contacts.cbkm"))));
+    EXPECT_FALSE(QFileInfo::exists(file(QStringLiteral("missing"))));
+}
+
+TEST_F(UserContactDataTest, ImportSkipsTheOwnAccountAndIncompleteRowsAndTwiceChangesNothing) {
+    NivoGXUtil::addContact(contact(QStringLiteral("bob"), QStringLiteral("Old Bob"), "B-old"));
+    const QString backup =
+        backupWith(QStringLiteral("from elsewhere.cbkm"),
+                   {contact(QStringLiteral("alice"), QStringLiteral("Me"), "A"),
+                    contact(QStringLiteral("Bob"), QStringLiteral("Bob"), "B-new"),
+                    contact(QStringLiteral("carol"), QString(), "C"),
+                    contact(QStringLiteral("dave"), QStringLiteral("Dave"), QByteArray()),
+                    contact(QStringLiteral("erin"), QStringLiteral("Erin"), "E")});
+    // A row with no account name at all cannot be made through ContactDB.
+    QProcess shell;
+    shell.start(QStringLiteral("sqlite3"),
+                {backup, QStringLiteral("insert into CONTACT (DisplayName,"
+                                        "CertData) values ('X', 'X')")});
+    ASSERT_TRUE(shell.waitForFinished(10000));
+    const QByteArray before = digest(backup);
+
+    EXPECT_EQ(NivoGXUtil::importContacts(backup), QStringLiteral(""));
+    const QStringList once = liveRows();
+    EXPECT_EQ(once,
+              (QStringList{QStringLiteral("1|bob|Bob|B-new"), QStringLiteral("2|erin|Erin|E")}));
+    EXPECT_EQ(NivoGXUtil::importContacts(backup), QStringLiteral(""));
+    EXPECT_EQ(liveRows(), once);
+    EXPECT_EQ(digest(backup), before);
+}
+
+TEST_F(UserContactDataTest, AFileThatIsNotAContactDatabaseIsRefusedAndNothingChanges) {
+    NivoGXUtil::addContact(contact(QStringLiteral("bob"), QStringLiteral("Bob"), "B"));
+    const QByteArray live = digest(livePath());
+
+    const QString text = file(QStringLiteral("notes.cbkm"));
+    writeFile(text, QByteArray(4096, 'z'));
+    const QString empty = file(QStringLiteral("empty.cbkm"));
+    writeFile(empty, QByteArray());
+    for (const QString& path : {text, empty}) {
+        const QByteArray before = digest(path);
+        EXPECT_EQ(NivoGXUtil::importContacts(path),
+                  QStringLiteral("Unable to retrieve contacts from file."));
+        EXPECT_EQ(digest(path), before);
+        EXPECT_EQ(NivoGXUtil::importContactMapping(path), QStringLiteral(""));
+        EXPECT_EQ(digest(path), before);
+    }
+    // A file that cannot be opened at all imports nothing, silently.
+    EXPECT_EQ(NivoGXUtil::importContacts(file(QStringLiteral("missing.cbkm"))), QStringLiteral(""));
+    EXPECT_FALSE(QFile::exists(file(QStringLiteral("missing.cbkm"))));
+    EXPECT_EQ(digest(livePath()), live);
+}
+
+TEST_F(UserContactDataTest, MappingImportTakesOverPresetsByNameWithTheirMemberIdsAsTheyStand) {
+    NivoGXUtil::saveContactPreset({QStringLiteral("TEAM"), {5}});
+    NivoGXUtil::saveContactPreset({QStringLiteral("mine"), {6}});
+    const QString backup =
+        backupWith(QStringLiteral("presets.cbkm"), {},
+                   {{QStringLiteral("Team"), {2, 1}}, {QStringLiteral("Other"), {9}}});
+    EXPECT_EQ(NivoGXUtil::importContactMapping(backup), QStringLiteral(""));
+    EXPECT_EQ(NivoGXUtil::GetContactPreset(),
+              (QList<ContactPreset>{{QStringLiteral("team"), {2, 1}},
+                                    {QStringLiteral("mine"), {6}},
+                                    {QStringLiteral("other"), {9}}}));
+}
+
+TEST_F(UserContactDataTest, AProfileFileCarriesContactsAndPresetsToANewDatabase) {
+    const qint64 bob =
+        NivoGXUtil::addContact(contact(QStringLiteral("bob"), QStringLiteral("Bob"), "B"));
+    const qint64 carol =
+        NivoGXUtil::addContact(contact(QStringLiteral("carol"), QStringLiteral("Carol"), "C"));
+    NivoGXUtil::saveContactPreset({QStringLiteral("Last used contacts"), {carol, bob}});
+    NivoProfile profile;
+    profile.LoginName = QStringLiteral("Alice");
+    profile.Pfx = "PFX";
+    const QString profileFile = file(QStringLiteral("alice.vts"));
+    ASSERT_TRUE(NivoGXUtil::exportNivoProfileDB(profileFile, profile));
+
+    // Signing in from the file on a machine without a database: contacts first, then presets.
+    NivoGXUtil::deleteUserContactDB(QStringLiteral("Alice"));
+    NivoGXUtil::generateUserContactDB(QStringLiteral("Alice"));
+    EXPECT_EQ(NivoGXUtil::importContacts(profileFile), QStringLiteral(""));
+    EXPECT_EQ(NivoGXUtil::importContactMapping(profileFile), QStringLiteral(""));
+    EXPECT_EQ(NivoGXUtil::getContactList().size(), 2);
+    EXPECT_EQ(NivoGXUtil::GetContactPreset(),
+              (QList<ContactPreset>{{QStringLiteral("last used contacts"), {carol, bob}}}));
+}
+
+}  // namespace
