@@ -140,6 +140,45 @@ long bioControl(BIO* bio, int command) {
     return BIO_ctrl(bio, command, 0, nullptr);
 }
 
+// Up to `size` bytes; 0 at the end of the source.
+int readChunk(BIO* in, char* buffer, int size) {
+    const int read = BIO_read(in, buffer, size);
+    if (read > 0) {
+        return read;
+    }
+    if (read == 0 || bioControl(in, BIO_CTRL_EOF) == 1) {
+        return 0;
+    }
+    nivossl::fail(TVXStreamOperationException, kCannotRead);
+}
+
+void writeAll(BIO* out, const char* data, int size) {
+    // Filter BIOs may take less than offered; the rest is offered again.
+    for (int written = 0; written < size;) {
+        const int taken = BIO_write(out, data + written, size - written);
+        if (taken <= 0) {
+            nivossl::fail(TVXCryptoOperationException, kCannotWrite);
+        }
+        written += taken;
+    }
+}
+
+// OpenSSL's streaming encoder writes nothing at all for a content it never saw, so an empty
+// content is encoded whole, one layer at a time, innermost first.
+void encodeEmpty(const std::vector<nivossl::CmsPtr>& messages, BIO* out) {
+    QByteArray content;
+    for (const nivossl::CmsPtr& message : messages) {
+        const nivossl::BioPtr in = nivossl::readOnlyBio(content);
+        const nivossl::BioPtr encoded(BIO_new(BIO_s_mem()));
+        if (!in || !encoded || CMS_final(message.get(), in.get(), nullptr, CMS_BINARY) != 1 ||
+            i2d_CMS_bio(encoded.get(), message.get()) != 1) {
+            nivossl::fail(TVXCryptoOperationException, kCannotWrite);
+        }
+        content = nivossl::memBioBytes(encoded.get());
+    }
+    writeAll(out, content.constData(), static_cast<int>(content.size()));
+}
+
 }  // namespace
 
 TVXCmsGenerator& TVXCmsGenerator::sign(const std::function<void(TVXSignTransform&)>& configure) {
@@ -176,27 +215,25 @@ void TVXCmsGenerator::encodeFromSource(TVXStream& source, TVXStream& sink) {
     }
 
     BIO* in = source.bio();
+    BIO* out = sink.bio();
+    std::array<char, 64 * 1024> buffer{};
+    int read = readChunk(in, buffer.data(), static_cast<int>(buffer.size()));
+    if (read == 0) {
+        encodeEmpty(messages, out);
+        ERR_clear_error();
+        return;
+    }
     // Outermost layer first, so that each inner layer writes its encoding into the next outer
     // one. The encoders are destroyed innermost first.
     EncoderStack encoders;
-    BIO* next = sink.bio();
+    BIO* next = out;
     for (auto message = messages.rbegin(); message != messages.rend(); ++message) {
         next = encoders.push(message->get(), next);
     }
-
-    std::array<char, 64 * 1024> buffer{};
-    for (;;) {
-        const int read = BIO_read(in, buffer.data(), static_cast<int>(buffer.size()));
-        if (read == 0 || (read < 0 && bioControl(in, BIO_CTRL_EOF) == 1)) {
-            break;
-        }
-        if (read < 0) {
-            nivossl::fail(TVXStreamOperationException, kCannotRead);
-        }
-        if (BIO_write(next, buffer.data(), read) != read) {
-            nivossl::fail(TVXCryptoOperationException, kCannotWrite);
-        }
-    }
+    do {
+        writeAll(next, buffer.data(), read);
+        read = readChunk(in, buffer.data(), static_cast<int>(buffer.size()));
+    } while (read > 0);
     // Flushing the innermost encoder finishes every layer, inside out.
     const bool finished = bioControl(next, BIO_CTRL_FLUSH) > 0;
     encoders.clear();

@@ -1,5 +1,6 @@
 #include "crypto/TVXCmsParser.h"
 
+#include <algorithm>
 #include <array>
 
 #include "crypto/OpenSsl.h"
