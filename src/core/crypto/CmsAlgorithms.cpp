@@ -22,10 +22,14 @@ unsigned int recipientFlags(EVP_PKEY* recipientKey) noexcept {
 }
 
 bool configureRecipient(CMS_RecipientInfo* recipient) noexcept {
+    EVP_PKEY_CTX* context = CMS_RecipientInfo_get0_pkey_ctx(recipient);
+    if (CMS_RecipientInfo_type(recipient) == CMS_RECIPINFO_AGREE) {
+        // The context is the ephemeral key's; without this the key derivation uses SHA-1.
+        return context != nullptr && EVP_PKEY_CTX_set_ecdh_kdf_md(context, EVP_sha256()) > 0;
+    }
     if (CMS_RecipientInfo_type(recipient) != CMS_RECIPINFO_TRANS) {
         return true;
     }
-    EVP_PKEY_CTX* context = CMS_RecipientInfo_get0_pkey_ctx(recipient);
     return context != nullptr &&
            EVP_PKEY_CTX_set_rsa_padding(context, RSA_PKCS1_OAEP_PADDING) > 0 &&
            EVP_PKEY_CTX_set_rsa_oaep_md(context, EVP_sha256()) > 0 &&

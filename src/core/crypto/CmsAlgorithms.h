@@ -8,7 +8,8 @@
 //
 //  - content encryption: AES-256-CBC, in EnvelopedData
 //  - key transport to RSA recipients: RSAES-OAEP, SHA-256, MGF1 with SHA-256
-//  - key agreement with EC recipients: ECDH (OpenSSL's standard single-pass scheme, AES key wrap)
+//  - key agreement with EC recipients: ECDH, single-pass standard DH with the X9.63 KDF over
+//    SHA-256 (dhSinglePass-stdDH-sha256kdf-scheme), AES-256 key wrap
 //  - signature: SHA-256 with RSA PKCS#1 v1.5 for RSA keys, ECDSA with SHA-256 for EC keys, with
 //    signed attributes (content type, message digest, signing time), signer certificate included
 //  - layering: the EnvelopedData's content (labelled id-data) is a whole ContentInfo(SignedData)

@@ -318,6 +318,9 @@ TEST_F(CmsOperationTest, EncryptFailuresThrowAndKeepTheEarlierOutput) {
 TEST_F(CmsOperationTest, EllipticCurveUsersExchangeFiles) {
     const TestPki::Identity dave = pki().createUser(u"Dave Curve"_s, TestPki::KeyType::Ec);
     const QByteArray toDave = encryptAsAlice("for dave"_ba, {dave.certDer});
+    const QString printed = QString::fromUtf8(pki().openssl(
+        {u"cms"_s, u"-cmsout"_s, u"-print"_s, u"-inform"_s, u"DER"_s}, toDave));
+    EXPECT_TRUE(printed.contains(u"dhSinglePass-stdDH-sha256kdf-scheme"_s)) << printed.toStdString();
     Decrypted opened = decryptAs(dave, u"dave"_s, toDave, out(u"d1"_s));
     EXPECT_EQ(opened.outcome, u""_s);
     EXPECT_EQ(opened.output, "for dave"_ba);
