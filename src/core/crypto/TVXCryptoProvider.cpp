@@ -15,15 +15,6 @@ const QString kLegacyMissing =
 
 }  // namespace
 
-TVXCryptoProvider::~TVXCryptoProvider() {
-    if (m_legacy != nullptr) {
-        OSSL_PROVIDER_unload(m_legacy);
-    }
-    if (m_default != nullptr) {
-        OSSL_PROVIDER_unload(m_default);
-    }
-}
-
 void TVXCryptoProvider::loadLegacyAlgorithms() {
     const std::lock_guard lock(m_mutex);
     if (m_legacy != nullptr) {

@@ -10,7 +10,9 @@ struct ossl_provider_st;
 class TVXCryptoProvider {
 public:
     TVXCryptoProvider() = default;
-    ~TVXCryptoProvider();
+    // Loaded providers stay for the life of the process: OpenSSL's own exit-time cleanup releases
+    // them, and unloading them from a static destructor could run after that cleanup.
+    ~TVXCryptoProvider() = default;
     TVXCryptoProvider(const TVXCryptoProvider&) = delete;
     TVXCryptoProvider& operator=(const TVXCryptoProvider&) = delete;
 
@@ -21,8 +23,8 @@ public:
 
 private:
     mutable std::mutex m_mutex;
-    ossl_provider_st* m_default = nullptr;  // unloaded in the destructor
-    ossl_provider_st* m_legacy = nullptr;   // unloaded in the destructor
+    ossl_provider_st* m_default = nullptr;  // released by OpenSSL at exit
+    ossl_provider_st* m_legacy = nullptr;   // released by OpenSSL at exit
 };
 
 // The one provider every crypto object of the application uses.
