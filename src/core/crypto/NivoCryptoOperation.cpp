@@ -3,6 +3,8 @@
 #include <QFile>
 #include <QSaveFile>
 #include <mutex>
+#include <optional>
+#include <variant>
 
 #include "crypto/CmsAlgorithms.h"
 #include "crypto/ComTruvexIO_FileStream.h"
