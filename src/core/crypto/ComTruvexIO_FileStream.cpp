@@ -17,51 +17,6 @@ const QString kCannotCommit = u"Cannot write %1: %2"_s;
 const QString kClosed = u"The file stream for %1 is closed"_s;
 const QString kNoBio = u"Cannot attach the file stream for %1"_s;
 
-// An OpenSSL BIO over a QIODevice, so that the CMS engine reads and writes through Qt's file
-// classes (Unicode paths, atomic replacement).
-int deviceWrite(BIO* bio, const char* data, int length) {
-    auto* device = static_cast<QIODevice*>(BIO_get_data(bio));
-    return device->write(data, length) == length ? length : -1;
-}
-
-int deviceRead(BIO* bio, char* data, int length) {
-    auto* device = static_cast<QIODevice*>(BIO_get_data(bio));
-    const qint64 read = device->read(data, length);
-    return read < 0 ? -1 : static_cast<int>(read);
-}
-
-long deviceCtrl(BIO* bio, int command, long /*number*/, void* /*pointer*/) {
-    auto* device = static_cast<QIODevice*>(BIO_get_data(bio));
-    switch (command) {
-    case BIO_CTRL_FLUSH:
-        return 1;
-    case BIO_CTRL_EOF:
-        return device->atEnd() ? 1 : 0;
-    default:
-        return 0;
-    }
-}
-
-int deviceCreate(BIO* bio) {
-    BIO_set_init(bio, 1);
-    return 1;
-}
-
-const BIO_METHOD* deviceMethod() {
-    static const nivossl::BioMethodPtr method = [] {
-        nivossl::BioMethodPtr m(BIO_meth_new(BIO_get_new_index() | BIO_TYPE_SOURCE_SINK,
-                                             "Qt device"));
-        if (m) {
-            BIO_meth_set_write(m.get(), deviceWrite);
-            BIO_meth_set_read(m.get(), deviceRead);
-            BIO_meth_set_ctrl(m.get(), deviceCtrl);
-            BIO_meth_set_create(m.get(), deviceCreate);
-        }
-        return m;
-    }();
-    return method.get();
-}
-
 }  // namespace
 
 struct ComTruvexIO_FileStream::Bio {
@@ -127,11 +82,10 @@ bio_st* ComTruvexIO_FileStream::bio() {
     }
     if (!m_bio) {
         auto made = std::make_unique<Bio>();
-        made->bio.reset(BIO_new(deviceMethod()));
+        made->bio = nivossl::deviceBio(m_device.get());
         if (!made->bio) {
             nivossl::fail(TVXStreamOperationException, kNoBio.arg(m_path));
         }
-        BIO_set_data(made->bio.get(), m_device.get());
         m_bio = std::move(made);
     }
     return m_bio->bio.get();

@@ -1,5 +1,7 @@
 #include "crypto/ComTruvexIO_MemoryStream.h"
 
+#include <QBuffer>
+
 #include "crypto/OpenSsl.h"
 #include "crypto/comTruvexUtil_ExceptionUtil.h"
 
@@ -11,6 +13,9 @@ const QString kNoBuffer = u"Cannot create a memory buffer"_s;
 }  // namespace
 
 struct ComTruvexIO_MemoryStream::Bio {
+    // A sink writes into the stream's byte array through a buffer device, so that what was
+    // written is handed out without a copy.
+    std::unique_ptr<QBuffer> buffer;
     nivossl::BioPtr bio;
 };
 
@@ -26,10 +31,7 @@ std::unique_ptr<ComTruvexIO_MemoryStream> ComTruvexIO_MemoryStream::streamFromDa
 }
 
 QByteArray ComTruvexIO_MemoryStream::readDataFromStartToEnd() const {
-    if (!m_writable) {
-        return m_data;
-    }
-    return m_bio ? nivossl::memBioBytes(m_bio->bio.get()) : QByteArray();
+    return m_data;
 }
 
 void ComTruvexIO_MemoryStream::close() {
@@ -44,7 +46,13 @@ bio_st* ComTruvexIO_MemoryStream::bio() {
     }
     if (!m_bio) {
         auto made = std::make_unique<Bio>();
-        made->bio = m_writable ? nivossl::BioPtr(BIO_new(BIO_s_mem())) : nivossl::readOnlyBio(m_data);
+        if (m_writable) {
+            made->buffer = std::make_unique<QBuffer>(&m_data);
+            made->buffer->open(QIODevice::WriteOnly);
+            made->bio = nivossl::deviceBio(made->buffer.get());
+        } else {
+            made->bio = nivossl::readOnlyBio(m_data);
+        }
         if (!made->bio) {
             nivossl::fail(TVXStreamOperationException, kNoBuffer);
         }

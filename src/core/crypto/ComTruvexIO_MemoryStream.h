@@ -25,7 +25,7 @@ public:
     [[nodiscard]] QByteArray readAll() override;
 
 private:
-    QByteArray m_data;
+    QByteArray m_data;  // the source, or what has been written so far
     bool m_writable = false;
     bool m_closed = false;
     struct Bio;

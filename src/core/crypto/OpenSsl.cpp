@@ -1,11 +1,61 @@
 #include "crypto/OpenSsl.h"
 
+#include <QIODevice>
 #include <QStringList>
 #include <limits>
 
 #include "crypto/comTruvexUtil_ExceptionUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+// An OpenSSL BIO over a QIODevice, so that the CMS engine reads and writes through Qt's devices
+// (files with Unicode paths and atomic replacement, growing byte arrays).
+int deviceWrite(BIO* bio, const char* data, int length) {
+    auto* device = static_cast<QIODevice*>(BIO_get_data(bio));
+    return device->write(data, length) == length ? length : -1;
+}
+
+int deviceRead(BIO* bio, char* data, int length) {
+    auto* device = static_cast<QIODevice*>(BIO_get_data(bio));
+    const qint64 read = device->read(data, length);
+    return read < 0 ? -1 : static_cast<int>(read);
+}
+
+long deviceCtrl(BIO* bio, int command, long /*number*/, void* /*pointer*/) {
+    auto* device = static_cast<QIODevice*>(BIO_get_data(bio));
+    switch (command) {
+    case BIO_CTRL_FLUSH:
+        return 1;
+    case BIO_CTRL_EOF:
+        return device->atEnd() ? 1 : 0;
+    default:
+        return 0;
+    }
+}
+
+int deviceCreate(BIO* bio) {
+    BIO_set_init(bio, 1);
+    return 1;
+}
+
+const BIO_METHOD* deviceMethod() {
+    static const nivossl::BioMethodPtr method = [] {
+        nivossl::BioMethodPtr m(BIO_meth_new(BIO_get_new_index() | BIO_TYPE_SOURCE_SINK,
+                                             "Qt device"));
+        if (m) {
+            BIO_meth_set_write(m.get(), deviceWrite);
+            BIO_meth_set_read(m.get(), deviceRead);
+            BIO_meth_set_ctrl(m.get(), deviceCtrl);
+            BIO_meth_set_create(m.get(), deviceCreate);
+        }
+        return m;
+    }();
+    return method.get();
+}
+
+}  // namespace
 
 namespace nivossl {
 
@@ -82,6 +132,14 @@ QByteArray memBioBytes(BIO* bio) {
         return {};
     }
     return QByteArray(buffer->data, static_cast<qsizetype>(buffer->length));
+}
+
+BioPtr deviceBio(QIODevice* device) {
+    BioPtr bio(BIO_new(deviceMethod()));
+    if (bio) {
+        BIO_set_data(bio.get(), device);
+    }
+    return bio;
 }
 
 BioPtr readOnlyBio(const QByteArray& bytes) {

@@ -17,6 +17,8 @@
 #include <memory>
 #include <source_location>
 
+class QIODevice;
+
 namespace nivossl {
 
 // The deleter names the function that releases what we own: objects we created, and everything
@@ -77,6 +79,8 @@ private:
 
 // Bytes of a memory BIO, copied.
 [[nodiscard]] QByteArray memBioBytes(BIO* bio);
+// A BIO reading and writing `device`, which must stay open while the BIO lives.
+[[nodiscard]] BioPtr deviceBio(QIODevice* device);
 // A read-only memory BIO over `bytes`, which must outlive it.
 [[nodiscard]] BioPtr readOnlyBio(const QByteArray& bytes);
 

@@ -1,5 +1,6 @@
 #include "crypto/TVXCmsParser.h"
 
+#include <QBuffer>
 #include <algorithm>
 #include <array>
 
@@ -203,12 +204,15 @@ private:
         if (opener == nullptr) {
             throw MessageError{kNotForUs};
         }
-        const nivossl::BioPtr out(BIO_new(BIO_s_mem()));
+        Inner inner{QByteArray(), OBJ_obj2nid(CMS_get0_eContentType(cms))};
+        QBuffer buffer(&inner.bytes);
+        buffer.open(QIODevice::WriteOnly);
+        const nivossl::BioPtr out = nivossl::deviceBio(&buffer);
         if (!out || CMS_decrypt(cms, opener->privateKey(), opener->certificate().handle(),
                                 nullptr, out.get(), CMS_BINARY) != 1) {
             throw MessageError{kCannotDecrypt.arg(nivossl::Errors::drain().text())};
         }
-        return {nivossl::memBioBytes(out.get()), OBJ_obj2nid(CMS_get0_eContentType(cms))};
+        return inner;
     }
 
     // What an enveloped layer carried: a whole ContentInfo (under id-data or id-signedData) or a
