@@ -2,7 +2,6 @@
 
 #include <QFile>
 #include <QSaveFile>
-#include <limits>
 
 #include "crypto/OpenSsl.h"
 #include "crypto/comTruvexUtil_ExceptionUtil.h"
