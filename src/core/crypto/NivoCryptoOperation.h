@@ -25,7 +25,8 @@ public:
     // Certificate DER in, the NIVO ID of the contact holding that certificate out ("" when none).
     using NivoIdLookup = std::function<QString(const QByteArray& certDer)>;
     // Installs the lookup that names known senders; set once at start-up, before any operation
-    // runs. Without one, senders other than the user are named by their certificate's CN.
+    // runs. It is called on the thread that decrypts, so it must be safe to call there. Without
+    // one, senders other than the user are named by their certificate's CN.
     static void setNivoIdLookup(NivoIdLookup lookup);
 
     // Both return "" on success and throw a TVXException on any failure (wrong password, a bad
