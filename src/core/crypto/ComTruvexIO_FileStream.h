@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QFileDevice>
+#include <QString>
+#include <memory>
+#include <optional>
+
+#include "crypto/TVXStream.h"
+
+class QIODevice;
+
+// A stream over a file. A writing stream puts its bytes in a temporary file beside the target and
+// renames it into place only on commit(); closing without commit() leaves nothing behind, so a
+// failed operation never leaves a partial file under the target name.
+class ComTruvexIO_FileStream final : public TVXStream {
+public:
+    ~ComTruvexIO_FileStream() override;
+
+    // Both throw a TVXException (TVXStreamOperationException) when the file cannot be opened.
+    [[nodiscard]] static std::unique_ptr<ComTruvexIO_FileStream> initForReading(
+        const QString& path);
+    // The file gets `permissions` when given, else the usual ones for new files.
+    [[nodiscard]] static std::unique_ptr<ComTruvexIO_FileStream> initForWriting(
+        const QString& path, std::optional<QFileDevice::Permissions> permissions = std::nullopt);
+
+    // Makes the written file appear under its name; throws when that fails.
+    void commit();
+
+    void close() override;
+    [[nodiscard]] bio_st* bio() override;
+    [[nodiscard]] QByteArray readAll() override;
+
+private:
+    ComTruvexIO_FileStream(QString path, std::unique_ptr<QIODevice> device, bool writing);
+
+    QString m_path;
+    std::unique_ptr<QIODevice> m_device;
+    bool m_writing = false;
+    bool m_committed = false;
+    struct Bio;
+    std::unique_ptr<Bio> m_bio;
+};

@@ -1,0 +1,225 @@
+#include "crypto/NivoCryptoOperation.h"
+
+#include <QFile>
+#include <QSaveFile>
+#include <mutex>
+#include <optional>
+#include <variant>
+
+#include "crypto/CmsAlgorithms.h"
+#include "crypto/ComTruvexIO_FileStream.h"
+#include "crypto/ComTruvexIO_MemoryStream.h"
+#include "crypto/CryptoLog.h"
+#include "crypto/OpenSsl.h"
+#include "crypto/TVXCmsGenerator.h"
+#include "crypto/TVXCmsParser.h"
+#include "crypto/TVXCmsParserCallback.h"
+#include "crypto/TVXCryptoProvider.h"
+#include "crypto/comTruvexCryptoBusinessLogic_CryptoParticipant.h"
+#include "crypto/comTruvexUtil_ExceptionUtil.h"
+
+using namespace Qt::Literals::StringLiterals;
+using Participant = comTruvexCryptoBusinessLogic_CryptoParticipant;
+
+Q_LOGGING_CATEGORY(lcCrypto, "nivogx.crypto")
+
+const QString NivoCryptoOperation::kNotRecipient =
+    u"Decryption failed. You are not the recipient of the file."_s;
+const QString NivoCryptoOperation::kNotEncryptedOrNotSupported =
+    u"Decryption failed. File is either not encrypted or not supported."_s;
+const QString NivoCryptoOperation::kInvalidSignature = u"Decryption failed: Invalid Signature."_s;
+
+namespace {
+
+const QString kNotRecipientMarker = u"Incomplete encoding during or after RecipientInfo"_s;
+const QString kNotCmsMarker = u"Unrecognized top level CMS encoding"_s;
+const QString kCannotWrite = u"Cannot write %1: %2"_s;
+
+// Decrypted content is for the user's eyes only.
+constexpr QFileDevice::Permissions kPlainFilePermissions =
+    QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+
+std::mutex& lookupMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+
+NivoCryptoOperation::NivoIdLookup& lookupSlot() {
+    static NivoCryptoOperation::NivoIdLookup lookup;
+    return lookup;
+}
+
+QString lookUpNivoId(const QByteArray& certificate) {
+    NivoCryptoOperation::NivoIdLookup lookup;
+    {
+        const std::lock_guard lock(lookupMutex());
+        lookup = lookupSlot();
+    }
+    return lookup ? lookup(certificate) : QString();
+}
+
+// Replaces the file at `path` in one step; throws when that fails.
+void writeWhole(const QString& path, const QByteArray& bytes,
+                std::optional<QFileDevice::Permissions> permissions) {
+    QSaveFile file(path);
+    const bool written = file.open(QIODevice::WriteOnly) &&
+                         (!permissions || file.setPermissions(*permissions)) &&
+                         file.write(bytes) == bytes.size() && file.commit();
+    if (!written) {
+        const QString reason = file.errorString();
+        file.cancelWriting();
+        nivossl::fail(TVXStreamOperationException, kCannotWrite.arg(path, reason));
+    }
+}
+
+}  // namespace
+
+void NivoCryptoOperation::setNivoIdLookup(NivoIdLookup lookup) {
+    const std::lock_guard lock(lookupMutex());
+    lookupSlot() = std::move(lookup);
+}
+
+void NivoCryptoOperation::encode(TVXStream& source, TVXStream& sink, const NivoProfile& profile,
+                                 const QString& password, const QList<QByteArray>& recipientList) {
+    TVXCryptoProvider& provider = TVXDefaultCryptoProvider();
+    ComTruvexIO_MemoryStream pfxStream(profile.Pfx);
+    ComTruvexIO_MemoryStream certificateStream(profile.Cer);
+
+    QList<TVXCmsEncryptedFor> recipients;
+    recipients.reserve(recipientList.size() + 1);
+    for (const QByteArray& certificate : recipientList) {
+        ComTruvexIO_MemoryStream stream(certificate);
+        recipients.append(TVXCmsEncryptedFor(Participant::initWithX509Cert(stream, provider)));
+    }
+    // The sender can always open what he sent.
+    recipients.append(TVXCmsEncryptedFor(Participant::initWithX509Cert(certificateStream, provider)));
+
+    const TVXCmsSignedBy signer(CmsAlgorithms::kSignatureAlgorithm,
+                                Participant::initWithPfx(pfxStream, password, provider));
+
+    TVXCmsGenerator(provider)
+        .sign([&signer](TVXSignTransform& transform) {
+            transform.setSigner({signer});
+            transform.setIncludePlaintext(true);
+            transform.setIncludeSignerCert(true);
+        })
+        .envelope([&recipients](TVXEnvelopeTransform& transform) {
+            transform.setAlgorithmForEncryptionOfContent(CmsAlgorithms::kContentEncryption);
+            transform.setRecipient(recipients);
+        })
+        .encodeFromSource(source, sink);
+
+    pfxStream.close();
+    certificateStream.close();
+}
+
+QString NivoCryptoOperation::encryptData(const QByteArray& data, const NivoProfile& profile,
+                                         const QString& password,
+                                         const QList<QByteArray>& recipientList,
+                                         const QString& outputPath) {
+    ComTruvexIO_MemoryStream source(data);
+    ComTruvexIO_MemoryStream sink;
+    encode(source, sink, profile, password, recipientList);
+    writeWhole(outputPath, sink.readDataFromStartToEnd(), std::nullopt);
+    sink.close();
+    source.close();
+    return u""_s;
+}
+
+QString NivoCryptoOperation::encryptFile(const QString& inputPath, const NivoProfile& profile,
+                                         const QString& password,
+                                         const QList<QByteArray>& recipientList,
+                                         const QString& outputPath) {
+    QFile::remove(outputPath);
+    const auto source = ComTruvexIO_FileStream::initForReading(inputPath);
+    const auto sink = ComTruvexIO_FileStream::initForWriting(outputPath);
+    encode(*source, *sink, profile, password, recipientList);
+    sink->commit();
+    sink->close();
+    source->close();
+    return u""_s;
+}
+
+QString NivoCryptoOperation::judge(const TVXCmsParseResult& result, const NivoProfile& profile,
+                                   QString& sender) {
+    if (result.errorOrExceptionOccurred()) {
+        const TVXErrorOrException& failure = result.firstErrorOrException();
+        if (const auto* error = std::get_if<TVXError>(&failure)) {
+            const QString& description = error->description();
+            qCWarning(lcCrypto).noquote() << u"decrypt error:%1"_s.arg(description);
+            if (description.contains(kNotRecipientMarker)) {
+                return kNotRecipient;
+            }
+            if (description.contains(kNotCmsMarker)) {
+                return kNotEncryptedOrNotSupported;
+            }
+            return description;
+        }
+        const auto& exception = std::get<TVXException>(failure);
+        qCWarning(lcCrypto).noquote() << u"exception: %1"_s.arg(exception.description());
+        return exception.description();
+    }
+    if (!result.allSignatureValid()) {
+        return kInvalidSignature;
+    }
+    // The last signer names the sender: the user by login name, a known contact by NIVO ID,
+    // anyone else by the certificate's common name.
+    for (const TVXX509Certificate& certificate : result.getAllSignerCert()) {
+        sender = certificate.subjectCN();
+        const QByteArray der = certificate.asRawData();
+        if (der == profile.Cer) {
+            sender = profile.LoginName;
+        } else if (const QString nivoId = lookUpNivoId(der); !nivoId.isEmpty()) {
+            sender = nivoId;
+        }
+    }
+    return u""_s;
+}
+
+QString NivoCryptoOperation::decryptData(const QByteArray& data, const NivoProfile& profile,
+                                         const QString& password, const QString& outputPath,
+                                         QString& sender) {
+    TVXCryptoProvider& provider = TVXDefaultCryptoProvider();
+    ComTruvexIO_MemoryStream source(data);
+    ComTruvexIO_MemoryStream pfxStream(profile.Pfx);
+    const Participant user = Participant::participantPfx(pfxStream, password, provider);
+    ComTruvexIO_MemoryStream sink;
+
+    TVXCmsParserCallback callback({user}, {user}, &sink, &source);
+    const TVXCmsParseResult result = TVXCmsParser().parseEncodedStream(source, callback);
+    QString named = sender;
+    const QString outcome = judge(result, profile, named);
+    if (outcome.isEmpty()) {
+        writeWhole(outputPath, sink.readDataFromStartToEnd(), kPlainFilePermissions);
+        sender = named;
+    }
+    source.close();
+    pfxStream.close();
+    sink.close();
+    return outcome;
+}
+
+QString NivoCryptoOperation::decryptFile(const QString& inputPath, const NivoProfile& profile,
+                                         const QString& password, const QString& outputPath,
+                                         QString& sender) {
+    QFile::remove(outputPath);
+    TVXCryptoProvider& provider = TVXDefaultCryptoProvider();
+    const auto source = ComTruvexIO_FileStream::initForReading(inputPath);
+    const auto sink = ComTruvexIO_FileStream::initForWriting(outputPath, kPlainFilePermissions);
+    ComTruvexIO_MemoryStream pfxStream(profile.Pfx);
+    const Participant user = Participant::participantPfx(pfxStream, password, provider);
+
+    TVXCmsParserCallback callback({user}, {user}, sink.get(), source.get());
+    const TVXCmsParseResult result = TVXCmsParser().parseEncodedStream(*source, callback);
+    QString named = sender;
+    const QString outcome = judge(result, profile, named);
+    if (outcome.isEmpty()) {
+        sink->commit();
+        sender = named;
+    }
+    // Without a commit the content written so far is discarded.
+    sink->close();
+    source->close();
+    pfxStream.close();
+    return outcome;
+}

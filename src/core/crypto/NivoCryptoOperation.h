@@ -1,0 +1,65 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+#include <functional>
+
+#include "account/NivoProfile.h"
+
+class TVXStream;
+class TVXCmsParseResult;
+
+// Protects one file for named recipients (signed by the user, enveloped for every recipient and,
+// always last, for the user) and opens protected files addressed to the user. Class-level only;
+// safe to run on a worker thread.
+class NivoCryptoOperation {
+public:
+    NivoCryptoOperation() = delete;
+
+    // Outcome texts of decryption.
+    static const QString kNotRecipient;
+    static const QString kNotEncryptedOrNotSupported;
+    static const QString kInvalidSignature;
+
+    // Certificate DER in, the NIVO ID of the contact holding that certificate out ("" when none).
+    using NivoIdLookup = std::function<QString(const QByteArray& certDer)>;
+    // Installs the lookup that names known senders; set once at start-up, before any operation
+    // runs. It is called on the thread that decrypts, so it must be safe to call there. Without
+    // one, senders other than the user are named by their certificate's CN.
+    static void setNivoIdLookup(NivoIdLookup lookup);
+
+    // Both return "" on success and throw a TVXException on any failure (wrong password, a bad
+    // recipient certificate, a write failure). Duplicate recipients are kept; the user is always
+    // added as the last recipient. An existing file at the output path is replaced; on failure
+    // nothing new appears there.
+    [[nodiscard]] static QString encryptData(const QByteArray& data, const NivoProfile& profile,
+                                             const QString& password,
+                                             const QList<QByteArray>& recipientList,
+                                             const QString& outputPath);
+    // Streams from the input file; any existing output file is deleted first.
+    [[nodiscard]] static QString encryptFile(const QString& inputPath, const NivoProfile& profile,
+                                             const QString& password,
+                                             const QList<QByteArray>& recipientList,
+                                             const QString& outputPath);
+
+    // Both return "" on success, with the sender named in `sender`: the user's LoginName for the
+    // user's own certificate, else the contact's NIVO ID, else the certificate's CN. Any failure
+    // of the message comes back as a text, with nothing written and `sender` untouched. They
+    // throw a TVXException only when the key file cannot be opened (e.g. wrong password) or a
+    // file cannot be read or written.
+    [[nodiscard]] static QString decryptData(const QByteArray& data, const NivoProfile& profile,
+                                             const QString& password, const QString& outputPath,
+                                             QString& sender);
+    // Any existing output file is deleted first.
+    [[nodiscard]] static QString decryptFile(const QString& inputPath, const NivoProfile& profile,
+                                             const QString& password, const QString& outputPath,
+                                             QString& sender);
+
+private:
+    static void encode(TVXStream& source, TVXStream& sink, const NivoProfile& profile,
+                       const QString& password, const QList<QByteArray>& recipientList);
+    // "" when the content may be written, else the failure text; names the sender on success.
+    [[nodiscard]] static QString judge(const TVXCmsParseResult& result, const NivoProfile& profile,
+                                       QString& sender);
+};

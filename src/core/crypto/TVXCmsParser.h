@@ -1,0 +1,18 @@
+#pragma once
+
+#include "crypto/TVXCmsParseResult.h"
+
+class TVXCmsParserCallback;
+class TVXStream;
+
+// Opens a protected message: enveloped layers with the callback's keys, signed layers checked with
+// every signature, the content written to the callback's decoded stream. The outermost layer must
+// be an enveloped one.
+class TVXCmsParser {
+public:
+    // Reports every failure through the result and never throws for a bad message. The decoded
+    // stream may hold content even when the result reports a failure; only a result without
+    // failure and with all signatures valid vouches for it.
+    [[nodiscard]] TVXCmsParseResult parseEncodedStream(TVXStream& source,
+                                                       TVXCmsParserCallback& callback);
+};

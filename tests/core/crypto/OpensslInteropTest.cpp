@@ -1,0 +1,234 @@
+#include <gtest/gtest.h>
+#include <openssl/obj_mac.h>
+
+#include <QFile>
+#include <QTemporaryDir>
+
+#include "CryptoTestKit.h"
+#include "TestPki.h"
+#include "crypto/NivoCryptoOperation.h"
+#include "crypto/TVXRandom.h"
+
+using namespace Qt::Literals::StringLiterals;
+using namespace CryptoTestKit;
+
+namespace {
+
+// The real openssl command is the peer on the other side: it must open our files, and we must
+// open its files, and bad files must fail with the right text and write nothing.
+class OpensslInteropTest : public ::testing::Test {
+protected:
+    struct People {
+        TestPki pki;
+        // Created in this order, so their serial numbers ascend: alice < bob < carol < erin.
+        TestPki::Identity alice = pki.createUser(u"Alice Sender"_s);
+        TestPki::Identity bob = pki.createUser(u"Bob Recipient"_s);
+        TestPki::Identity carol = pki.createUser(u"Carol Signer"_s);
+        TestPki::Identity erin = pki.createUser(u"Erin Second Signer"_s);
+    };
+
+    static void SetUpTestSuite() { s_people = new People; }
+    static void TearDownTestSuite() {
+        delete s_people;
+        s_people = nullptr;
+    }
+    void TearDown() override { NivoCryptoOperation::setNivoIdLookup({}); }
+
+    TestPki& pki() { return s_people->pki; }
+    const TestPki::Identity& alice() { return s_people->alice; }
+    const TestPki::Identity& bob() { return s_people->bob; }
+    const TestPki::Identity& carol() { return s_people->carol; }
+    const TestPki::Identity& erin() { return s_people->erin; }
+    QString out(const QString& name) const { return m_dir.filePath(name); }
+
+    QByteArray opensslDecrypt(const TestPki::Identity& recipient, const QByteArray& message,
+                              int* exitCode = nullptr) {
+        return pki().openssl({u"cms"_s, u"-decrypt"_s, u"-binary"_s, u"-inform"_s, u"DER"_s,
+                              u"-recip"_s, recipient.certPath, u"-inkey"_s, recipient.keyPath},
+                             message, exitCode);
+    }
+
+    static People* s_people;
+    QTemporaryDir m_dir;
+    const QByteArray m_content = "Minutes of the board meeting\n\x01\x02\x00\xff"_ba;
+};
+
+OpensslInteropTest::People* OpensslInteropTest::s_people = nullptr;
+
+TEST_F(OpensslInteropTest, OurFilesDecryptAndVerifyWithOpenssl) {
+    const TestPki::Identity dave = pki().createUser(u"Dave Curve"_s, TestPki::KeyType::Ec);
+    const QByteArray content = TVXRandom::randomDataWithLength(200000);
+    const QString path = out(u"ours.tvf"_s);
+    ASSERT_EQ(NivoCryptoOperation::encryptData(content, TestPki::profileFor(alice(), u"alice"_s),
+                                               TestPki::kPassword, {bob().certDer, dave.certDer},
+                                               path),
+              u""_s);
+    const QByteArray message = readFile(path);
+
+    const QString caFile = pki().ca().certPath;
+    for (const TestPki::Identity* recipient : {&bob(), &dave, &alice()}) {
+        const QByteArray signedMessage = opensslDecrypt(*recipient, message);
+        ASSERT_FALSE(signedMessage.isEmpty()) << recipient->commonName.toStdString();
+        const QByteArray verified = pki().openssl({u"cms"_s, u"-verify"_s, u"-binary"_s,
+                                                   u"-inform"_s, u"DER"_s, u"-CAfile"_s, caFile},
+                                                  signedMessage);
+        EXPECT_EQ(verified, content) << recipient->commonName.toStdString();
+    }
+}
+
+TEST_F(OpensslInteropTest, OpensslFilesOpenAndNameTheSender) {
+    const QByteArray signedByCarol = opensslSign(pki(), m_content, {&carol()});
+    const QStringList oaep{u"-keyopt"_s, u"rsa_padding_mode:oaep"_s, u"-keyopt"_s,
+                           u"rsa_oaep_md:sha256"_s, u"-keyopt"_s, u"rsa_mgf1_md:sha256"_s};
+    struct Variant {
+        const char* name;
+        QByteArray message;
+    };
+    const QList<Variant> variants{
+        {"PKCS#1 v1.5, AES-256-CBC",
+         opensslEncrypt(pki(), signedByCarol, {&bob()}, {u"-aes-256-cbc"_s})},
+        {"OAEP, AES-256-CBC",
+         opensslEncrypt(pki(), signedByCarol, {},
+                        QStringList{u"-aes-256-cbc"_s, u"-recip"_s, bob().certPath} + oaep)},
+        {"PKCS#1 v1.5, AES-128-CBC",
+         opensslEncrypt(pki(), signedByCarol, {&bob()}, {u"-aes-128-cbc"_s})},
+        {"AES-256-GCM (AuthEnvelopedData)",
+         opensslEncrypt(pki(), signedByCarol, {&bob()}, {u"-aes-256-gcm"_s})},
+        {"ContentInfo under id-signedData",
+         envelopeLabelled(bob(), signedByCarol, NID_pkcs7_signed)},
+        {"bare SignedData under id-signedData",
+         envelopeLabelled(bob(), bareSignedData(signedByCarol), NID_pkcs7_signed)},
+    };
+    int n = 0;
+    for (const Variant& variant : variants) {
+        SCOPED_TRACE(variant.name);
+        const Decrypted opened = decryptAs(bob(), u"bob"_s, variant.message,
+                                           out(QString::number(++n)));
+        EXPECT_EQ(opened.outcome, u""_s);
+        EXPECT_EQ(opened.output, m_content);
+        EXPECT_EQ(opened.sender, carol().commonName);
+    }
+
+    const QByteArray carolDer = carol().certDer;
+    NivoCryptoOperation::setNivoIdLookup([carolDer](const QByteArray& der) {
+        return der == carolDer ? u"carol.nivo"_s : QString();
+    });
+    EXPECT_EQ(decryptAs(bob(), u"bob"_s, variants.first().message, out(u"named"_s)).sender,
+              u"carol.nivo"_s);
+}
+
+TEST_F(OpensslInteropTest, SignerListDecidesTheSender) {
+    // DER sorts the signer entries; with one CA and equal key sizes, the higher serial (Erin)
+    // ends up last whatever the order on the command line.
+    const QByteArray twoSigners = opensslEncrypt(
+        pki(), opensslSign(pki(), m_content, {&erin(), &carol()}), {&bob()});
+    Decrypted opened = decryptAs(bob(), u"bob"_s, twoSigners, out(u"two"_s));
+    EXPECT_EQ(opened.outcome, u""_s);
+    EXPECT_EQ(opened.output, m_content);
+    EXPECT_EQ(opened.sender, erin().commonName);
+
+    // Signed by the user without the certificate in the message: the signature is checked with
+    // the user's own certificate, and no certificate names a sender.
+    const QByteArray withoutCertificate = opensslEncrypt(
+        pki(), opensslSign(pki(), m_content, {&bob()}, {u"-nocerts"_s}), {&bob()});
+    opened = decryptAs(bob(), u"bob"_s, withoutCertificate, out(u"nocert"_s));
+    EXPECT_EQ(opened.outcome, u""_s);
+    EXPECT_EQ(opened.output, m_content);
+    EXPECT_EQ(opened.sender, kSenderUntouched);
+
+    // Somebody else's signature without certificate cannot be checked.
+    const QByteArray unverifiable = opensslEncrypt(
+        pki(), opensslSign(pki(), m_content, {&carol()}, {u"-nocerts"_s}), {&bob()});
+    opened = decryptAs(bob(), u"bob"_s, unverifiable, out(u"unverifiable"_s));
+    EXPECT_EQ(opened.outcome, NivoCryptoOperation::kInvalidSignature);
+    EXPECT_FALSE(opened.outputWritten);
+}
+
+TEST_F(OpensslInteropTest, BadFilesFailWithTheRightTextAndWriteNothing) {
+    const QByteArray signedByCarol = opensslSign(pki(), m_content, {&carol()});
+    const QByteArray good = opensslEncrypt(pki(), signedByCarol, {&bob()});
+
+    // A signature that does not match: the last byte of DER SignedData is in the signature.
+    QByteArray badSignature = signedByCarol;
+    badSignature[badSignature.size() - 1] = static_cast<char>(badSignature.back() ^ 0x01);
+    // Content that does not match its digest.
+    QByteArray badContent = signedByCarol;
+    const qsizetype at = badContent.indexOf("board");
+    ASSERT_GE(at, 0);
+    badContent[at] = 'B';
+
+    const QString notSupported = u"Not Supported Exception"_s;
+    struct Case {
+        const char* name;
+        QByteArray message;
+        QString expected;  // empty: any failure text
+    };
+    const QList<Case> cases{
+        {"plain text file", "just some text, not protected\n"_ba,
+         NivoCryptoOperation::kNotEncryptedOrNotSupported},
+        {"empty file", QByteArray(), NivoCryptoOperation::kNotEncryptedOrNotSupported},
+        {"signed only", signedByCarol, NivoCryptoOperation::kNotEncryptedOrNotSupported},
+        {"for other recipients only", opensslEncrypt(pki(), signedByCarol, {&alice(), &carol()}),
+         NivoCryptoOperation::kNotRecipient},
+        {"compressed", compressedMessage("hello"_ba), notSupported},
+        {"compressed inside the envelope",
+         opensslEncrypt(pki(), compressedMessage("hello"_ba), {&bob()}), notSupported},
+        {"detached ciphertext", envelopeDetached(bob(), signedByCarol), notSupported},
+        {"signature does not match", opensslEncrypt(pki(), badSignature, {&bob()}),
+         NivoCryptoOperation::kInvalidSignature},
+        {"content does not match", opensslEncrypt(pki(), badContent, {&bob()}),
+         NivoCryptoOperation::kInvalidSignature},
+        {"encrypted but not signed", opensslEncrypt(pki(), m_content, {&bob()}), {}},
+        {"truncated", good.left(good.size() - 40), {}},
+    };
+    int n = 0;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const QString outputPath = out(u"case%1"_s.arg(++n));
+        const Decrypted opened = decryptAs(bob(), u"bob"_s, c.message, outputPath);
+        if (c.expected.isEmpty()) {
+            EXPECT_FALSE(opened.outcome.isEmpty());
+            // A damaged protected file is not mistaken for one that never was one.
+            EXPECT_NE(opened.outcome, NivoCryptoOperation::kNotEncryptedOrNotSupported);
+        } else {
+            EXPECT_EQ(opened.outcome, c.expected);
+        }
+        EXPECT_FALSE(opened.outputWritten);
+        EXPECT_EQ(opened.sender, kSenderUntouched);
+
+        // The streaming variant writes nothing either.
+        const QString input = out(u"in%1"_s.arg(n));
+        writeFile(input, c.message);
+        const Decrypted streamed = decryptFileAs(bob(), u"bob"_s, input, outputPath);
+        EXPECT_EQ(streamed.outcome, opened.outcome);
+        EXPECT_FALSE(streamed.outputWritten);
+    }
+
+    // The good file still opens, so the failures above are the files' fault.
+    EXPECT_EQ(decryptAs(bob(), u"bob"_s, good, out(u"good"_s)).outcome, u""_s);
+}
+
+TEST_F(OpensslInteropTest, AFlippedByteAnywhereNeverYieldsOtherContent) {
+    const QByteArray good = opensslEncrypt(pki(), opensslSign(pki(), m_content, {&carol()}),
+                                           {&bob()});
+    // CBC has no integrity of its own: some flips (inside the certificate's own signature, say)
+    // still open to the right content; any flip that touches what the signature covers must fail.
+    int failures = 0;
+    for (qsizetype at = 0; at < good.size(); at += 37) {
+        SCOPED_TRACE(at);
+        QByteArray flipped = good;
+        flipped[at] = static_cast<char>(flipped[at] ^ 0x04);
+        const Decrypted opened = decryptAs(bob(), u"bob"_s, flipped, out(u"flip%1"_s.arg(at)));
+        if (opened.outcome.isEmpty()) {
+            EXPECT_EQ(opened.output, m_content);
+            EXPECT_EQ(opened.sender, carol().commonName);
+        } else {
+            ++failures;
+            EXPECT_FALSE(opened.outputWritten);
+            EXPECT_EQ(opened.sender, kSenderUntouched);
+        }
+    }
+    EXPECT_GT(failures, 0);
+}
+
+}  // namespace

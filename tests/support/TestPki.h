@@ -1,0 +1,67 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include "account/NivoProfile.h"
+
+// A throw-away PKI made at test time with the real `openssl` command: a root CA and any number of
+// users (RSA or EC), each with PEM key and certificate files, DER certificate and PKCS#12 bytes.
+// Everything lives in a temporary directory that disappears with the object. Serial numbers
+// increase in creation order, so a later user sorts after an earlier one in DER sets.
+class TestPki {
+public:
+    enum class KeyType { Rsa, Ec };
+
+    struct Identity {
+        QString commonName;
+        QString keyPath;   // PEM private key, unencrypted
+        QString certPath;  // PEM certificate
+        QByteArray certDer;
+        QByteArray pfx;    // key and certificate under kPassword
+    };
+
+    static const QString kPassword;
+
+    TestPki();
+
+    [[nodiscard]] QString dir() const { return m_dir.path(); }
+    [[nodiscard]] const Identity& ca() const noexcept { return m_ca; }
+
+    // A user certified by `issuer` (the root CA when null).
+    [[nodiscard]] Identity createUser(const QString& commonName, KeyType keyType = KeyType::Rsa,
+                                      const Identity* issuer = nullptr);
+    // An intermediate CA certified by the root CA.
+    [[nodiscard]] Identity createIntermediateCa(const QString& commonName);
+    // A self-signed certificate that chains to nothing here.
+    [[nodiscard]] Identity createSelfSigned(const QString& commonName);
+
+    // PKCS#12 of the identity's key and certificate; `legacy` uses the RC2/3DES protection of
+    // older exports.
+    [[nodiscard]] QByteArray exportPfx(const Identity& identity, const QString& password,
+                                       bool legacy = false) const;
+    // A signed-in profile of the identity, PFX under kPassword.
+    [[nodiscard]] static NivoProfile profileFor(const Identity& identity, const QString& loginName);
+
+    // Runs `openssl` with `arguments`, feeding `input`; returns standard output. A non-zero exit
+    // records a test failure unless `exitCode` is given, which then receives it.
+    QByteArray openssl(const QStringList& arguments, const QByteArray& input = {},
+                       int* exitCode = nullptr) const;
+
+    // Writes `bytes` to a file in the PKI directory and returns its path.
+    QString writeFile(const QString& name, const QByteArray& bytes) const;
+    [[nodiscard]] QString path(const QString& name) const;
+
+private:
+    Identity issue(const QString& commonName, KeyType keyType, const Identity* issuer,
+                   const QString& extensions);
+    [[nodiscard]] QStringList newKeyArguments(KeyType keyType) const;
+
+    QTemporaryDir m_dir;
+    QString m_config;
+    int m_nextSerial = 0x1001;
+    int m_nextName = 0;
+    Identity m_ca;
+};
