@@ -2,7 +2,21 @@
 
 #include <stdexcept>
 
+#include "crypto/ComTruvexIO_MemoryStream.h"
+#include "crypto/TVXCryptoProvider.h"
+#include "crypto/comTruvexCrypto_Pkcs12Loader.h"
+#include "crypto/comTruvexCrypto_X509CertificateLoader.h"
+#include "crypto/comTruvexCrypto_X509CertificateValidator.h"
+
 namespace {
+
+TVXX509Certificate loadCertificate(const QByteArray& der) {
+    auto stream = ComTruvexIO_MemoryStream::streamFromData(der);
+    auto loader =
+        comTruvexCrypto_X509CertificateLoader::loaderCryptoProvider(TVXDefaultCryptoProvider());
+    loader.loadFromStream(*stream);
+    return loader.x509Certificate();
+}
 
 int hexDigit(QChar c) {
     if (c >= u'0' && c <= u'9') {
@@ -69,4 +83,36 @@ QByteArray NivoProfileUtil::hexStringToByteArray(const QString& hex) {
 
 QString NivoProfileUtil::byteArrayToHexString(const QByteArray& bytes) {
     return QString::fromLatin1(bytes.toHex());
+}
+
+std::optional<QByteArray> NivoProfileUtil::extractCerFromPfx(const QByteArray& pfx,
+                                                             const QString& password) {
+    try {
+        auto stream = ComTruvexIO_MemoryStream::streamFromData(pfx);
+        auto loader =
+            comTruvexCrypto_Pkcs12Loader::loaderCryptoProvider(TVXDefaultCryptoProvider());
+        loader.loadFromStream(*stream, password);
+        return loader.x509Certificate().asRawData();
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+bool NivoProfileUtil::verifyX509Cert(const QByteArray& certificate, const QByteArray& rootCa,
+                                     const QByteArray& intermediateCa) {
+    try {
+        const TVXX509Certificate root = loadCertificate(rootCa);
+        const TVXX509Certificate intermediate = loadCertificate(intermediateCa);
+        const TVXX509Certificate subject = loadCertificate(certificate);
+        const auto validator = comTruvexCrypto_X509CertificateValidator::validatorCryptoProvider(
+            TVXDefaultCryptoProvider(), {root}, {intermediate});
+        return validator.validateX509Certificate(subject);
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+bool NivoProfileUtil::verifyCer(const QByteArray& certificate, const QByteArray& rootCa,
+                                const QByteArray& intermediateCa) {
+    return verifyX509Cert(certificate, rootCa, intermediateCa);
 }

@@ -25,4 +25,16 @@ public:
     [[nodiscard]] static QByteArray hexStringToByteArray(const QString& hex);
     // Two lower-case hex digits per byte, no separators.
     [[nodiscard]] static QString byteArrayToHexString(const QByteArray& bytes);
+
+    // The certificate (DER) of a PKCS#12 file opened with the password as given; absent when the
+    // password is wrong or the file damaged.
+    [[nodiscard]] static std::optional<QByteArray> extractCerFromPfx(const QByteArray& pfx,
+                                                                     const QString& password);
+    // True when the certificate chains to the root through the intermediate and is valid now.
+    // Damaged DER anywhere gives false.
+    [[nodiscard]] static bool verifyX509Cert(const QByteArray& certificate,
+                                             const QByteArray& rootCa,
+                                             const QByteArray& intermediateCa);
+    [[nodiscard]] static bool verifyCer(const QByteArray& certificate, const QByteArray& rootCa,
+                                        const QByteArray& intermediateCa);
 };

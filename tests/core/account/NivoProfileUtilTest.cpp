@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <QFile>
 #include <QJsonDocument>
+#include <QSslCertificate>
 
 #include "account/NivoProfileUtil.h"
 
@@ -49,6 +51,42 @@ TEST(NivoProfileUtilTest, HexConversions) {
     EXPECT_EQ(NivoProfileUtil::byteArrayToHexString(QByteArray::fromHex("0aff")),
               QStringLiteral("0aff"));
     EXPECT_EQ(NivoProfileUtil::byteArrayToHexString({}), QString());
+}
+
+}  // namespace
+
+namespace {
+
+QByteArray devFile(const char* name) {
+    QFile file(QStringLiteral(NIVOGX_SOURCE_DIR "/certs/dev/") + QString::fromLatin1(name));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+TEST(NivoProfileUtilTest, CertificateChecksFollowTheChainAndRejectDamage) {
+    // The development server certificate: comm root -> comm intermediate -> leaf.
+    const QByteArray leaf = QSslCertificate::fromData(devFile("server-tls-chain.pem")).value(0).toDer();
+    const QByteArray commRoot = devFile("comm-root.cer");
+    const QByteArray commIntermediate = devFile("comm-intermediate.cer");
+    const QByteArray serviceRoot = devFile("service-root.cer");
+    ASSERT_FALSE(leaf.isEmpty());
+
+    EXPECT_TRUE(NivoProfileUtil::verifyX509Cert(leaf, commRoot, commIntermediate));
+    EXPECT_TRUE(NivoProfileUtil::verifyCer(leaf, commRoot, commIntermediate));
+    EXPECT_FALSE(NivoProfileUtil::verifyX509Cert(leaf, serviceRoot, commIntermediate))
+        << "not issued under that root";
+    EXPECT_FALSE(NivoProfileUtil::verifyX509Cert(leaf, commRoot, serviceRoot))
+        << "the real intermediate is missing";
+
+    QByteArray damaged = leaf;
+    damaged[damaged.size() / 2] = static_cast<char>(damaged[damaged.size() / 2] ^ 0x01);
+    EXPECT_FALSE(NivoProfileUtil::verifyX509Cert(damaged, commRoot, commIntermediate));
+    EXPECT_FALSE(NivoProfileUtil::verifyX509Cert(leaf, commRoot.left(20), commIntermediate));
+    EXPECT_FALSE(NivoProfileUtil::verifyX509Cert(leaf, commRoot, QByteArray()));
+}
+
+TEST(NivoProfileUtilTest, KeyFileThatCannotBeOpenedGivesNoCertificate) {
+    EXPECT_FALSE(NivoProfileUtil::extractCerFromPfx(QByteArray(), QStringLiteral("pw")));
+    EXPECT_FALSE(NivoProfileUtil::extractCerFromPfx(devFile("comm-root.cer"), QStringLiteral("pw")));
 }
 
 }  // namespace

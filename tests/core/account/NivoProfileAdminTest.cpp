@@ -1,0 +1,170 @@
+// The account calls against a scripted server: which answers become which status texts, what is
+// sent, and how malformed answers end. The real server's behaviour is tested in tests/server.
+#include <gtest/gtest.h>
+
+#include <QTcpServer>
+#include <QUrlQuery>
+
+#include "ScriptedHttpsServer.h"
+#include "account/AccountServer.h"
+#include "account/NivoProfileAdmin.h"
+
+namespace {
+
+class NivoProfileAdminTest : public ::testing::Test {
+protected:
+    void SetUp() override { AccountServer::setBaseUrl(server.baseUrl()); }
+    void TearDown() override { AccountServer::setBaseUrl(QString()); }
+
+    QString getProfileStatus(const QByteArray& body) {
+        server.answer(body, "text/plain");
+        return NivoProfileAdmin::downloadProfileWithLogInName(QStringLiteral("alice"),
+                                                              QStringLiteral("pw"))
+            .StatusText;
+    }
+
+    // Field names and values of the last request, in order.
+    QList<QPair<QString, QString>> lastFields() const {
+        const auto requests = server.requests();
+        return requests.isEmpty() ? QList<QPair<QString, QString>>{}
+                                  : QUrlQuery(QString::fromUtf8(requests.last().body))
+                                        .queryItems(QUrl::FullyDecoded);
+    }
+
+    ScriptedHttpsServer server;
+};
+
+TEST_F(NivoProfileAdminTest, GetProfileMarkersInOrderIgnoringCase) {
+    EXPECT_EQ(getProfileStatus("Sorry, the user IS NOT REGISTERED here"),
+              QStringLiteral("Username is not registered"));
+    EXPECT_EQ(getProfileStatus("wrong password. Service not available."),
+              QStringLiteral("Server unable to process request"));
+    EXPECT_EQ(getProfileStatus("is not registered, wrong password"),
+              QStringLiteral("Username is not registered"));
+    EXPECT_EQ(getProfileStatus("{\"Pfx\":[1,2],\"LogInInfo\":\"Wrong Password||x\"}"),
+              QStringLiteral("Wrong password"))
+        << "a phrase inside JSON still decides, and nothing is parsed";
+}
+
+TEST_F(NivoProfileAdminTest, EachOperationHasItsOwnMarkers) {
+    server.answer("is not matched", "text/plain");
+    EXPECT_EQ(NivoProfileAdmin::downloadNivoIdWithRequesterLogInName(QStringLiteral("a"), QStringLiteral("a"))
+                  .StatusText,
+              QStringLiteral("Invalid NIVO ID email"));
+    server.answer("x is not registered", "text/plain");
+    EXPECT_EQ(NivoProfileAdmin::downloadNivoIdWithRequesterLogInName(QStringLiteral("a"), QStringLiteral("a"))
+                  .StatusText,
+              QStringLiteral("Invalid NIVO ID name"));
+
+    auto create = [] {
+        return NivoProfileAdmin::createProfileWithLoginName(QStringLiteral("a"), QStringLiteral("p"),
+                                                            QString(), QString(), QString());
+    };
+    server.answer("invalid account entry", "text/plain");
+    EXPECT_EQ(create(), QStringLiteral("Invalid Account entry"));
+    server.answer("name is not available; Invalid Account Entry", "text/plain");
+    EXPECT_EQ(create(), QStringLiteral("Username is not available"));
+    server.answer("wrong password", "text/plain");
+    EXPECT_EQ(create(), QString()) << "not a sign-up marker";
+
+    server.answer("Wrong Password", "text/plain");
+    EXPECT_EQ(NivoProfileAdmin::changePasswordWithLoginName(QStringLiteral("a"), QStringLiteral("b"),
+                                                           QStringLiteral("c")),
+              QStringLiteral("Wrong password"));
+    server.answer("is not available", "text/plain");
+    EXPECT_EQ(NivoProfileAdmin::checkLogInNameAvailability(QStringLiteral("a")),
+              QStringLiteral("Username is not available"));
+    server.answer("anything else", "text/plain");
+    EXPECT_EQ(NivoProfileAdmin::checkLogInNameAvailability(QStringLiteral("a")), QString());
+}
+
+TEST_F(NivoProfileAdminTest, NamesAreLowerCasedOnlyWhereTheServerExpectsIt) {
+    using Fields = QList<QPair<QString, QString>>;
+    auto field = [](const char* name, const char* value) {
+        return qMakePair(QString::fromLatin1(name), QString::fromUtf8(value));
+    };
+    server.answer("Service not available", "text/plain");
+
+    (void)NivoProfileAdmin::downloadProfileWithLogInName(QStringLiteral("ÄLice"), QStringLiteral(" Pw "));
+    EXPECT_EQ(lastFields(), (Fields{field("logInName", "älice"), field("logInPassword", " Pw ")}));
+    EXPECT_EQ(server.requests().last().path, "/nivo/GetProfile.aspx");
+
+    (void)NivoProfileAdmin::downloadNivoIdWithRequesterLogInName(QStringLiteral("Bob"), QStringLiteral("Bob"));
+    EXPECT_EQ(lastFields(), (Fields{field("logInName", "Bob"), field("logInPassword", ""),
+                                    field("logInNameToRetrieve", "Bob"), field("emailToRetrieve", "")}));
+
+    (void)NivoProfileAdmin::createProfileWithLoginName(QStringLiteral("Alice"), QStringLiteral("P"),
+                                                       QStringLiteral("Al"), QStringLiteral("Ice"),
+                                                       QStringLiteral("a@b.co"));
+    EXPECT_EQ(lastFields(),
+              (Fields{field("logInName", "alice"), field("logInPassword", "P"), field("firstName", "Al"),
+                      field("lastName", "Ice"), field("email", "a@b.co"), field("mobilePhone", ""),
+                      field("dateOfBirth", ""), field("gender", ""), field("country", ""),
+                      field("city", ""), field("language", ""), field("recommendedBy", "")}));
+
+    (void)NivoProfileAdmin::changePasswordWithLoginName(QStringLiteral("Alice"), QStringLiteral("o"),
+                                                        QStringLiteral("n"));
+    EXPECT_EQ(lastFields(), (Fields{field("logInName", "Alice"), field("oldLogInPassword", "o"),
+                                    field("newLogInPassword", "n")}));
+
+    (void)NivoProfileAdmin::checkLogInNameAvailability(QStringLiteral("Alice"));
+    EXPECT_EQ(lastFields(), (Fields{field("logInName", "alice")}));
+    EXPECT_EQ(server.requests().last().path, "/nivo/CheckLoginName.aspx");
+}
+
+TEST_F(NivoProfileAdminTest, MalformedProfileAnswers) {
+    auto download = [this](const QByteArray& body) {
+        server.answer(body, "application/json");
+        return NivoProfileAdmin::downloadProfileWithLogInName(QStringLiteral("alice"), QStringLiteral("pw"));
+    };
+    const NivoProfile noPfx = download("{\"LogInInfo\":\"alice||A\"}");
+    EXPECT_EQ(noPfx.StatusText, QString());
+    EXPECT_FALSE(noPfx.StatusText.isNull());
+    EXPECT_TRUE(noPfx.Pfx.isNull());
+    EXPECT_TRUE(noPfx.LoginName.isNull());
+
+    EXPECT_EQ(download("not json at all").StatusText, QString());
+    EXPECT_EQ(download("").StatusText, QString());
+
+    EXPECT_EQ(download("{\"Pfx\":\"AAEC\",\"LogInInfo\":\"alice\"}").StatusText,
+              QStringLiteral("Error:the answer's Pfx member is not an array"));
+    EXPECT_EQ(download("{\"Pfx\":[1,2,3]}").StatusText,
+              QStringLiteral("Error:the answer carries no login name"));
+
+    // A key file that the password does not open: the profile keeps Pfx but has no certificate.
+    const NivoProfile unopened = download("{\"Pfx\":[1,2,3],\"LogInInfo\":\"alice||A||B\"}");
+    EXPECT_EQ(unopened.StatusText, QString());
+    EXPECT_EQ(unopened.LoginName, QStringLiteral("alice"));
+    EXPECT_EQ(unopened.Pfx, QByteArray("\x01\x02\x03"));
+    EXPECT_TRUE(unopened.Cer.isNull());
+    EXPECT_FALSE(unopened.isUsable());
+}
+
+TEST_F(NivoProfileAdminTest, IdAnswerWithUnexpectedTypesEscapesToTheCaller) {
+    server.answer("{\"Pfx\":[48,\"x\"]}");
+    EXPECT_THROW((void)NivoProfileAdmin::downloadNivoIdWithRequesterLogInName(QStringLiteral("a"),
+                                                                             QStringLiteral("a")),
+                 std::invalid_argument);
+    server.answer("{\"Other\":1}");
+    const NivoProfile none =
+        NivoProfileAdmin::downloadNivoIdWithRequesterLogInName(QStringLiteral("a"), QStringLiteral("a"));
+    EXPECT_EQ(none.StatusText, QString());
+    EXPECT_TRUE(none.Cer.isEmpty());
+}
+
+TEST_F(NivoProfileAdminTest, TransportFailuresAreTheLayersTexts) {
+    server.hang();
+    EXPECT_EQ(NivoProfileAdmin::downloadProfileWithLogInName(QStringLiteral("a"), QStringLiteral("b")).StatusText,
+              QStringLiteral("The request timed out"));
+
+    QTcpServer probe;
+    ASSERT_TRUE(probe.listen(QHostAddress::LocalHost, 0));
+    AccountServer::setBaseUrl(QStringLiteral("https://127.0.0.1:%1").arg(probe.serverPort()));
+    probe.close();
+    EXPECT_EQ(NivoProfileAdmin::downloadProfileWithLogInName(QStringLiteral("a"), QStringLiteral("b")).StatusText,
+              QStringLiteral("A connection failure occurred"));
+    EXPECT_EQ(NivoProfileAdmin::checkLogInNameAvailability(QStringLiteral("a")),
+              QStringLiteral("A connection failure occurred"));
+}
+
+}  // namespace
