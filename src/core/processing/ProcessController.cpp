@@ -10,6 +10,7 @@
 #include <QtConcurrent/QtConcurrentRun>
 #include <algorithm>
 #include <limits>
+#include <new>
 #include <optional>
 
 #include "contacts/ContactDB.h"
@@ -31,6 +32,7 @@ const QString ProcessController::kInputDoesNotExist = u"%1 does not exists."_s;
 const QString ProcessController::kEncryptionCancelled = u"Encryption cancelled"_s;
 const QString ProcessController::kDecryptionCancelled = u"Decryption cancelled"_s;
 const QString ProcessController::kCannotRead = u"Cannot read %1: %2"_s;
+const QString ProcessController::kNotEnoughMemory = u"Not enough memory to process %1"_s;
 const QString ProcessController::kEncryptAction = u"Encrypt"_s;
 const QString ProcessController::kDecryptAction = u"Decrypt"_s;
 const QString ProcessController::kSuccess = u"Success"_s;
@@ -65,8 +67,10 @@ struct Job {
     std::optional<ContactDB> contacts;
 };
 
-// Copies and version numbers of an output such as "report.pdf-2" would hide the real extension;
-// the cut stops short when the mark sits at the very start or right after the first character.
+// Copies and versions such as "report.pdf-2" or "report.pdf(1)" hide the real extension; cutting
+// at the first mark brings it back. A mark at the very start leaves the extension alone and one
+// right after its first character empties it: output names must not change from one release to
+// the next, so these two cases stay as they are.
 QString tidyInnerExtension(QString extension) {
     for (const QChar mark : kExtensionCuts) {
         const qsizetype at = extension.indexOf(mark);
@@ -189,8 +193,10 @@ Outcome work(const Job& job, QPromise<Outcome>& promise) {
         }
     } catch (const TVXException& e) {
         outcome.text = e.description();
+    } catch (const std::bad_alloc&) {
+        // The whole input and the whole result are held in memory at once.
+        outcome.text = ProcessController::kNotEnoughMemory.arg(job.inputPath);
     } catch (const std::exception& e) {
-        // Out of memory for a huge input, mostly.
         outcome.text = QString::fromLocal8Bit(e.what());
     }
     return outcome;

@@ -38,6 +38,7 @@ public:
     static const QString kEncryptionCancelled;
     static const QString kDecryptionCancelled;
     static const QString kCannotRead;
+    static const QString kNotEnoughMemory;
 
     // Activity-log words.
     static const QString kEncryptAction;
