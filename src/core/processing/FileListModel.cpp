@@ -270,9 +270,10 @@ void FileListModel::launch(qsizetype row, bool toEncrypt, const RunInputs& input
                 }
                 handleProcessingComplete(processResult);
             });
+    // A copy: slots of the signals below may change the list.
+    const QString path = m_fileList.at(row).filePath;
     Q_EMIT processStarting(controller, static_cast<int>(row));
-    const FileDetails& entry = m_fileList.at(row);
-    controller->processFile(entry.filePath, inputs.profile, inputs.password, m_recipientList,
+    controller->processFile(path, inputs.profile, inputs.password, m_recipientList,
                             toEncrypt ? inputs.encryptOutputFolder : inputs.decryptOutputFolder,
                             toEncrypt);
 }
