@@ -3,6 +3,7 @@
 // files joining a run, deletions), and one log line per processed file.
 #include <gtest/gtest.h>
 
+#include <QAbstractItemModelTester>
 #include <QDir>
 #include <QFile>
 #include <QPointer>
@@ -28,8 +29,12 @@ protected:
         QDir().mkpath(kit.path(u"out"_s));
         NivoGXUtil::saveSettings({}, {}, {}, kit.path(u"out"_s), kit.path(u"out"_s));
         model = std::make_unique<FileListModel>();
+        // Checks every change the views see (inserts, removals, re-sorting) for consistency.
+        tester = std::make_unique<QAbstractItemModelTester>(
+            model.get(), QAbstractItemModelTester::FailureReportingMode::Fatal);
     }
     void TearDown() override {
+        tester.reset();
         model.reset();
         ProcessingTestKit::drainBackgroundWork();
     }
@@ -57,13 +62,18 @@ protected:
 
     ProcessingTestKit kit;
     std::unique_ptr<FileListModel> model;
+    std::unique_ptr<QAbstractItemModelTester> tester;
 };
 
 TEST_F(FileListModelTest, ListsEachPathOnceSortedByNameThenPath) {
     EXPECT_EQ(model->addFiles({u"/b/Zeta.txt"_s, u"/a/beta.txt"_s, u"/c/Alpha.txt"_s,
                                u"/A/beta.txt"_s, u"/a/beta.txt"_s}),
               4);
+    // A selection stays on its file when new files sort in front of it.
+    const QPersistentModelIndex zeta = model->index(3, FileListModel::FileColumn);
+    ASSERT_EQ(zeta.data().toString(), u"/b/Zeta.txt"_s);
     EXPECT_EQ(model->addFiles({u"/a/beta.txt"_s, u"/a/Beta.txt"_s}), 1);
+    EXPECT_EQ(zeta.data().toString(), u"/b/Zeta.txt"_s);
     EXPECT_EQ(paths(), (QStringList{u"/c/Alpha.txt"_s, u"/a/beta.txt"_s, u"/A/beta.txt"_s,
                                     u"/a/Beta.txt"_s, u"/b/Zeta.txt"_s}));
     EXPECT_EQ(statuses(), QStringList(5, QString()));
