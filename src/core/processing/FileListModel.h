@@ -23,9 +23,10 @@ class ProcessController;
 // handleRecipientSelectionComplete() or, after storing the chosen folder, calls
 // startDecryption(). To show a file's progress it connects to processStarting, which hands over
 // each file's controller before it starts. The command-line tool drives the same calls and waits
-// for processingChanged(false). The model owns every controller it makes and deletes it once it
-// has reported; tests can swap the controller factory and where the profile, password and output
-// folders come from.
+// for processingChanged(false). The model owns every controller it makes and deletes it (later)
+// once it has reported, so keep a QPointer to it, not a plain pointer. By default a run takes the
+// signed-in user's profile, the stored password and the remembered output folders; a caller with
+// its own (the command-line tool's arguments) sets a RunInputsSource.
 class FileListModel : public QAbstractTableModel {
     Q_OBJECT
 public:
@@ -126,7 +127,9 @@ public:
     // Whether `path` names a protected file ("tvf", letter case counts).
     [[nodiscard]] static bool isProtectedFile(const QString& path);
 
+    // Makes each file's controller, with the model as its parent; by default a ProcessController.
     void setControllerFactory(ControllerFactory factory);
+    // Asked each time a file is handed over.
     void setRunInputsSource(RunInputsSource source);
 
 Q_SIGNALS:
