@@ -49,15 +49,6 @@ NivoCryptoOperation::NivoIdLookup& lookupSlot() {
     return lookup;
 }
 
-QString lookUpNivoId(const QByteArray& certificate) {
-    NivoCryptoOperation::NivoIdLookup lookup;
-    {
-        const std::lock_guard lock(lookupMutex());
-        lookup = lookupSlot();
-    }
-    return lookup ? lookup(certificate) : QString();
-}
-
 // Replaces the file at `path` in one step; throws when that fails.
 void writeWhole(const QString& path, const QByteArray& bytes,
                 std::optional<QFileDevice::Permissions> permissions) {
@@ -77,6 +68,11 @@ void writeWhole(const QString& path, const QByteArray& bytes,
 void NivoCryptoOperation::setNivoIdLookup(NivoIdLookup lookup) {
     const std::lock_guard lock(lookupMutex());
     lookupSlot() = std::move(lookup);
+}
+
+NivoCryptoOperation::NivoIdLookup NivoCryptoOperation::installedLookup() {
+    const std::lock_guard lock(lookupMutex());
+    return lookupSlot();
 }
 
 void NivoCryptoOperation::encode(TVXStream& source, TVXStream& sink, const NivoProfile& profile,
@@ -141,7 +137,7 @@ QString NivoCryptoOperation::encryptFile(const QString& inputPath, const NivoPro
 }
 
 QString NivoCryptoOperation::judge(const TVXCmsParseResult& result, const NivoProfile& profile,
-                                   QString& sender) {
+                                   const NivoIdLookup& lookup, QString& sender) {
     if (result.errorOrExceptionOccurred()) {
         const TVXErrorOrException& failure = result.firstErrorOrException();
         if (const auto* error = std::get_if<TVXError>(&failure)) {
@@ -169,7 +165,7 @@ QString NivoCryptoOperation::judge(const TVXCmsParseResult& result, const NivoPr
         const QByteArray der = certificate.asRawData();
         if (der == profile.Cer) {
             sender = profile.LoginName;
-        } else if (const QString nivoId = lookUpNivoId(der); !nivoId.isEmpty()) {
+        } else if (const QString nivoId = lookup ? lookup(der) : QString(); !nivoId.isEmpty()) {
             sender = nivoId;
         }
     }
@@ -179,6 +175,12 @@ QString NivoCryptoOperation::judge(const TVXCmsParseResult& result, const NivoPr
 QString NivoCryptoOperation::decryptData(const QByteArray& data, const NivoProfile& profile,
                                          const QString& password, const QString& outputPath,
                                          QString& sender) {
+    return decryptData(data, profile, password, outputPath, sender, installedLookup());
+}
+
+QString NivoCryptoOperation::decryptData(const QByteArray& data, const NivoProfile& profile,
+                                         const QString& password, const QString& outputPath,
+                                         QString& sender, const NivoIdLookup& lookup) {
     TVXCryptoProvider& provider = TVXDefaultCryptoProvider();
     ComTruvexIO_MemoryStream source(data);
     ComTruvexIO_MemoryStream pfxStream(profile.Pfx);
@@ -188,7 +190,7 @@ QString NivoCryptoOperation::decryptData(const QByteArray& data, const NivoProfi
     TVXCmsParserCallback callback({user}, {user}, &sink, &source);
     const TVXCmsParseResult result = TVXCmsParser().parseEncodedStream(source, callback);
     QString named = sender;
-    const QString outcome = judge(result, profile, named);
+    const QString outcome = judge(result, profile, lookup, named);
     if (outcome.isEmpty()) {
         writeWhole(outputPath, sink.readDataFromStartToEnd(), kPlainFilePermissions);
         sender = named;
@@ -212,7 +214,7 @@ QString NivoCryptoOperation::decryptFile(const QString& inputPath, const NivoPro
     TVXCmsParserCallback callback({user}, {user}, sink.get(), source.get());
     const TVXCmsParseResult result = TVXCmsParser().parseEncodedStream(*source, callback);
     QString named = sender;
-    const QString outcome = judge(result, profile, named);
+    const QString outcome = judge(result, profile, installedLookup(), named);
     if (outcome.isEmpty()) {
         sink->commit();
         sender = named;

@@ -51,6 +51,12 @@ public:
     [[nodiscard]] static QString decryptData(const QByteArray& data, const NivoProfile& profile,
                                              const QString& password, const QString& outputPath,
                                              QString& sender);
+    // The same, naming known senders with `lookup` instead of the installed one, so that a caller
+    // on a worker thread can bring a lookup that is safe there. An empty `lookup` names nobody
+    // by NIVO ID.
+    [[nodiscard]] static QString decryptData(const QByteArray& data, const NivoProfile& profile,
+                                             const QString& password, const QString& outputPath,
+                                             QString& sender, const NivoIdLookup& lookup);
     // Any existing output file is deleted first.
     [[nodiscard]] static QString decryptFile(const QString& inputPath, const NivoProfile& profile,
                                              const QString& password, const QString& outputPath,
@@ -61,5 +67,7 @@ private:
                        const QString& password, const QList<QByteArray>& recipientList);
     // "" when the content may be written, else the failure text; names the sender on success.
     [[nodiscard]] static QString judge(const TVXCmsParseResult& result, const NivoProfile& profile,
-                                       QString& sender);
+                                       const NivoIdLookup& lookup, QString& sender);
+    // The lookup installed with setNivoIdLookup, taken under its lock.
+    [[nodiscard]] static NivoIdLookup installedLookup();
 };

@@ -270,6 +270,10 @@ QString NivoGXUtil::getNIVOIDfromCertData(const QByteArray& certData) {
     return db ? db->getNIVOIDfromCertData(certData) : QString();
 }
 
+std::optional<ContactDB> NivoGXUtil::currentContactDB() {
+    return state().contactDB;
+}
+
 qint64 NivoGXUtil::addContact(const Contact& contact) {
     const auto& db = state().contactDB;
     return db ? db->addContact(contact) : 0;

@@ -8,6 +8,7 @@
 
 #include "account/NivoProfile.h"
 #include "contacts/Contact.h"
+#include "contacts/ContactDB.h"
 #include "contacts/ContactPreset.h"
 #include "log/LogEntry.h"
 
@@ -90,6 +91,10 @@ public:
     // Account name of the contact holding exactly this DER certificate; empty for a stranger.
     // Decryption names a known sender with it.
     [[nodiscard]] static QString getNIVOIDfromCertData(const QByteArray& certData);
+    // A copy of the current database object, none when nobody is signed in. A copy opens its own
+    // connection per operation, so it may be handed to a worker thread while the current one
+    // stays with the main thread.
+    [[nodiscard]] static std::optional<ContactDB> currentContactDB();
     static qint64 addContact(const Contact& contact);
     static void deleteContact(qint64 id);
     [[nodiscard]] static QList<ContactPreset> GetContactPreset();

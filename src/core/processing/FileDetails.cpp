@@ -1,0 +1,11 @@
+#include "processing/FileDetails.h"
+
+#include "processing/PathText.h"
+
+QString FileDetails::getFilename() const {
+    return PathText::lastComponent(filePath);
+}
+
+QString FileDetails::getFolder() const {
+    return PathText::withoutLastComponent(filePath);
+}

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <QString>
+
+// One row of the file queue: the full path of a file and the text shown beside it (empty until
+// the file is marked, then a pending or working status, then the outcome of its run).
+struct FileDetails {
+    QString filePath;
+    QString status;
+
+    // The last component of filePath.
+    [[nodiscard]] QString getFilename() const;
+    // filePath without its last component.
+    [[nodiscard]] QString getFolder() const;
+
+    friend bool operator==(const FileDetails&, const FileDetails&) = default;
+};

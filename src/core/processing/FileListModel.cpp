@@ -1,0 +1,353 @@
+#include "processing/FileListModel.h"
+
+#include <QFileInfo>
+#include <algorithm>
+#include <numeric>
+#include <vector>
+
+#include "processing/PathText.h"
+#include "processing/ProcessController.h"
+#include "storage/NivoGXUtil.h"
+
+using namespace Qt::Literals::StringLiterals;
+
+const QString FileListModel::kFileColumnTitle = u"File"_s;
+const QString FileListModel::kStatusColumnTitle = u"Status"_s;
+const QString FileListModel::kPendingEncryption = u"Pending encryption"_s;
+const QString FileListModel::kPendingDecryption = u"Pending decryption"_s;
+const QString FileListModel::kEncrypting = u"Encrypting"_s;
+const QString FileListModel::kDecrypting = u"Decrypting"_s;
+const QString FileListModel::kFileNoLongerExists = u"File no longer exists."_s;
+const QString FileListModel::kNoFilesToEncrypt = u"No files to encrypt"_s;
+const QString FileListModel::kNoFilesToDecrypt = u"No files to decrypt"_s;
+const QString FileListModel::kRemoveAllFiles = u"Do you wish to remove all files in the list?"_s;
+
+namespace {
+
+// By file name, then by the whole path, both ignoring letter case.
+bool listedBefore(const FileDetails& a, const FileDetails& b) {
+    if (const int byName = a.getFilename().compare(b.getFilename(), Qt::CaseInsensitive);
+        byName != 0) {
+        return byName < 0;
+    }
+    return a.filePath.compare(b.filePath, Qt::CaseInsensitive) < 0;
+}
+
+FileListModel::RunInputs storedRunInputs() {
+    FileListModel::RunInputs inputs;
+    inputs.profile = NivoGXUtil::getNivoProfile().value_or(NivoProfile{});
+    inputs.password = NivoGXUtil::getNivoPassword();
+    inputs.encryptOutputFolder = NivoGXUtil::getLastOutputEncryptFolder();
+    inputs.decryptOutputFolder = NivoGXUtil::getLastOutputDecryptFolder();
+    return inputs;
+}
+
+}  // namespace
+
+FileListModel::FileListModel(QObject* parent)
+    : QAbstractTableModel(parent),
+      m_controllerFactory([](QObject* owner) { return new ProcessController(owner); }),
+      m_runInputsSource(storedRunInputs) {}
+
+FileListModel::~FileListModel() = default;
+
+int FileListModel::rowCount(const QModelIndex& parent) const {
+    return parent.isValid() ? 0 : static_cast<int>(m_fileList.size());
+}
+
+int FileListModel::columnCount(const QModelIndex& parent) const {
+    return parent.isValid() ? 0 : ColumnCount;
+}
+
+QVariant FileListModel::data(const QModelIndex& index, int role) const {
+    if (role != Qt::DisplayRole || !index.isValid() || index.row() >= m_fileList.size()) {
+        return {};
+    }
+    const FileDetails& entry = m_fileList.at(index.row());
+    switch (index.column()) {
+        case FileColumn:
+            return entry.filePath;
+        case StatusColumn:
+            return entry.status;
+        default:
+            return {};
+    }
+}
+
+QVariant FileListModel::headerData(int section, Qt::Orientation orientation, int role) const {
+    if (role != Qt::DisplayRole || orientation != Qt::Horizontal) {
+        return QAbstractTableModel::headerData(section, orientation, role);
+    }
+    switch (section) {
+        case FileColumn:
+            return kFileColumnTitle;
+        case StatusColumn:
+            return kStatusColumnTitle;
+        default:
+            return {};
+    }
+}
+
+// --- adding and removing ---
+
+int FileListModel::addFiles(const QStringList& paths) {
+    int added = 0;
+    for (const QString& path : paths) {
+        const bool listed =
+            std::any_of(m_fileList.cbegin(), m_fileList.cend(),
+                        [&path](const FileDetails& e) { return e.filePath == path; });
+        if (listed) {
+            continue;
+        }
+        const auto row = static_cast<int>(m_fileList.size());
+        beginInsertRows({}, row, row);
+        m_fileList.append(FileDetails{path, QString()});
+        endInsertRows();
+        ++added;
+    }
+    // A run walks the rows by index; sorting under it would make it skip or repeat files.
+    if (!m_isProcessing) {
+        sortFileList();
+    }
+    return added;
+}
+
+int FileListModel::addDroppedFiles(const QStringList& paths) {
+    QStringList files;
+    for (const QString& path : paths) {
+        const QFileInfo info(path);
+        if (info.exists() && !info.isDir()) {
+            files.append(path);
+        }
+    }
+    return addFiles(files);
+}
+
+void FileListModel::clear() {
+    beginResetModel();
+    m_fileList.clear();
+    endResetModel();
+}
+
+bool FileListModel::deleteKeyPressedForTableView(int selectedRow) {
+    if (m_fileList.isEmpty() || selectedRow < 0 || selectedRow >= m_fileList.size()) {
+        return false;
+    }
+    const QString& status = m_fileList.at(selectedRow).status;
+    if (status == kEncrypting || status == kDecrypting) {
+        return false;
+    }
+    if (m_isProcessing && selectedRow < m_fileIndexCounter && m_fileIndexCounter >= 1) {
+        --m_fileIndexCounter;
+    }
+    beginRemoveRows({}, selectedRow, selectedRow);
+    m_fileList.removeAt(selectedRow);
+    endRemoveRows();
+    return true;
+}
+
+// --- the buttons ---
+
+FileListModel::Request FileListModel::encryptRequested() {
+    if (m_fileList.isEmpty()) {
+        return Request::NoFiles;
+    }
+    if (m_isProcessing) {
+        setEncryptStatus();
+        return Request::JoinedRun;
+    }
+    if (getEncryptStatusNumbers() > 0) {
+        m_fileIndexCounter = 0;
+        m_recipientList.clear();
+        return Request::ChooseRecipients;
+    }
+    return Request::AskToClearList;
+}
+
+FileListModel::Request FileListModel::decryptRequested() {
+    if (m_fileList.isEmpty()) {
+        return Request::NoFiles;
+    }
+    if (m_isProcessing) {
+        setDecryptStatus();
+        return Request::JoinedRun;
+    }
+    if (getDecryptStatusNumbers() == 0) {
+        return Request::AskToClearList;
+    }
+    return Request::ChooseOutputFolder;
+}
+
+void FileListModel::startDecryption() {
+    m_fileIndexCounter = 0;
+    setDecryptStatus();
+    startFileProcess();
+}
+
+void FileListModel::handleRecipientSelectionComplete(const QList<Contact>& recipients) {
+    m_recipientList.append(recipients);
+    setEncryptStatus();
+    startFileProcess();
+}
+
+// --- the queue ---
+
+bool FileListModel::isProtectedFile(const QString& path) {
+    return PathText::extension(PathText::lastComponent(path)) ==
+           ProcessController::kProtectedExtension;
+}
+
+int FileListModel::getEncryptStatusNumbers() const {
+    return static_cast<int>(std::count_if(
+        m_fileList.cbegin(), m_fileList.cend(),
+        [](const FileDetails& e) { return e.status.isEmpty() || e.status == kPendingEncryption; }));
+}
+
+int FileListModel::getDecryptStatusNumbers() const {
+    return static_cast<int>(
+        std::count_if(m_fileList.cbegin(), m_fileList.cend(), [](const FileDetails& e) {
+            return (e.status.isEmpty() && isProtectedFile(e.filePath)) ||
+                   e.status == kPendingDecryption;
+        }));
+}
+
+void FileListModel::setEncryptStatus() {
+    markUnmarked(kPendingEncryption, false);
+}
+
+void FileListModel::setDecryptStatus() {
+    markUnmarked(kPendingDecryption, true);
+}
+
+void FileListModel::markUnmarked(const QString& status, bool protectedOnly) {
+    for (qsizetype i = 0; i < m_fileList.size(); ++i) {
+        const FileDetails& entry = m_fileList.at(i);
+        if (!entry.status.isEmpty() || (protectedOnly && !isProtectedFile(entry.filePath))) {
+            continue;
+        }
+        // Rows the run has passed wait for the next run instead.
+        if (!m_isProcessing || m_fileIndexCounter <= i) {
+            setStatus(i, status);
+        }
+    }
+}
+
+void FileListModel::startFileProcess() {
+    setProcessing(true);
+    while (m_fileIndexCounter < m_fileList.size()) {
+        const qsizetype row = m_fileIndexCounter;
+        const FileDetails& entry = m_fileList.at(row);
+        if (!QFileInfo::exists(entry.filePath)) {
+            applyOutcome(kFileNoLongerExists);
+            continue;
+        }
+        if (entry.status == kPendingEncryption) {
+            setStatus(row, kEncrypting);
+            launch(row, true, m_runInputsSource());
+            return;
+        }
+        if (entry.status == kPendingDecryption) {
+            setStatus(row, kDecrypting);
+            launch(row, false, m_runInputsSource());
+            return;
+        }
+        ++m_fileIndexCounter;
+    }
+    setProcessing(false);
+}
+
+void FileListModel::launch(qsizetype row, bool toEncrypt, const RunInputs& inputs) {
+    ProcessController* controller = m_controllerFactory(this);
+    m_processController = controller;
+    // Only the first outcome counts: after a cancel the abandoned work reports once more, by
+    // which time the run has moved on to another row.
+    connect(controller, &ProcessController::processingCompleted, this,
+            [this, controller](const QString& processResult) {
+                disconnect(controller, &ProcessController::processingCompleted, this, nullptr);
+                controller->deleteLater();
+                if (m_processController == controller) {
+                    m_processController = nullptr;
+                }
+                handleProcessingComplete(processResult);
+            });
+    // A copy: slots of the signals below may change the list.
+    const QString path = m_fileList.at(row).filePath;
+    Q_EMIT processStarting(controller, static_cast<int>(row));
+    controller->processFile(path, inputs.profile, inputs.password, m_recipientList,
+                            toEncrypt ? inputs.encryptOutputFolder : inputs.decryptOutputFolder,
+                            toEncrypt);
+}
+
+void FileListModel::handleProcessingComplete(const QString& processResult) {
+    applyOutcome(processResult);
+    if (m_fileIndexCounter >= m_fileList.size()) {
+        setProcessing(false);
+    } else {
+        startFileProcess();
+    }
+}
+
+void FileListModel::applyOutcome(const QString& processResult) {
+    if (!processResult.isEmpty()) {
+        if (m_fileIndexCounter < m_fileList.size()) {
+            setStatus(m_fileIndexCounter, processResult);
+        }
+        ++m_fileIndexCounter;
+    } else if (m_fileIndexCounter < m_fileList.size()) {
+        const auto row = static_cast<int>(m_fileIndexCounter);
+        beginRemoveRows({}, row, row);
+        m_fileList.removeAt(row);
+        endRemoveRows();
+    }
+}
+
+void FileListModel::setStatus(qsizetype row, const QString& status) {
+    m_fileList[row].status = status;
+    const QModelIndex cell = index(static_cast<int>(row), StatusColumn);
+    Q_EMIT dataChanged(cell, cell, {Qt::DisplayRole});
+}
+
+void FileListModel::setProcessing(bool processing) {
+    if (m_isProcessing == processing) {
+        return;
+    }
+    m_isProcessing = processing;
+    Q_EMIT processingChanged(processing);
+}
+
+void FileListModel::sortFileList() {
+    std::vector<int> order(static_cast<std::size_t>(m_fileList.size()));
+    std::iota(order.begin(), order.end(), 0);
+    std::stable_sort(order.begin(), order.end(), [this](int a, int b) {
+        return listedBefore(m_fileList.at(a), m_fileList.at(b));
+    });
+    if (std::is_sorted(order.begin(), order.end())) {
+        return;
+    }
+
+    Q_EMIT layoutAboutToBeChanged({}, QAbstractItemModel::VerticalSortHint);
+    QList<int> newRowOf(m_fileList.size());
+    QList<FileDetails> sorted;
+    sorted.reserve(m_fileList.size());
+    for (const int oldRow : order) {
+        newRowOf[oldRow] = static_cast<int>(sorted.size());
+        sorted.append(m_fileList.at(oldRow));
+    }
+    m_fileList = std::move(sorted);
+    const QModelIndexList before = persistentIndexList();
+    QModelIndexList after;
+    after.reserve(before.size());
+    for (const QModelIndex& old : before) {
+        after.append(index(newRowOf.at(old.row()), old.column()));
+    }
+    changePersistentIndexList(before, after);
+    Q_EMIT layoutChanged({}, QAbstractItemModel::VerticalSortHint);
+}
+
+void FileListModel::setControllerFactory(ControllerFactory factory) {
+    m_controllerFactory = std::move(factory);
+}
+
+void FileListModel::setRunInputsSource(RunInputsSource source) {
+    m_runInputsSource = std::move(source);
+}

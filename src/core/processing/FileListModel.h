@@ -1,0 +1,155 @@
+#pragma once
+
+#include <QAbstractTableModel>
+#include <QList>
+#include <QPointer>
+#include <QString>
+#include <QStringList>
+#include <functional>
+
+#include "account/NivoProfile.h"
+#include "contacts/Contact.h"
+#include "processing/FileDetails.h"
+
+class ProcessController;
+
+// The file queue behind the main window's list: the rows with their statuses, which files an
+// Encrypt or Decrypt marks, and the run that hands them one at a time to a ProcessController and
+// moves on when it reports back. A run walks the rows by index, so rows added meanwhile are
+// appended unsorted and the queue's position follows deletions above it.
+//
+// The main window shows it in a QTableView, turns the answers of encryptRequested() and
+// decryptRequested() into its alerts and dialogs, and passes the recipient choice to
+// handleRecipientSelectionComplete() or, after storing the chosen folder, calls
+// startDecryption(). To show a file's progress it connects to processStarting, which hands over
+// each file's controller before it starts. The command-line tool drives the same calls and waits
+// for processingChanged(false). The model owns every controller it makes and deletes it (later)
+// once it has reported, so keep a QPointer to it, not a plain pointer. By default a run takes the
+// signed-in user's profile, the stored password and the remembered output folders; a caller with
+// its own (the command-line tool's arguments) sets a RunInputsSource.
+class FileListModel : public QAbstractTableModel {
+    Q_OBJECT
+public:
+    enum Column { FileColumn = 0, StatusColumn = 1, ColumnCount = 2 };
+
+    static const QString kFileColumnTitle;
+    static const QString kStatusColumnTitle;
+
+    // Statuses the queue gives; a run's outcome text replaces them.
+    static const QString kPendingEncryption;
+    static const QString kPendingDecryption;
+    static const QString kEncrypting;
+    static const QString kDecrypting;
+    static const QString kFileNoLongerExists;
+
+    // Alert texts for the answers below.
+    static const QString kNoFilesToEncrypt;
+    static const QString kNoFilesToDecrypt;
+    static const QString kRemoveAllFiles;
+
+    // What pressing Encrypt or Decrypt asks of the window.
+    enum class Request {
+        NoFiles,             // alert kNoFilesToEncrypt / kNoFilesToDecrypt
+        JoinedRun,           // new files were marked for the run under way; nothing to show
+        ChooseRecipients,    // open the recipient window; its choice goes to
+                             // handleRecipientSelectionComplete()
+        ChooseOutputFolder,  // ask for the decryption folder, store it, call startDecryption()
+        AskToClearList,      // ask kRemoveAllFiles with kNoFilesToEncrypt / kNoFilesToDecrypt as
+                             // the detail; "Yes" calls clear()
+    };
+
+    // What a run reads when it hands a file over.
+    struct RunInputs {
+        NivoProfile profile;
+        QString password;
+        QString encryptOutputFolder;
+        QString decryptOutputFolder;
+    };
+    using RunInputsSource = std::function<RunInputs()>;
+    using ControllerFactory = std::function<ProcessController*(QObject* parent)>;
+
+    explicit FileListModel(QObject* parent = nullptr);
+    ~FileListModel() override;
+
+    [[nodiscard]] int rowCount(const QModelIndex& parent = {}) const override;
+    [[nodiscard]] int columnCount(const QModelIndex& parent = {}) const override;
+    [[nodiscard]] QVariant data(const QModelIndex& index,
+                                int role = Qt::DisplayRole) const override;
+    [[nodiscard]] QVariant headerData(int section, Qt::Orientation orientation,
+                                      int role = Qt::DisplayRole) const override;
+
+    [[nodiscard]] const QList<FileDetails>& fileList() const noexcept { return m_fileList; }
+    [[nodiscard]] qsizetype fileIndexCounter() const noexcept { return m_fileIndexCounter; }
+    [[nodiscard]] bool isProcessing() const noexcept { return m_isProcessing; }
+    [[nodiscard]] const QList<Contact>& recipientList() const noexcept { return m_recipientList; }
+    // The controller of the file being processed; null between files.
+    [[nodiscard]] ProcessController* processController() const { return m_processController; }
+
+    // --- adding and removing ---
+
+    // Adds each path not yet listed (exact comparison, letter case counts) and sorts the list
+    // when no run is under way. Returns how many rows were added. Paths are not checked.
+    int addFiles(const QStringList& paths);
+    // The same for dropped paths, of which only existing files count (no folders).
+    int addDroppedFiles(const QStringList& paths);
+    // Empties the list; for the "Yes" of the remove-all question, which is never asked during a
+    // run.
+    void clear();
+    // Removes the row `selectedRow` (-1: none selected). Refuses, with false, a row being
+    // processed; keeps the run's position on the same file.
+    bool deleteKeyPressedForTableView(int selectedRow);
+
+    // --- the buttons ---
+
+    [[nodiscard]] Request encryptRequested();
+    [[nodiscard]] Request decryptRequested();
+    // Marks and starts decrypting, once the window has stored the chosen output folder.
+    void startDecryption();
+    // Adds the chosen recipients to the run's list, marks the files and starts encrypting.
+    void handleRecipientSelectionComplete(const QList<Contact>& recipients);
+
+    // --- the queue ---
+
+    // Rows that an Encrypt would process: unmarked ones and those pending encryption.
+    [[nodiscard]] int getEncryptStatusNumbers() const;
+    // Rows that a Decrypt would process: unmarked protected files and those pending decryption.
+    [[nodiscard]] int getDecryptStatusNumbers() const;
+    // Marks unmarked rows; during a run only those the run has not passed yet.
+    void setEncryptStatus();
+    void setDecryptStatus();
+    // Hands the next pending row, from the current position on, to a new controller; ends the run
+    // when none is left.
+    void startFileProcess();
+    // A run's outcome for the current row: "" removes the row (the next one moves into its
+    // place), any other text becomes its status and the run moves on. Then the next file starts.
+    void handleProcessingComplete(const QString& processResult);
+
+    // Whether `path` names a protected file ("tvf", letter case counts).
+    [[nodiscard]] static bool isProtectedFile(const QString& path);
+
+    // Makes each file's controller, with the model as its parent; by default a ProcessController.
+    void setControllerFactory(ControllerFactory factory);
+    // Asked each time a file is handed over.
+    void setRunInputsSource(RunInputsSource source);
+
+Q_SIGNALS:
+    // `controller` is about to start on `row`; connect to its signals now.
+    void processStarting(ProcessController* controller, int row);
+    void processingChanged(bool isProcessing);
+
+private:
+    void setStatus(qsizetype row, const QString& status);
+    void applyOutcome(const QString& processResult);
+    void setProcessing(bool processing);
+    void markUnmarked(const QString& status, bool protectedOnly);
+    void sortFileList();
+    void launch(qsizetype row, bool toEncrypt, const RunInputs& inputs);
+
+    QList<FileDetails> m_fileList;
+    QList<Contact> m_recipientList;
+    qsizetype m_fileIndexCounter = 0;
+    bool m_isProcessing = false;
+    QPointer<ProcessController> m_processController;
+    ControllerFactory m_controllerFactory;
+    RunInputsSource m_runInputsSource;
+};

@@ -1,0 +1,385 @@
+#include "processing/ProcessController.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QFutureWatcher>
+#include <QLoggingCategory>
+#include <QPointer>
+#include <QPromise>
+#include <QThreadPool>
+#include <QtConcurrent/QtConcurrentRun>
+#include <algorithm>
+#include <limits>
+#include <new>
+#include <optional>
+
+#include "contacts/ContactDB.h"
+#include "crypto/NivoCryptoOperation.h"
+#include "crypto/TVXException.h"
+#include "processing/PathText.h"
+#include "storage/NivoGXUtil.h"
+
+using namespace Qt::Literals::StringLiterals;
+
+Q_LOGGING_CATEGORY(lcProcessing, "nivogx.processing")
+
+const QString ProcessController::kProtectedExtension = u"tvf"_s;
+const QString ProcessController::kEncryptingLabel = u"Encrypting %1 ..."_s;
+const QString ProcessController::kEncryptingTitle = u"Encrypting ..."_s;
+const QString ProcessController::kDecryptingLabel = u"Decrypting %1 ..."_s;
+const QString ProcessController::kDecryptingTitle = u"Decrypting ..."_s;
+const QString ProcessController::kInputDoesNotExist = u"%1 does not exists."_s;
+const QString ProcessController::kEncryptionCancelled = u"Encryption cancelled"_s;
+const QString ProcessController::kDecryptionCancelled = u"Decryption cancelled"_s;
+const QString ProcessController::kCannotRead = u"Cannot read %1: %2"_s;
+const QString ProcessController::kNotEnoughMemory = u"Not enough memory to process %1"_s;
+const QString ProcessController::kEncryptAction = u"Encrypt"_s;
+const QString ProcessController::kDecryptAction = u"Decrypt"_s;
+const QString ProcessController::kSuccess = u"Success"_s;
+const QString ProcessController::kFailed = u"Failed"_s;
+const QString ProcessController::kCancelled = u"Cancelled"_s;
+
+namespace {
+
+// Reading in pieces lets the run report how far it is; the piece is large enough that the
+// bookkeeping costs nothing next to the crypto work.
+constexpr qint64 kReadChunk = qint64{1} << 20;
+
+// Marks that cut a decrypted file's inner extension, tried in this order.
+constexpr QChar kExtensionCuts[] = {u'-', u'_', u' ', u'('};
+
+// What the background work hands back to the owner's thread.
+struct Outcome {
+    QString text;    // "" on success
+    QString sender;  // who signed a decrypted file; "" when nobody was named
+};
+
+// Everything the background work needs, copied so that nothing is shared with the owner.
+struct Job {
+    QString inputPath;
+    QString outputPath;
+    NivoProfile profile;
+    QString password;
+    QList<QByteArray> certificates;
+    bool toEncrypt = true;
+    // The user's contacts, for naming a known sender; a copy of its own, because the current
+    // database object belongs to the main thread.
+    std::optional<ContactDB> contacts;
+};
+
+// Copies and versions such as "report.pdf-2" or "report.pdf(1)" hide the real extension; cutting
+// at the first mark brings it back. A mark at the very start leaves the extension alone and one
+// right after its first character empties it: output names must not change from one release to
+// the next, so these two cases stay as they are.
+QString tidyInnerExtension(QString extension) {
+    for (const QChar mark : kExtensionCuts) {
+        const qsizetype at = extension.indexOf(mark);
+        if (at == 1) {
+            extension.clear();
+        } else if (at > 1) {
+            extension.truncate(at);
+        }
+    }
+    return extension;
+}
+
+// The number at the start of `text`; 0 when it does not start with a digit or would not leave
+// room for one more.
+qint64 leadingNumber(QStringView text) {
+    constexpr qint64 kLargest = std::numeric_limits<qint64>::max() - 1;
+    qint64 number = 0;
+    for (const QChar c : text) {
+        if (c < u'0' || c > u'9') {
+            break;
+        }
+        const int digit = c.unicode() - u'0';
+        if (number > (kLargest - digit) / 10) {
+            return 0;
+        }
+        number = number * 10 + digit;
+    }
+    return number;
+}
+
+// The next name to try when `name` is taken: "a(2).pdf.tvf" after "a(1).pdf.tvf", "a(1).txt"
+// after "a.txt". A protected file's inner extension stays with "tvf", so the number goes before
+// both. "(0)" is not a number here, so "x(0).txt" goes on as "x(0)(1).txt".
+QString nextFreeCandidate(const QString& name) {
+    QString base = PathText::withoutExtension(name);
+    QString extension = PathText::extension(name);
+    if (extension == ProcessController::kProtectedExtension) {
+        if (const QString inner = PathText::extension(base); !inner.isEmpty()) {
+            extension = inner + u'.' + extension;
+            base = PathText::withoutExtension(base);
+        }
+    }
+    const qsizetype open = base.lastIndexOf(u'(');
+    if (base.endsWith(u')') && open >= 0) {
+        const qsizetype digitsFrom = open + 1;
+        const qint64 n =
+            leadingNumber(QStringView(base).mid(digitsFrom, base.size() - 1 - digitsFrom));
+        if (n != 0) {
+            return PathText::withExtension(base.left(open) + u"(%1)"_s.arg(n + 1), extension);
+        }
+    }
+    return PathText::withExtension(base + u"(1)"_s, extension);
+}
+
+QString decryptedName(const QString& fileName) {
+    if (PathText::extension(fileName) != ProcessController::kProtectedExtension) {
+        return fileName;
+    }
+    const QString plain = PathText::withoutExtension(fileName);
+    QString extension = PathText::extension(plain);
+    if (!extension.isEmpty()) {
+        extension = tidyInnerExtension(extension);
+    }
+    const QString name = PathText::withExtension(PathText::withoutExtension(plain), extension);
+    // Nothing would be left of a file called ".tvf"; it keeps its name rather than naming the
+    // folder itself.
+    return name.isEmpty() ? fileName : name;
+}
+
+// Reads the whole input, reporting progress in pieces of kReadChunk; "" or the failure text.
+QString readInput(const QString& path, QByteArray& data, QPromise<Outcome>& promise) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        return ProcessController::kCannotRead.arg(path, file.errorString());
+    }
+    const qint64 size = file.size();
+    const qint64 pieces = (size + kReadChunk - 1) / kReadChunk;
+    promise.setProgressRange(
+        0, static_cast<int>(std::min<qint64>(pieces, std::numeric_limits<int>::max())));
+    data.reserve(size);
+    int piecesRead = 0;
+    while (!file.atEnd()) {
+        const QByteArray piece = file.read(kReadChunk);
+        if (piece.isEmpty() && file.error() != QFileDevice::NoError) {
+            return ProcessController::kCannotRead.arg(path, file.errorString());
+        }
+        if (piece.isEmpty()) {
+            break;
+        }
+        data.append(piece);
+        if (piecesRead < std::numeric_limits<int>::max()) {
+            promise.setProgressValue(++piecesRead);
+        }
+    }
+    return {};
+}
+
+Outcome work(const Job& job, QPromise<Outcome>& promise) {
+    Outcome outcome;
+    try {
+        QByteArray data;
+        outcome.text = readInput(job.inputPath, data, promise);
+        if (!outcome.text.isEmpty()) {
+            return outcome;
+        }
+        // The crypto layer does not say how far it is.
+        promise.setProgressRange(0, 0);
+        if (job.toEncrypt) {
+            outcome.text = NivoCryptoOperation::encryptData(data, job.profile, job.password,
+                                                            job.certificates, job.outputPath);
+        } else {
+            NivoCryptoOperation::NivoIdLookup lookup;
+            if (job.contacts) {
+                lookup = [&contacts = *job.contacts](const QByteArray& certificate) {
+                    return contacts.getNIVOIDfromCertData(certificate);
+                };
+            }
+            outcome.text = NivoCryptoOperation::decryptData(data, job.profile, job.password,
+                                                            job.outputPath, outcome.sender, lookup);
+        }
+    } catch (const TVXException& e) {
+        outcome.text = e.description();
+    } catch (const std::bad_alloc&) {
+        // The whole input and the whole result are held in memory at once.
+        outcome.text = ProcessController::kNotEnoughMemory.arg(job.inputPath);
+    } catch (const std::exception& e) {
+        outcome.text = QString::fromLocal8Bit(e.what());
+    }
+    return outcome;
+}
+
+void removeIfPresent(const QString& path) {
+    if (!path.isEmpty() && QFileInfo::exists(path)) {
+        QFile::remove(path);
+    }
+}
+
+}  // namespace
+
+ProcessController::ProcessController(QObject* parent) : QObject(parent) {}
+
+ProcessController::~ProcessController() = default;
+
+QString ProcessController::generateOutputFilePath(const QString& folder, const QString& fileName,
+                                                  bool toEncrypt) {
+    QString name = fileName;
+    if (toEncrypt) {
+        if (PathText::extension(name) != kProtectedExtension) {
+            name += u'.' + kProtectedExtension;
+        }
+    } else {
+        name = decryptedName(name);
+    }
+    QString path = PathText::join(folder, name);
+    while (QFileInfo::exists(path)) {
+        path = PathText::join(folder, nextFreeCandidate(PathText::lastComponent(path)));
+    }
+    return path;
+}
+
+void ProcessController::processFile(const QString& inputPath, const NivoProfile& profile,
+                                    const QString& password, const QList<Contact>& recipientList,
+                                    const QString& outputFolder, bool toEncrypt) {
+    if (m_started) {
+        qCWarning(lcProcessing) << "A controller runs one file; ignoring" << inputPath;
+        return;
+    }
+    m_started = true;
+    m_userProfile = profile;
+    m_password = password;
+    m_toEncrypt = toEncrypt;
+    m_inputPath = inputPath;
+
+    if (!QFileInfo::exists(inputPath)) {
+        // Reported like any outcome, from the event loop, so the caller sees one way of finishing.
+        const QString outcome = kInputDoesNotExist.arg(inputPath);
+        QMetaObject::invokeMethod(
+            this, [this, outcome] { Q_EMIT processingCompleted(outcome); }, Qt::QueuedConnection);
+        return;
+    }
+
+    m_recipientList = recipientList;
+    QList<QByteArray> certificates;
+    certificates.reserve(recipientList.size());
+    for (const Contact& contact : recipientList) {
+        certificates.append(contact.CertData);
+    }
+    m_outputPath =
+        generateOutputFilePath(outputFolder, PathText::lastComponent(inputPath), toEncrypt);
+    m_userNivoId = NivoGXUtil::getNivoUsername();
+    m_inputSize = QFileInfo(inputPath).size();
+    m_running = true;
+
+    if (toEncrypt) {
+        Q_EMIT statusChanged(kEncryptingLabel.arg(inputPath), kEncryptingTitle);
+        encryptProcess(certificates);
+    } else {
+        Q_EMIT statusChanged(kDecryptingLabel.arg(inputPath), kDecryptingTitle);
+        decryptProcess();
+    }
+}
+
+void ProcessController::encryptProcess(const QList<QByteArray>& certificates) {
+    startInBackground(certificates);
+}
+
+void ProcessController::decryptProcess() {
+    startInBackground({});
+}
+
+void ProcessController::startInBackground(QList<QByteArray> certificates) {
+    Job job;
+    job.inputPath = m_inputPath;
+    job.outputPath = m_outputPath;
+    job.profile = m_userProfile;
+    job.password = m_password;
+    job.certificates = std::move(certificates);
+    job.toEncrypt = m_toEncrypt;
+    if (!m_toEncrypt) {
+        job.contacts = NivoGXUtil::currentContactDB();
+    }
+
+    // What the completion needs, so that it can run after this controller is gone (a cancelled
+    // run's window is closed while its work goes on).
+    const bool toEncrypt = m_toEncrypt;
+    const QString inputPath = m_inputPath;
+    const QString outputPath = m_outputPath;
+    const QStringList encryptionNames = encryptionLogNames();
+    const QPointer<ProcessController> self(this);
+
+    // Parentless: it must outlive this controller until the work is done.
+    auto* watcher = new QFutureWatcher<Outcome>;
+    connect(watcher, &QFutureWatcherBase::progressRangeChanged, this,
+            [this](int, int maximum) { reportProgressRange(maximum); });
+    connect(watcher, &QFutureWatcherBase::progressValueChanged, this,
+            [this](int value) { reportProgressValue(value); });
+    connect(watcher, &QFutureWatcherBase::finished, watcher,
+            [watcher, self, toEncrypt, inputPath, outputPath, encryptionNames] {
+                const Outcome outcome = watcher->result();
+                watcher->deleteLater();
+                const bool failed = !outcome.text.isEmpty();
+                if (failed) {
+                    removeIfPresent(outputPath);
+                }
+                const QString status = failed ? kFailed : kSuccess;
+                if (toEncrypt) {
+                    NivoGXUtil::writeToLog(kEncryptAction, inputPath, encryptionNames, status);
+                } else {
+                    NivoGXUtil::writeToLog(kDecryptAction, inputPath, {outcome.sender}, status);
+                }
+                if (self) {
+                    self->m_running = false;
+                    Q_EMIT self->processingCompleted(outcome.text);
+                }
+            });
+
+    Q_EMIT progress(0, 0);
+    watcher->setFuture(QtConcurrent::run(QThreadPool::globalInstance(),
+                                         [job = std::move(job)](QPromise<Outcome>& promise) {
+                                             promise.addResult(work(job, promise));
+                                         }));
+}
+
+void ProcessController::reportProgressRange(int maximum) {
+    m_progressMaximum = maximum;
+    Q_EMIT progress(0, maximum == 0 ? 0 : m_inputSize);
+}
+
+void ProcessController::reportProgressValue(int value) {
+    if (m_progressMaximum == 0) {
+        return;
+    }
+    const qint64 done = value >= m_progressMaximum
+                            ? m_inputSize
+                            : std::min(qint64{value} * kReadChunk, m_inputSize);
+    Q_EMIT progress(done, m_inputSize);
+}
+
+void ProcessController::cancel() {
+    if (!m_running) {
+        return;
+    }
+    m_running = false;
+    // Receivers may destroy this controller from inside processingCompleted.
+    const QString outputPath = m_outputPath;
+    if (m_toEncrypt) {
+        NivoGXUtil::writeToLog(kEncryptAction, m_inputPath, encryptionLogNames(), kCancelled);
+        Q_EMIT processingCompleted(kEncryptionCancelled);
+    } else {
+        NivoGXUtil::writeToLog(kDecryptAction, m_inputPath, {}, kCancelled);
+        Q_EMIT processingCompleted(kDecryptionCancelled);
+    }
+    removeIfPresent(outputPath);
+}
+
+QString ProcessController::outputPath() const {
+    return m_outputPath;
+}
+
+QString ProcessController::inputPath() const {
+    return m_inputPath;
+}
+
+QStringList ProcessController::encryptionLogNames() const {
+    QStringList names;
+    names.reserve(m_recipientList.size() + 1);
+    for (const Contact& contact : m_recipientList) {
+        names.append(contact.NivoID);
+    }
+    names.append(m_userNivoId);
+    return names;
+}

@@ -1,0 +1,104 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <QtGlobal>
+
+#include "account/NivoProfile.h"
+#include "contacts/Contact.h"
+
+// Encrypts or decrypts one file without blocking its caller: it picks the output path, reads the
+// input and runs the crypto operation on the global thread pool, and back on its own thread writes
+// one activity-log line, removes the output of a failed run and reports the outcome.
+//
+// A processing window or the command-line tool makes one controller per file on a thread with an
+// event loop, connects statusChanged and progress to its label and bar, calls processFile and
+// waits for processingCompleted: an empty text means success, anything else is the text to show
+// for the file. The Cancel button calls cancel(), which reports "Encryption cancelled" or
+// "Decryption cancelled" at once; the work already started is not stopped, so processingCompleted
+// comes a second time when it ends, with its own log line. The controller may be destroyed after
+// its first processingCompleted: the work then still finishes, logs and cleans up on its own.
+class ProcessController : public QObject {
+    Q_OBJECT
+public:
+    // The extension of protected files.
+    static const QString kProtectedExtension;
+
+    // Status label and window title while working.
+    static const QString kEncryptingLabel;
+    static const QString kEncryptingTitle;
+    static const QString kDecryptingLabel;
+    static const QString kDecryptingTitle;
+
+    // Outcome texts of this class (the crypto layer adds its own).
+    static const QString kInputDoesNotExist;
+    static const QString kEncryptionCancelled;
+    static const QString kDecryptionCancelled;
+    static const QString kCannotRead;
+    static const QString kNotEnoughMemory;
+
+    // Activity-log words.
+    static const QString kEncryptAction;
+    static const QString kDecryptAction;
+    static const QString kSuccess;
+    static const QString kFailed;
+    static const QString kCancelled;
+
+    explicit ProcessController(QObject* parent = nullptr);
+    ~ProcessController() override;
+    ProcessController(const ProcessController&) = delete;
+    ProcessController& operator=(const ProcessController&) = delete;
+
+    // Where the result of `fileName` goes in `folder`: "tvf" appended for encryption, taken off
+    // (with a tidied inner extension) for decryption, then numbered until no file has that path.
+    [[nodiscard]] static QString generateOutputFilePath(const QString& folder,
+                                                        const QString& fileName, bool toEncrypt);
+
+    // Starts the run; the outcome arrives later as processingCompleted on this object's thread.
+    // Call it once per controller, on the controller's thread. `recipientList` is read only for
+    // encryption; the user is always added as a recipient by the crypto layer.
+    void processFile(const QString& inputPath, const NivoProfile& profile, const QString& password,
+                     const QList<Contact>& recipientList, const QString& outputFolder,
+                     bool toEncrypt);
+    // Logs the run as cancelled, reports the cancel text and removes the output. Does nothing
+    // when no run is under way or it has already been reported.
+    void cancel();
+
+    // Empty until processFile has chosen it.
+    [[nodiscard]] QString outputPath() const;
+    [[nodiscard]] QString inputPath() const;
+    [[nodiscard]] bool toEncrypt() const noexcept { return m_toEncrypt; }
+    // True from processFile until the first processingCompleted.
+    [[nodiscard]] bool isRunning() const noexcept { return m_running; }
+
+Q_SIGNALS:
+    void statusChanged(const QString& label, const QString& title);
+    // Bytes of the input read so far; total 0 while the amount of work is unknown.
+    void progress(qint64 done, qint64 total);
+    // "" on success, else the text to show for the file.
+    void processingCompleted(const QString& processResult);
+
+private:
+    void encryptProcess(const QList<QByteArray>& certificates);
+    void decryptProcess();
+    void startInBackground(QList<QByteArray> certificates);
+    void reportProgressRange(int maximum);
+    void reportProgressValue(int value);
+    // The recipients' NIVO IDs followed by the user's, as an encryption's log line names them.
+    [[nodiscard]] QStringList encryptionLogNames() const;
+
+    NivoProfile m_userProfile;
+    QString m_password;
+    bool m_toEncrypt = true;
+    QString m_inputPath;
+    QString m_outputPath;
+    QList<Contact> m_recipientList;
+    QString m_userNivoId;
+    bool m_started = false;
+    bool m_running = false;
+    qint64 m_inputSize = 0;
+    int m_progressMaximum = 0;
+};
