@@ -60,7 +60,8 @@ LoginController::LoginController(NotificationHub& hub, Prompter& prompter, QWidg
 
     m_progressIndicator->setRange(0, 0);
     m_progressIndicator->setTextVisible(false);
-    m_progressIndicator->setMaximumHeight(8);
+    m_progressIndicator->setMaximumHeight(10);
+    m_progressIndicator->setFixedWidth(120);
     QSizePolicy keepSpace = m_progressIndicator->sizePolicy();
     keepSpace.setRetainSizeWhenHidden(true);
     m_progressIndicator->setSizePolicy(keepSpace);
@@ -85,8 +86,10 @@ LoginController::LoginController(NotificationHub& hub, Prompter& prompter, QWidg
     layout->addWidget(heading);
     layout->addSpacing(6);
     layout->addLayout(form);
-    layout->addWidget(m_labelStatus);
-    layout->addWidget(m_progressIndicator);
+    auto* status = new QHBoxLayout;
+    status->addWidget(m_labelStatus, 1);
+    status->addWidget(m_progressIndicator);
+    layout->addLayout(status);
     layout->addLayout(buttons);
     setMinimumWidth(380);
     windowDidLoad();
@@ -125,6 +128,9 @@ void LoginController::registerAccount() {
         m_registerController->release();
     }
     m_registerController = new RegisterController(m_hub, m_prompter, this);
+    // Opens over the sign-in window, which it belongs to.
+    m_registerController->adjustSize();
+    m_registerController->move(frameGeometry().center() - m_registerController->rect().center());
     m_registerController->show();
     m_registerController->raise();
     m_registerController->activateWindow();

@@ -1,7 +1,7 @@
 #include "account/RegisterController.h"
 
-#include <QDialogButtonBox>
 #include <QFormLayout>
+#include <QHBoxLayout>
 #include <QFutureWatcher>
 #include <QLabel>
 #include <QLineEdit>
@@ -51,6 +51,11 @@ RegisterController::RegisterController(NotificationHub& hub, Prompter& prompter,
     m_textFieldNivoPassword->setEchoMode(QLineEdit::Password);
     m_textFieldRetypePassword->setEchoMode(QLineEdit::Password);
 
+    auto* heading = new QLabel(tr(kTitle), this);
+    QFont headingFont = heading->font();
+    headingFont.setPointSizeF(headingFont.pointSizeF() * 1.3);
+    headingFont.setBold(true);
+    heading->setFont(headingFont);
     auto* intro = new QLabel(tr(kIntro), this);
     intro->setWordWrap(true);
     auto* form = new QFormLayout;
@@ -60,14 +65,19 @@ RegisterController::RegisterController(NotificationHub& hub, Prompter& prompter,
 
     m_progressIndicator->setRange(0, 0);
     m_progressIndicator->setTextVisible(false);
-    m_progressIndicator->setMaximumHeight(8);
+    m_progressIndicator->setMaximumHeight(10);
+    m_progressIndicator->setFixedWidth(120);
     QSizePolicy keepSpace = m_progressIndicator->sizePolicy();
     keepSpace.setRetainSizeWhenHidden(true);
     m_progressIndicator->setSizePolicy(keepSpace);
 
-    auto* buttons = new QDialogButtonBox(this);
-    QPushButton* cancel = buttons->addButton(tr(kCancel), QDialogButtonBox::RejectRole);
-    QPushButton* signUp = buttons->addButton(tr(kSignUp), QDialogButtonBox::AcceptRole);
+    // The action that goes ahead sits on the right, as in the sign-in window.
+    auto* cancel = new QPushButton(tr(kCancel), this);
+    auto* signUp = new QPushButton(tr(kSignUp), this);
+    auto* buttons = new QHBoxLayout;
+    buttons->addStretch();
+    buttons->addWidget(cancel);
+    buttons->addWidget(signUp);
     cancel->setObjectName(u"cancelButton"_s);
     signUp->setObjectName(u"registerButton"_s);
     cancel->setAutoDefault(false);
@@ -80,11 +90,14 @@ RegisterController::RegisterController(NotificationHub& hub, Prompter& prompter,
     }
 
     auto* layout = new QVBoxLayout(this);
+    layout->addWidget(heading);
     layout->addWidget(intro);
     layout->addLayout(form);
-    layout->addWidget(m_textFieldStatus);
-    layout->addWidget(m_progressIndicator);
-    layout->addWidget(buttons);
+    auto* status = new QHBoxLayout;
+    status->addWidget(m_textFieldStatus, 1);
+    status->addWidget(m_progressIndicator);
+    layout->addLayout(status);
+    layout->addLayout(buttons);
     setMinimumWidth(380);
     windowDidLoad();
 }

@@ -18,6 +18,7 @@ namespace {
 const char* const kTitle = QT_TRANSLATE_NOOP("FileController", "NIVO-GX");
 const char* const kToolBar = QT_TRANSLATE_NOOP("FileController", "Main");
 const char* const kSignOut = QT_TRANSLATE_NOOP("FileController", "Sign Out");
+const char* const kSignedInAs = QT_TRANSLATE_NOOP("FileController", "Signed in as %1");
 const char* const kAskLogout = QT_TRANSLATE_NOOP("FileController", "Do you wish to logout?");
 
 }  // namespace
@@ -42,6 +43,9 @@ FileController::FileController(NotificationHub& hub, Prompter& prompter, QWidget
     auto* spacer = new QWidget(toolBar);
     spacer->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
     m_userToolBarItem->setContentsMargins(8, 0, 8, 0);
+    QFont userFont = m_userToolBarItem->font();
+    userFont.setBold(true);
+    m_userToolBarItem->setFont(userFont);
     toolBar->addWidget(spacer);
     toolBar->addWidget(m_userToolBarItem);
     QAction* signOut = toolBar->addAction(tr(kSignOut));
@@ -56,7 +60,9 @@ void FileController::windowDidLoad() {
             &FileController::handleExternalFile);
     connect(&m_hub, &NotificationHub::handleExternalFileArray, this,
             &FileController::handleExternalFileArray);
-    m_userToolBarItem->setText(NivoGXUtil::getNivoUsername());
+    const QString userName = NivoGXUtil::getNivoUsername();
+    m_userToolBarItem->setText(userName);
+    m_userToolBarItem->setToolTip(tr(kSignedInAs).arg(userName));
 }
 
 void FileController::handleExternalFile(const QString& result) {

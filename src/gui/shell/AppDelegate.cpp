@@ -5,6 +5,7 @@
 #include <QFileInfo>
 #include <QMenu>
 #include <QMenuBar>
+#include <QScreen>
 
 #include "account/LoginController.h"
 #include "filelist/FileController.h"
@@ -30,6 +31,17 @@ const char* const kUnableToExportContact =
     QT_TRANSLATE_NOOP("AppDelegate", "Unable to export contact. Please sign in.");
 const char* const kUnableToExportProfile =
     QT_TRANSLATE_NOOP("AppDelegate", "Unable to export NIVO Profile. Please sign in.");
+
+// Where the window manager leaves placement to the application, a new window opens mid-screen.
+void showCentred(QWidget* window) {
+    if (!window->testAttribute(Qt::WA_Resized)) {
+        window->adjustSize();
+    }
+    if (const QScreen* screen = window->screen()) {
+        window->move(screen->availableGeometry().center() - window->rect().center());
+    }
+    window->show();
+}
 
 }  // namespace
 
@@ -86,7 +98,7 @@ void AppDelegate::applicationDidFinishLaunching() {
         installMenu(m_loginController->menuBar());
         connect(m_loginController.get(), &LoginController::terminateRequested, this,
                 &AppDelegate::terminateRequested);
-        m_loginController->show();
+        showCentred(m_loginController.get());
         return;
     }
     NivoGXUtil::generateUserContactDB(NivoGXUtil::getNivoUsername());
@@ -105,7 +117,7 @@ void AppDelegate::showMainWindow() {
     installMenu(m_fileController->menuBar());
     connect(m_fileController.get(), &FileController::terminateRequested, this,
             &AppDelegate::terminateRequested);
-    m_fileController->show();
+    showCentred(m_fileController.get());
 }
 
 void AppDelegate::deliverWaitingFiles() {

@@ -1,5 +1,6 @@
 #include "shell/DialogPrompter.h"
 
+#include <QDir>
 #include <QFileDialog>
 #include <QMessageBox>
 #include <QPushButton>
@@ -7,6 +8,11 @@
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
+
+// Without a remembered folder a panel starts at home, not wherever the process was started.
+QString startIn(const QString& folder) {
+    return folder.isEmpty() ? QDir::homePath() : folder;
+}
 
 const char* const kOk = QT_TRANSLATE_NOOP("DialogPrompter", "OK");
 const char* const kNo = QT_TRANSLATE_NOOP("DialogPrompter", "No");
@@ -48,7 +54,7 @@ bool DialogPrompter::ask(QWidget* parent, const QString& message, const QString&
 }
 
 QStringList DialogPrompter::open(QWidget* parent, const OpenPanel& panel) {
-    QFileDialog dialog(parent, panel.message, panel.startFolder);
+    QFileDialog dialog(parent, panel.message, startIn(panel.startFolder));
     dialog.setAcceptMode(QFileDialog::AcceptOpen);
     if (panel.chooseFolders) {
         dialog.setFileMode(QFileDialog::Directory);
@@ -68,7 +74,7 @@ QStringList DialogPrompter::open(QWidget* parent, const OpenPanel& panel) {
 }
 
 QString DialogPrompter::save(QWidget* parent, const SavePanel& panel) {
-    QFileDialog dialog(parent, panel.message, panel.startFolder);
+    QFileDialog dialog(parent, panel.message, startIn(panel.startFolder));
     dialog.setAcceptMode(QFileDialog::AcceptSave);
     dialog.setFileMode(QFileDialog::AnyFile);
     if (!panel.allowedType.isEmpty()) {
