@@ -4,6 +4,7 @@
 
 #include "shell/AppDelegate.h"
 #include "shell/DialogPrompter.h"
+#include "shell/NIVOGXService.h"
 #include "shell/NotificationHub.h"
 
 using namespace Qt::Literals::StringLiterals;
@@ -33,6 +34,16 @@ int main(int argc, char* argv[]) {
                                  u"[file...]"_s);
     parser.process(app);
 
+    QStringList files;
+    for (const QString& argument : parser.positionalArguments()) {
+        files << QFileInfo(argument).absoluteFilePath();
+    }
+    // One instance per desktop user: a later launch hands its files to the running one.
+    const QString serviceName = NIVOGXService::defaultName();
+    if (NIVOGXService::handOver(serviceName, files)) {
+        return 0;
+    }
+
     NotificationHub hub;
     DialogPrompter prompter;
     AppDelegate delegate(hub, prompter);
@@ -41,15 +52,12 @@ int main(int argc, char* argv[]) {
 
     // Files named at start arrive before the launch decision, as files opened with the
     // application do: one file on its own, several as a list.
-    QStringList files;
-    for (const QString& argument : parser.positionalArguments()) {
-        files << QFileInfo(argument).absoluteFilePath();
-    }
     if (files.size() == 1) {
         delegate.application(files.constFirst());
     } else if (files.size() > 1) {
         delegate.application(files);
     }
+    delegate.setServiceName(serviceName);
     delegate.applicationDidFinishLaunching();
     return QApplication::exec();
 }

@@ -3,18 +3,22 @@
 #include <QAction>
 #include <QDateTime>
 #include <QFileInfo>
+#include <QLoggingCategory>
 #include <QMenu>
 #include <QMenuBar>
 #include <QScreen>
 
 #include "account/LoginController.h"
 #include "filelist/FileController.h"
+#include "shell/NIVOGXService.h"
 #include "shell/NotificationHub.h"
 #include "shell/Prompter.h"
 #include "storage/ExportFileName.h"
 #include "storage/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
+
+Q_LOGGING_CATEGORY(lcShell, "nivogx.shell")
 
 namespace {
 
@@ -91,6 +95,10 @@ void AppDelegate::setUserMenuItemsEnabled(bool enabled) {
 
 void AppDelegate::applicationDidFinishLaunching() {
     setUserMenuItemsEnabled(false);
+    m_nivoGXService = new NIVOGXService(m_hub, this);
+    if (!m_serviceName.isEmpty() && !m_nivoGXService->listen(m_serviceName)) {
+        qCWarning(lcShell) << "files from later launches cannot be received at" << m_serviceName;
+    }
     connect(&m_hub, &NotificationHub::loginCompleted, this, &AppDelegate::loginCompleted);
     connect(&m_hub, &NotificationHub::addToExternalFile, this, &AppDelegate::addToExternalFiles);
     if (!NivoGXUtil::generateRequiredDirectory()) {

@@ -9,6 +9,7 @@
 
 class FileController;
 class LoginController;
+class NIVOGXService;
 class NotificationHub;
 class Prompter;
 class QAction;
@@ -24,6 +25,9 @@ public:
     AppDelegate(NotificationHub& hub, Prompter& prompter, QObject* parent = nullptr);
     ~AppDelegate() override;
 
+    // Where the Services provider listens for files from later launches; set before launching.
+    // Empty: it does not listen.
+    void setServiceName(const QString& name) { m_serviceName = name; }
     void applicationDidFinishLaunching();
     void loginCompleted();
 
@@ -47,6 +51,7 @@ public:
 
     [[nodiscard]] LoginController* loginController() const { return m_loginController.get(); }
     [[nodiscard]] FileController* fileController() const { return m_fileController.get(); }
+    [[nodiscard]] NIVOGXService* nivoGXService() const noexcept { return m_nivoGXService; }
     [[nodiscard]] QList<QAction*> userMenuItems() const;
     [[nodiscard]] const QString& externalFile() const noexcept { return m_externalFile; }
     [[nodiscard]] QStringList externalFileArray() const {
@@ -66,6 +71,8 @@ private:
     Prompter& m_prompter;
     std::unique_ptr<LoginController> m_loginController;
     std::unique_ptr<FileController> m_fileController;
+    NIVOGXService* m_nivoGXService = nullptr;
+    QString m_serviceName;
     QString m_externalFile;
     std::optional<QStringList> m_externalFileArray;
     QAction* m_exportMenuItem;
