@@ -1,6 +1,7 @@
 // The launch decision, files handed to the application before and after sign-in, the menu
 // entries that need a signed-in user, and how the main window ends the application.
 #include <QAction>
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QSignalSpy>
@@ -54,7 +55,8 @@ TEST_F(AppDelegateTest, SignUpSignsInAndDeliversTheFilesThatWaited) {
     app.applicationDidFinishLaunching();
     hub.postAddToExternalFile({offered});  // what a second launch hands over before sign-in
     for (const char* folder : {"pfx", "cert", "contacts", "log"}) {
-        EXPECT_TRUE(QFileInfo(NivoGXUtil::applicationFolder() + u'/' + QLatin1String(folder)).isDir());
+        EXPECT_TRUE(
+            QFileInfo(NivoGXUtil::applicationFolder() + u'/' + QLatin1String(folder)).isDir());
     }
     LoginController* login = app.loginController();
     ASSERT_NE(login, nullptr);
@@ -144,6 +146,46 @@ TEST_F(AppDelegateTest, ClosingTheMainWindowAsksAboutSignOutAndQuitsEitherWay) {
     EXPECT_EQ(terminateAgain.count(), 1);
     EXPECT_TRUE(NivoGXUtil::getNivoPassword().isEmpty());
     EXPECT_FALSE(NivoGXUtil::hasRequiredCredentials());
+}
+
+TEST_F(AppDelegateTest, ExportedProfileSignsInOnceTheServerIsGone) {
+    createAccount(QStringLiteral("alice"), QStringLiteral("pw"));
+    app.applicationDidFinishLaunching();
+    typeInto(app.loginController(), "fieldUsername", QStringLiteral("alice"));
+    typeInto(app.loginController(), "fieldPassword", QStringLiteral("pw"));
+    clickButton(app.loginController(), "loginButton");
+    ASSERT_TRUE(eventually([&] { return app.fileController() != nullptr; }));
+
+    const QString chosen = QDir(sandbox.root()).filePath(QStringLiteral("profile.txt"));
+    prompter.answerSave(chosen);
+    app.findChild<QAction*>(QStringLiteral("exportProfileMenuItem"))->trigger();
+    ASSERT_EQ(prompter.count(), 1);
+    const auto& panel = prompter.last().savePanel;
+    EXPECT_EQ(panel.message, QStringLiteral("Export NIVO Profile to"));
+    EXPECT_EQ(panel.allowedType, QStringLiteral("vts"));
+    EXPECT_TRUE(panel.defaultName.startsWith(QStringLiteral("profile_alice_")))
+        << panel.defaultName.toStdString();
+    EXPECT_EQ(panel.defaultName.size(), QStringLiteral("profile_alice_yyyyMMddHHmmss.vts").size());
+    const QString written = chosen + QStringLiteral(".vts");
+    ASSERT_TRUE(QFileInfo::exists(written));
+
+    // The next run finds the user signed out and the server unreachable.
+    NivoGXUtil::logout();
+    NivoGXUtil::resetState();
+    stopServer();
+    prompter.clear();
+    AppDelegate next{hub, prompter};
+    next.applicationDidFinishLaunching();
+    ASSERT_NE(next.loginController(), nullptr);
+    EXPECT_EQ(fieldText(next.loginController(), "fieldUsername"), QStringLiteral("alice"));
+    prompter.answerAsk(true);
+    prompter.answerOpen({written});
+    typeInto(next.loginController(), "fieldPassword", QStringLiteral("pw"));
+    clickButton(next.loginController(), "loginButton");
+    ASSERT_TRUE(eventually([&] { return next.fileController() != nullptr; }));
+    ASSERT_EQ(prompter.count(), 2);
+    EXPECT_EQ(prompter.prompts().at(0).message, QStringLiteral("Unable to connect to NIVO Server"));
+    EXPECT_TRUE(NivoGXUtil::hasRequiredCredentials());
 }
 
 }  // namespace

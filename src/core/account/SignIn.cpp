@@ -16,7 +16,8 @@ const char* const kPasswordRequired = QT_TRANSLATE_NOOP("SignIn", "Password requ
 const char* const kEnterPassword = QT_TRANSLATE_NOOP("SignIn", "Please enter your NIVO password.");
 const char* const kSigningIn = QT_TRANSLATE_NOOP("SignIn", "Signing in...");
 const char* const kSignInFailed = QT_TRANSLATE_NOOP("SignIn", "Sign in Failed");
-const char* const kUnableToConnect = QT_TRANSLATE_NOOP("SignIn", "Unable to connect to NIVO Server");
+const char* const kUnableToConnect =
+    QT_TRANSLATE_NOOP("SignIn", "Unable to connect to NIVO Server");
 const char* const kOfferProfileFile =
     QT_TRANSLATE_NOOP("SignIn", "Do you wish to sign in using your NIVO offline profile?");
 const char* const kSelectProfileFile =
@@ -26,12 +27,24 @@ const QString kProfileFileType = u"vts"_s;
 
 }  // namespace
 
-QString SignIn::signingIn() { return tr(kSigningIn); }
-QString SignIn::signInFailed() { return tr(kSignInFailed); }
-QString SignIn::unableToConnect() { return tr(kUnableToConnect); }
-QString SignIn::offerProfileFile() { return tr(kOfferProfileFile); }
-QString SignIn::selectProfileFile() { return tr(kSelectProfileFile); }
-QString SignIn::profileFileType() { return kProfileFileType; }
+QString SignIn::signingIn() {
+    return tr(kSigningIn);
+}
+QString SignIn::signInFailed() {
+    return tr(kSignInFailed);
+}
+QString SignIn::unableToConnect() {
+    return tr(kUnableToConnect);
+}
+QString SignIn::offerProfileFile() {
+    return tr(kOfferProfileFile);
+}
+QString SignIn::selectProfileFile() {
+    return tr(kSelectProfileFile);
+}
+QString SignIn::profileFileType() {
+    return kProfileFileType;
+}
 
 QString SignIn::trimmed(const QString& field) {
     return field.trimmed();
@@ -67,11 +80,10 @@ void SignIn::keep(const QString& loginName, const QString& password, const NivoP
 
 NivoProfile SignIn::readProfileFile(const QString& path, const QString& loginName,
                                     const QString& password) {
-    return ContactDB::importProfileDB(path, loginName, password,
-                                      [](const QByteArray& pfx, const QString& pass) {
-                                          return NivoProfileUtil::extractCerFromPfx(pfx, pass)
-                                              .value_or(QByteArray());
-                                      });
+    return ContactDB::importProfileDB(
+        path, loginName, password, [](const QByteArray& pfx, const QString& pass) {
+            return NivoProfileUtil::extractCerFromPfx(pfx, pass).value_or(QByteArray());
+        });
 }
 
 void SignIn::keepFromProfileFile(const QString& path, const QString& loginName,

@@ -12,7 +12,8 @@ const char* const kEnterUsername = QT_TRANSLATE_NOOP("SignUp", "Please enter you
 const char* const kPasswordRequired = QT_TRANSLATE_NOOP("SignUp", "Password required");
 const char* const kEnterPassword = QT_TRANSLATE_NOOP("SignUp", "Please enter your NIVO password.");
 const char* const kRetypeRequired = QT_TRANSLATE_NOOP("SignUp", "Re-type Password required");
-const char* const kUsernameNotValid = QT_TRANSLATE_NOOP("SignUp", "Username is not considered valid");
+const char* const kUsernameNotValid =
+    QT_TRANSLATE_NOOP("SignUp", "Username is not considered valid");
 // The trailing blank is part of the text users have always seen.
 const char* const kUsernameCharacters = QT_TRANSLATE_NOOP(
     "SignUp", "Username may only contain the following characters: a-z, A-Z, 0-9, .'_ ");
@@ -24,8 +25,12 @@ const char* const kRegistrationFailed = QT_TRANSLATE_NOOP("SignUp", "Registratio
 
 }  // namespace
 
-QString SignUp::registering() { return tr(kRegistering); }
-QString SignUp::registrationFailed() { return tr(kRegistrationFailed); }
+QString SignUp::registering() {
+    return tr(kRegistering);
+}
+QString SignUp::registrationFailed() {
+    return tr(kRegistrationFailed);
+}
 
 std::optional<AccountAlert> SignUp::checkFields(const QString& loginName, const QString& password,
                                                 const QString& retypedPassword) {

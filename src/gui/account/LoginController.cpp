@@ -136,8 +136,7 @@ void LoginController::registerAccount() {
     m_registerController->activateWindow();
 }
 
-void LoginController::handleRegistrationComplete(const QString& username,
-                                                 const QString& password) {
+void LoginController::handleRegistrationComplete(const QString& username, const QString& password) {
     m_fieldUsername->setText(username);
     m_fieldPassword->setText(password);
     login();

@@ -1,8 +1,8 @@
 #include "account/RegisterController.h"
 
 #include <QFormLayout>
-#include <QHBoxLayout>
 #include <QFutureWatcher>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QProgressBar>

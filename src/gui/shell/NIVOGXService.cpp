@@ -21,8 +21,7 @@ constexpr QDataStream::Version kStreamVersion = QDataStream::Qt_6_4;
 
 }  // namespace
 
-NIVOGXService::NIVOGXService(NotificationHub& hub, QObject* parent)
-    : QObject(parent), m_hub(hub) {
+NIVOGXService::NIVOGXService(NotificationHub& hub, QObject* parent) : QObject(parent), m_hub(hub) {
     connect(&m_server, &QLocalServer::newConnection, this, &NIVOGXService::accept);
 }
 

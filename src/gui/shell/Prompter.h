@@ -11,8 +11,8 @@ class Prompter {
 public:
     struct OpenPanel {
         QString message;
-        QStringList allowedTypes;  // extensions without the dot; empty: any file
-        QString startFolder;       // empty: the platform's choice
+        QStringList allowedTypes;    // extensions without the dot; empty: any file
+        QString startFolder;         // empty: the platform's choice
         bool chooseFolders = false;  // folders only instead of files only
         bool multipleSelection = false;
         bool canCreateFolders = false;

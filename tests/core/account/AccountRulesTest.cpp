@@ -31,9 +31,8 @@ TEST(AccountRulesTest, SignUpReportsTheFirstProblemOnly) {
         {"Bob", "pw", "pw", nullptr},
     };
     for (const Fields& c : cases) {
-        const auto problem =
-            SignUp::checkFields(QString::fromUtf8(c.name), QString::fromUtf8(c.password),
-                                QString::fromUtf8(c.retyped));
+        const auto problem = SignUp::checkFields(
+            QString::fromUtf8(c.name), QString::fromUtf8(c.password), QString::fromUtf8(c.retyped));
         if (c.message == nullptr) {
             EXPECT_FALSE(problem.has_value()) << c.name;
         } else {
@@ -45,9 +44,10 @@ TEST(AccountRulesTest, SignUpReportsTheFirstProblemOnly) {
     EXPECT_EQ(SignUp::checkFields(QStringLiteral("bob"), QStringLiteral("pw"), QString())
                   ->informativeText,
               QStringLiteral("Please enter your NIVO password."));
-    EXPECT_EQ(SignUp::checkFields(QStringLiteral("bob"), QStringLiteral("pw"), QStringLiteral("px"))
-                  ->informativeText,
-              QStringLiteral("Please ensure that both Password and Re-type password are the same."));
+    EXPECT_EQ(
+        SignUp::checkFields(QStringLiteral("bob"), QStringLiteral("pw"), QStringLiteral("px"))
+            ->informativeText,
+        QStringLiteral("Please ensure that both Password and Re-type password are the same."));
 }
 
 TEST(AccountRulesTest, SignUpDerivesTheAddressFromTheNameAsTyped) {
@@ -83,12 +83,14 @@ TEST(AccountRulesTest, ExportNamesCarryTheirTypeOnce) {
     EXPECT_EQ(ExportFileName::contactsName(QStringLiteral("Alice"), when),
               QStringLiteral("contacts_Alice_20260304050607.cbkm"));
     const QString type = ExportFileName::kContactsType;
-    EXPECT_EQ(ExportFileName::withType(QStringLiteral("/d/x.Cbkm"), type), QStringLiteral("/d/x.Cbkm"));
+    EXPECT_EQ(ExportFileName::withType(QStringLiteral("/d/x.Cbkm"), type),
+              QStringLiteral("/d/x.Cbkm"));
     EXPECT_EQ(ExportFileName::withType(QStringLiteral("/d/x"), type), QStringLiteral("/d/x.cbkm"));
     EXPECT_EQ(ExportFileName::withType(QStringLiteral("/d/x.txt"), type),
               QStringLiteral("/d/x.txt.cbkm"));
-    EXPECT_EQ(ExportFileName::withType(QStringLiteral("/d/profile.txt"), ExportFileName::kProfileType),
-              QStringLiteral("/d/profile.txt.vts"));
+    EXPECT_EQ(
+        ExportFileName::withType(QStringLiteral("/d/profile.txt"), ExportFileName::kProfileType),
+        QStringLiteral("/d/profile.txt.vts"));
 }
 
 }  // namespace
