@@ -82,12 +82,6 @@ TEST_F(SignInWindowTest, SuccessKeepsTheNameAsTypedAndClosesWithoutQuitting) {
     EXPECT_EQ(terminate.count(), 0);
 }
 
-TEST_F(SignInWindowTest, ClosingTheWindowByHandQuits) {
-    login.show();
-    login.close();
-    EXPECT_EQ(terminate.count(), 1);
-}
-
 TEST_F(SignInWindowTest, UnreachableServerOffersTheProfileFileOnlyOnRequest) {
     stopServer();
     login.show();

@@ -50,16 +50,6 @@ TEST(AccountRulesTest, SignUpReportsTheFirstProblemOnly) {
         QStringLiteral("Please ensure that both Password and Re-type password are the same."));
 }
 
-TEST(AccountRulesTest, SignUpDerivesTheAddressFromTheNameAsTyped) {
-    EXPECT_EQ(SignUp::emailFor(QStringLiteral("Bob")), QStringLiteral("Bob@Bob.com"));
-}
-
-TEST(AccountRulesTest, SignInTrimsBlanksAndLineBreaksOnly) {
-    EXPECT_EQ(SignIn::trimmed(QStringLiteral(" \t pass word\r\n")), QStringLiteral("pass word"));
-    EXPECT_FALSE(SignIn::checkFields(SignIn::trimmed(QStringLiteral(" \n ")), QStringLiteral("pw"))
-                     ->message.isEmpty());
-}
-
 TEST(AccountRulesTest, OnlyAConnectionFailureOffersTheProfileFile) {
     const auto failure = [](const char* text) {
         return NivoProfile::failure(QString::fromLatin1(text));
