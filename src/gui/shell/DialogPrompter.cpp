@@ -27,12 +27,21 @@ QString nameFilter(const QStringList& types) {
     return DialogPrompter::tr(kFilesOfType).arg(types.join(u", "_s).toUpper(), patterns.join(u' '));
 }
 
+// The message reads as a heading over its explanation, and a short explanation stays on one line
+// instead of wrapping in a narrow box.
+void style(QMessageBox& box) {
+    box.setStyleSheet(
+        u"QLabel#qt_msgbox_label { font-weight: bold; min-width: 280px; }"
+        u"QLabel#qt_msgbox_informativelabel { min-width: 280px; }"_s);
+}
+
 }  // namespace
 
 void DialogPrompter::alert(QWidget* parent, const QString& message,
                            const QString& informativeText) {
     QMessageBox box(parent);
     box.setIcon(QMessageBox::Warning);
+    style(box);
     box.setText(message);
     box.setInformativeText(informativeText);
     box.setDefaultButton(box.addButton(tr(kOk), QMessageBox::AcceptRole));
@@ -42,6 +51,7 @@ void DialogPrompter::alert(QWidget* parent, const QString& message,
 bool DialogPrompter::ask(QWidget* parent, const QString& message, const QString& informativeText) {
     QMessageBox box(parent);
     box.setIcon(QMessageBox::Question);
+    style(box);
     box.setText(message);
     box.setInformativeText(informativeText);
     // Action roles keep the buttons in the order added, whatever the desktop's usual layout.
