@@ -1,0 +1,234 @@
+#include "shell/AppDelegate.h"
+
+#include <QAction>
+#include <QDateTime>
+#include <QFileInfo>
+#include <QLoggingCategory>
+#include <QMenu>
+#include <QMenuBar>
+#include <QScreen>
+
+#include "account/LoginController.h"
+#include "filelist/FileController.h"
+#include "shell/NIVOGXService.h"
+#include "shell/NotificationHub.h"
+#include "shell/Prompter.h"
+#include "storage/ExportFileName.h"
+#include "storage/NivoGXUtil.h"
+
+using namespace Qt::Literals::StringLiterals;
+
+Q_LOGGING_CATEGORY(lcShell, "nivogx.shell")
+
+namespace {
+
+const char* const kFileMenu = QT_TRANSLATE_NOOP("AppDelegate", "&File");
+const char* const kExportContactsItem = QT_TRANSLATE_NOOP("AppDelegate", "Export Contacts...");
+const char* const kImportContactsItem = QT_TRANSLATE_NOOP("AppDelegate", "Import Contacts...");
+const char* const kExportProfileItem = QT_TRANSLATE_NOOP("AppDelegate", "Export NIVO Profile...");
+const char* const kViewLogItem = QT_TRANSLATE_NOOP("AppDelegate", "View Log");
+const char* const kSaveContactsTo = QT_TRANSLATE_NOOP("AppDelegate", "Save contacts to");
+const char* const kExportProfileTo = QT_TRANSLATE_NOOP("AppDelegate", "Export NIVO Profile to");
+const char* const kSelectContactsFile =
+    QT_TRANSLATE_NOOP("AppDelegate", "Select contacts file to import");
+const char* const kUnableToExportContact =
+    QT_TRANSLATE_NOOP("AppDelegate", "Unable to export contact. Please sign in.");
+const char* const kUnableToExportProfile =
+    QT_TRANSLATE_NOOP("AppDelegate", "Unable to export NIVO Profile. Please sign in.");
+
+// Where the window manager leaves placement to the application, a new window opens mid-screen.
+void showCentred(QWidget* window) {
+    if (!window->testAttribute(Qt::WA_Resized)) {
+        window->adjustSize();
+    }
+    if (const QScreen* screen = window->screen()) {
+        window->move(screen->availableGeometry().center() - window->rect().center());
+    }
+    window->show();
+}
+
+}  // namespace
+
+AppDelegate::AppDelegate(NotificationHub& hub, Prompter& prompter, QObject* parent)
+    : QObject(parent),
+      m_hub(hub),
+      m_prompter(prompter),
+      m_exportMenuItem(new QAction(tr(kExportContactsItem), this)),
+      m_importMenuItem(new QAction(tr(kImportContactsItem), this)),
+      m_exportProfileMenuItem(new QAction(tr(kExportProfileItem), this)),
+      m_viewLogItem(new QAction(tr(kViewLogItem), this)) {
+    m_exportMenuItem->setObjectName(u"exportMenuItem"_s);
+    m_importMenuItem->setObjectName(u"importMenuItem"_s);
+    m_exportProfileMenuItem->setObjectName(u"exportProfileMenuItem"_s);
+    m_viewLogItem->setObjectName(u"viewLogItem"_s);
+    connect(m_exportMenuItem, &QAction::triggered, this, &AppDelegate::exportContacts);
+    connect(m_importMenuItem, &QAction::triggered, this, &AppDelegate::importContacts);
+    connect(m_exportProfileMenuItem, &QAction::triggered, this, &AppDelegate::exportNivoProfile);
+    connect(m_viewLogItem, &QAction::triggered, this, &AppDelegate::viewLog);
+}
+
+// The windows go first: they hold references to the hub and the prompter.
+AppDelegate::~AppDelegate() {
+    m_fileController.reset();
+    m_loginController.reset();
+}
+
+QList<QAction*> AppDelegate::userMenuItems() const {
+    return {m_exportMenuItem, m_importMenuItem, m_exportProfileMenuItem, m_viewLogItem};
+}
+
+void AppDelegate::installMenu(QMenuBar* menuBar) const {
+    QMenu* menu = menuBar->addMenu(tr(kFileMenu));
+    menu->addAction(m_exportProfileMenuItem);
+    menu->addSeparator();
+    menu->addAction(m_exportMenuItem);
+    menu->addAction(m_importMenuItem);
+    menu->addSeparator();
+    menu->addAction(m_viewLogItem);
+}
+
+void AppDelegate::setUserMenuItemsEnabled(bool enabled) {
+    for (QAction* item : userMenuItems()) {
+        item->setEnabled(enabled);
+    }
+}
+
+void AppDelegate::applicationDidFinishLaunching() {
+    setUserMenuItemsEnabled(false);
+    m_nivoGXService = new NIVOGXService(m_hub, this);
+    if (!m_serviceName.isEmpty() && !m_nivoGXService->listen(m_serviceName)) {
+        qCWarning(lcShell) << "files from later launches cannot be received at" << m_serviceName;
+    }
+    connect(&m_hub, &NotificationHub::loginCompleted, this, &AppDelegate::loginCompleted);
+    connect(&m_hub, &NotificationHub::addToExternalFile, this, &AppDelegate::addToExternalFiles);
+    if (!NivoGXUtil::generateRequiredDirectory()) {
+        m_loginController = std::make_unique<LoginController>(m_hub, m_prompter);
+        installMenu(m_loginController->menuBar());
+        connect(m_loginController.get(), &LoginController::terminateRequested, this,
+                &AppDelegate::terminateRequested);
+        showCentred(m_loginController.get());
+        return;
+    }
+    NivoGXUtil::generateUserContactDB(NivoGXUtil::getNivoUsername());
+    showMainWindow();
+    deliverWaitingFiles();
+}
+
+void AppDelegate::loginCompleted() {
+    showMainWindow();
+    deliverWaitingFiles();
+}
+
+void AppDelegate::showMainWindow() {
+    setUserMenuItemsEnabled(true);
+    m_fileController = std::make_unique<FileController>(m_hub, m_prompter);
+    installMenu(m_fileController->menuBar());
+    connect(m_fileController.get(), &FileController::terminateRequested, this,
+            &AppDelegate::terminateRequested);
+    showCentred(m_fileController.get());
+}
+
+void AppDelegate::deliverWaitingFiles() {
+    // A single file that has gone away meanwhile is kept back, not reported.
+    if (!m_externalFile.isEmpty() && QFileInfo::exists(m_externalFile)) {
+        notifyExternalFile();
+    }
+    if (m_externalFileArray && !m_externalFileArray->isEmpty()) {
+        notifyExternalFileArray();
+    }
+}
+
+bool AppDelegate::application(const QString& path) {
+    m_externalFile = path;
+    if (m_fileController) {
+        notifyExternalFile();
+    }
+    return true;
+}
+
+void AppDelegate::application(const QStringList& paths) {
+    if (!m_externalFileArray) {
+        m_externalFileArray.emplace();
+    }
+    m_externalFileArray->append(paths);
+    if (m_fileController) {
+        notifyExternalFileArray();
+    }
+}
+
+void AppDelegate::notifyExternalFile() {
+    m_hub.postHandleExternalFile(m_externalFile);
+    m_externalFile = u""_s;
+}
+
+void AppDelegate::notifyExternalFileArray() {
+    // Delivery is synchronous: receivers have taken their copies when the post returns.
+    m_hub.postHandleExternalFileArray(m_externalFileArray.value_or(QStringList()));
+    if (m_externalFileArray) {
+        m_externalFileArray->clear();
+    }
+}
+
+void AppDelegate::addToExternalFiles(const QStringList& paths) {
+    if (!m_externalFileArray) {
+        m_externalFileArray.emplace();
+    }
+    m_externalFileArray->append(paths);
+}
+
+void AppDelegate::exportContacts() {
+    Prompter::SavePanel panel;
+    panel.message = tr(kSaveContactsTo);
+    panel.allowedType = ExportFileName::kContactsType;
+    panel.defaultName =
+        ExportFileName::contactsName(NivoGXUtil::getNivoUsername(), QDateTime::currentDateTime());
+    const QString chosen = m_prompter.save(nullptr, panel);
+    if (chosen.isEmpty()) {
+        return;
+    }
+    if (!NivoGXUtil::exportContacts(ExportFileName::withType(chosen, panel.allowedType))) {
+        displayAlertBox(tr(kUnableToExportContact));
+    }
+}
+
+void AppDelegate::exportNivoProfile() {
+    Prompter::SavePanel panel;
+    panel.message = tr(kExportProfileTo);
+    panel.allowedType = ExportFileName::kProfileType;
+    panel.defaultName =
+        ExportFileName::profileName(NivoGXUtil::getNivoUsername(), QDateTime::currentDateTime());
+    const QString chosen = m_prompter.save(nullptr, panel);
+    if (chosen.isEmpty()) {
+        return;
+    }
+    const auto profile = NivoGXUtil::getNivoProfile();
+    if (!profile || !NivoGXUtil::exportNivoProfileDB(
+                        ExportFileName::withType(chosen, panel.allowedType), *profile)) {
+        displayAlertBox(tr(kUnableToExportProfile));
+    }
+}
+
+void AppDelegate::importContacts() {
+    Prompter::OpenPanel panel;
+    panel.message = tr(kSelectContactsFile);
+    panel.allowedTypes = {ExportFileName::kContactsType};
+    const QStringList chosen = m_prompter.open(nullptr, panel);
+    if (chosen.isEmpty()) {
+        return;
+    }
+    const QString message = NivoGXUtil::importContacts(chosen.constFirst());
+    if (!message.isEmpty()) {
+        displayAlertBox(message);
+        return;
+    }
+    m_hub.postContactImportCompleted();
+}
+
+void AppDelegate::viewLog() {
+    // Until the log viewer window exists, the log opens in the desktop's text viewer.
+    NivoGXUtil::viewLog();
+}
+
+void AppDelegate::displayAlertBox(const QString& message) {
+    m_prompter.alert(nullptr, message, QString());
+}

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <QList>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <memory>
+#include <optional>
+
+class FileController;
+class LoginController;
+class NIVOGXService;
+class NotificationHub;
+class Prompter;
+class QAction;
+class QMenuBar;
+
+// The application itself: decides at launch between the sign-in window and the main window,
+// keeps files handed to the application until somebody is signed in and then delivers them to
+// the main window, and carries the application menu's actions.
+class AppDelegate final : public QObject {
+    Q_OBJECT
+
+public:
+    AppDelegate(NotificationHub& hub, Prompter& prompter, QObject* parent = nullptr);
+    ~AppDelegate() override;
+
+    // Where the Services provider listens for files from later launches; set before launching.
+    // Empty: it does not listen.
+    void setServiceName(const QString& name) { m_serviceName = name; }
+    void applicationDidFinishLaunching();
+    void loginCompleted();
+
+    // One file opened with the application. It replaces a single file not yet delivered.
+    bool application(const QString& path);
+    // Several files opened with the application, appended to those waiting.
+    void application(const QStringList& paths);
+    void notifyExternalFile();
+    void notifyExternalFileArray();
+    // Files offered while nobody is signed in; delivered at sign-in.
+    void addToExternalFiles(const QStringList& paths);
+
+    void exportContacts();
+    void exportNivoProfile();
+    void importContacts();
+    void viewLog();
+    void displayAlertBox(const QString& message);
+
+    // The application menu, with the entries that need a signed-in user.
+    void installMenu(QMenuBar* menuBar) const;
+
+    [[nodiscard]] LoginController* loginController() const { return m_loginController.get(); }
+    [[nodiscard]] FileController* fileController() const { return m_fileController.get(); }
+    [[nodiscard]] NIVOGXService* nivoGXService() const noexcept { return m_nivoGXService; }
+    [[nodiscard]] QList<QAction*> userMenuItems() const;
+    [[nodiscard]] const QString& externalFile() const noexcept { return m_externalFile; }
+    [[nodiscard]] QStringList externalFileArray() const {
+        return m_externalFileArray.value_or(QStringList());
+    }
+
+Q_SIGNALS:
+    // A window asked to end the application.
+    void terminateRequested();
+
+private:
+    void showMainWindow();
+    void deliverWaitingFiles();
+    void setUserMenuItemsEnabled(bool enabled);
+
+    NotificationHub& m_hub;
+    Prompter& m_prompter;
+    std::unique_ptr<LoginController> m_loginController;
+    std::unique_ptr<FileController> m_fileController;
+    NIVOGXService* m_nivoGXService = nullptr;
+    QString m_serviceName;
+    QString m_externalFile;
+    std::optional<QStringList> m_externalFileArray;
+    QAction* m_exportMenuItem;
+    QAction* m_importMenuItem;
+    QAction* m_exportProfileMenuItem;
+    QAction* m_viewLogItem;
+};

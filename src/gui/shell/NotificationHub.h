@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QList>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+#include "contacts/Contact.h"
+
+// The application's notifications between windows: one signal per notification, posted and
+// received on the GUI thread. Receivers connect directly, so a post returns only after every
+// receiver has run, and a receiver that wants to keep a payload takes its own copy.
+class NotificationHub final : public QObject {
+    Q_OBJECT
+
+public:
+    explicit NotificationHub(QObject* parent = nullptr);
+
+    void postLoginCompleted();
+    void postRegistrationCompleted(const QString& username, const QString& password);
+    void postHandleExternalFile(const QString& result);
+    void postHandleExternalFileArray(const QStringList& result);
+    void postAddToExternalFile(const QStringList& result);
+    void postSelectionCompleted(const QList<Contact>& result);
+    void postProcessingCompleted(const QString& processResult);
+    void postContactImportCompleted();
+
+Q_SIGNALS:
+    void loginCompleted();
+    void registrationCompleted(const QString& username, const QString& password);
+    void handleExternalFile(const QString& result);
+    void handleExternalFileArray(const QStringList& result);
+    void addToExternalFile(const QStringList& result);
+    void selectionCompleted(const QList<Contact>& result);
+    void processingCompleted(const QString& processResult);
+    void contactImportCompleted();
+
+private:
+    void assertGuiThread() const;
+};

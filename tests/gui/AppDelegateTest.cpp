@@ -1,0 +1,191 @@
+// The launch decision, files handed to the application before and after sign-in, the menu
+// entries that need a signed-in user, and how the main window ends the application.
+#include <QAction>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSignalSpy>
+
+#include "GuiTestKit.h"
+#include "account/LoginController.h"
+#include "account/RegisterController.h"
+#include "filelist/FileController.h"
+#include "shell/AppDelegate.h"
+#include "storage/NivoGXUtil.h"
+
+namespace {
+
+class AppDelegateTest : public GuiTest {
+protected:
+    [[nodiscard]] bool menuItemsEnabled(bool enabled) const {
+        for (const QAction* item : app.userMenuItems()) {
+            if (item->isEnabled() != enabled) {
+                return false;
+            }
+        }
+        return app.userMenuItems().size() == 4;
+    }
+
+    // What a previous run leaves behind for a signed-in user.
+    static void leaveCompleteSignIn(const QString& name) {
+        NivoGXUtil::saveNivoCredentials(name, QStringLiteral("pw"));
+        ASSERT_FALSE(NivoGXUtil::generateRequiredDirectory());
+        for (const QString& path : {NivoGXUtil::pfxPath(), NivoGXUtil::certificatePath()}) {
+            QFile file(path);
+            ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+            file.write("key material");
+        }
+    }
+
+    AppDelegate app{hub, prompter};
+    QSignalSpy terminate{&app, &AppDelegate::terminateRequested};
+};
+
+TEST_F(AppDelegateTest, SignUpSignsInAndDeliversTheFilesThatWaited) {
+    const bool realStore = useRealSecretService();
+    const QString first = makeFile(QStringLiteral("first.txt"));
+    const QString second = makeFile(QStringLiteral("second.txt"));
+    const QString listed1 = makeFile(QStringLiteral("b.txt"));
+    const QString listed2 = makeFile(QStringLiteral("a.txt"));
+    const QString offered = makeFile(QStringLiteral("offered.txt"));
+    EXPECT_TRUE(app.application(first));
+    EXPECT_TRUE(app.application(second));  // replaces the first, not yet delivered
+    app.application(QStringList{listed1, listed2});
+
+    app.applicationDidFinishLaunching();
+    hub.postAddToExternalFile({offered});  // what a second launch hands over before sign-in
+    for (const char* folder : {"pfx", "cert", "contacts", "log"}) {
+        EXPECT_TRUE(
+            QFileInfo(NivoGXUtil::applicationFolder() + u'/' + QLatin1String(folder)).isDir());
+    }
+    LoginController* login = app.loginController();
+    ASSERT_NE(login, nullptr);
+    EXPECT_TRUE(login->isVisible());
+    EXPECT_EQ(app.fileController(), nullptr);
+    EXPECT_TRUE(menuItemsEnabled(false));
+
+    clickButton(login, "registerButton");
+    RegisterController* signUp = login->registerController();
+    ASSERT_NE(signUp, nullptr);
+    typeInto(signUp, "textFieldNivoAccount", QStringLiteral("dora"));
+    typeInto(signUp, "textFieldNivoPassword", QStringLiteral("Pass word 1"));
+    typeInto(signUp, "textFieldRetypePassword", QStringLiteral("Pass word 1"));
+    clickButton(signUp, "registerButton");
+
+    ASSERT_TRUE(eventually([&] { return app.fileController() != nullptr; }));
+    EXPECT_EQ(prompter.count(), 0);
+    FileController* main = app.fileController();
+    EXPECT_TRUE(main->isVisible());
+    EXPECT_FALSE(login->isVisible());
+    EXPECT_FALSE(signUp->isVisible());
+    EXPECT_EQ(terminate.count(), 0);
+    EXPECT_TRUE(menuItemsEnabled(true));
+    EXPECT_EQ(main->fileList(), (QStringList{second, listed1, listed2, offered}));
+    EXPECT_EQ(NivoGXUtil::getNivoUsername(), QStringLiteral("dora"));
+    EXPECT_EQ(NivoGXUtil::getNivoPassword(), QStringLiteral("Pass word 1"));
+    EXPECT_TRUE(NivoGXUtil::hasRequiredCredentials());
+    if (!realStore) {
+        EXPECT_EQ(sandbox.keychain().records().size(), 1);
+    }
+
+    // Once the main window is up, files go straight to it.
+    const QString later = makeFile(QStringLiteral("later.txt"));
+    app.application(later);
+    EXPECT_EQ(main->fileList().constLast(), later);
+    EXPECT_EQ(app.externalFile(), QString());
+}
+
+TEST_F(AppDelegateTest, CompleteSignInOpensTheMainWindowAndKeepsBackAVanishedFile) {
+    leaveCompleteSignIn(QStringLiteral("erin"));
+    const QString vanished = makeFile(QStringLiteral("vanished.txt"));
+    const QString listed = QStringLiteral("/no/such/file.txt");  // a list is passed on untested
+    app.application(vanished);
+    app.application(QStringList{listed});
+    QFile::remove(vanished);
+
+    app.applicationDidFinishLaunching();
+    EXPECT_EQ(app.loginController(), nullptr);
+    ASSERT_NE(app.fileController(), nullptr);
+    EXPECT_TRUE(app.fileController()->isVisible());
+    EXPECT_TRUE(menuItemsEnabled(true));
+    EXPECT_EQ(app.fileController()->fileList(), QStringList{listed});
+    EXPECT_EQ(app.externalFile(), vanished);
+    EXPECT_TRUE(app.externalFileArray().isEmpty());
+    EXPECT_TRUE(QFileInfo::exists(NivoGXUtil::contactDBPath(QStringLiteral("erin"))));
+    ASSERT_TRUE(NivoGXUtil::getNivoProfile().has_value());
+    EXPECT_EQ(NivoGXUtil::getNivoProfile()->Pfx, QByteArrayLiteral("key material"));
+}
+
+TEST_F(AppDelegateTest, SignOutForgetsThePasswordAndQuits) {
+    leaveCompleteSignIn(QStringLiteral("erin"));
+    app.applicationDidFinishLaunching();
+    ASSERT_NE(app.fileController(), nullptr);
+    const QString pfx = NivoGXUtil::pfxPath();
+    app.fileController()->findChild<QAction*>(QStringLiteral("logoutAction"))->trigger();
+    EXPECT_EQ(terminate.count(), 1);
+    EXPECT_EQ(NivoGXUtil::getNivoUsername(), QStringLiteral("erin"));
+    EXPECT_TRUE(NivoGXUtil::getNivoPassword().isEmpty());
+    EXPECT_FALSE(QFileInfo::exists(pfx));
+    EXPECT_EQ(prompter.count(), 0) << "sign-out does not ask";
+}
+
+TEST_F(AppDelegateTest, ClosingTheMainWindowAsksAboutSignOutAndQuitsEitherWay) {
+    leaveCompleteSignIn(QStringLiteral("erin"));
+    app.applicationDidFinishLaunching();
+    app.fileController()->close();  // answered "No"
+    ASSERT_EQ(prompter.count(), 1);
+    EXPECT_EQ(prompter.last().message, QStringLiteral("Do you wish to logout?"));
+    EXPECT_EQ(terminate.count(), 1);
+    EXPECT_EQ(NivoGXUtil::getNivoPassword(), QStringLiteral("pw"));
+
+    AppDelegate again{hub, prompter};
+    QSignalSpy terminateAgain{&again, &AppDelegate::terminateRequested};
+    again.applicationDidFinishLaunching();
+    prompter.answerAsk(true);
+    again.fileController()->close();
+    EXPECT_EQ(terminateAgain.count(), 1);
+    EXPECT_TRUE(NivoGXUtil::getNivoPassword().isEmpty());
+    EXPECT_FALSE(NivoGXUtil::hasRequiredCredentials());
+}
+
+TEST_F(AppDelegateTest, ExportedProfileSignsInOnceTheServerIsGone) {
+    createAccount(QStringLiteral("alice"), QStringLiteral("pw"));
+    app.applicationDidFinishLaunching();
+    typeInto(app.loginController(), "fieldUsername", QStringLiteral("alice"));
+    typeInto(app.loginController(), "fieldPassword", QStringLiteral("pw"));
+    clickButton(app.loginController(), "loginButton");
+    ASSERT_TRUE(eventually([&] { return app.fileController() != nullptr; }));
+
+    const QString chosen = QDir(sandbox.root()).filePath(QStringLiteral("profile.txt"));
+    prompter.answerSave(chosen);
+    app.findChild<QAction*>(QStringLiteral("exportProfileMenuItem"))->trigger();
+    ASSERT_EQ(prompter.count(), 1);
+    const auto& panel = prompter.last().savePanel;
+    EXPECT_EQ(panel.message, QStringLiteral("Export NIVO Profile to"));
+    EXPECT_EQ(panel.allowedType, QStringLiteral("vts"));
+    EXPECT_TRUE(panel.defaultName.startsWith(QStringLiteral("profile_alice_")))
+        << panel.defaultName.toStdString();
+    EXPECT_EQ(panel.defaultName.size(), QStringLiteral("profile_alice_yyyyMMddHHmmss.vts").size());
+    const QString written = chosen + QStringLiteral(".vts");
+    ASSERT_TRUE(QFileInfo::exists(written));
+
+    // The next run finds the user signed out and the server unreachable.
+    NivoGXUtil::logout();
+    NivoGXUtil::resetState();
+    stopServer();
+    prompter.clear();
+    AppDelegate next{hub, prompter};
+    next.applicationDidFinishLaunching();
+    ASSERT_NE(next.loginController(), nullptr);
+    EXPECT_EQ(fieldText(next.loginController(), "fieldUsername"), QStringLiteral("alice"));
+    prompter.answerAsk(true);
+    prompter.answerOpen({written});
+    typeInto(next.loginController(), "fieldPassword", QStringLiteral("pw"));
+    clickButton(next.loginController(), "loginButton");
+    ASSERT_TRUE(eventually([&] { return next.fileController() != nullptr; }));
+    ASSERT_EQ(prompter.count(), 2);
+    EXPECT_EQ(prompter.prompts().at(0).message, QStringLiteral("Unable to connect to NIVO Server"));
+    EXPECT_TRUE(NivoGXUtil::hasRequiredCredentials());
+}
+
+}  // namespace

@@ -1,0 +1,92 @@
+#include "GuiTestKit.h"
+
+#include <QDir>
+#include <QFile>
+#include <QLabel>
+#include <QProgressBar>
+
+#include "account/AccountServer.h"
+#include "account/SignIn.h"
+#include "account/SignUp.h"
+#include "contacts/ContactDB.h"
+#include "storage/NivoGXUtil.h"
+#include "storage/QKKeychain.h"
+#include "storage/QtKeychainStore.h"
+
+bool eventually(const std::function<bool()>& condition) {
+    // Generous: every wait here ends on an answer from the local server.
+    return QTest::qWaitFor(condition, 30000);
+}
+
+void typeInto(QWidget* window, const char* field, const QString& text) {
+    auto* edit = window->findChild<QLineEdit*>(QString::fromLatin1(field));
+    ASSERT_NE(edit, nullptr) << field;
+    edit->clear();
+    QTest::keyClicks(edit, text);
+}
+
+void clickButton(QWidget* window, const char* button) {
+    auto* push = window->findChild<QPushButton*>(QString::fromLatin1(button));
+    ASSERT_NE(push, nullptr) << button;
+    QTest::mouseClick(push, Qt::LeftButton);
+}
+
+QString fieldText(QWidget* window, const char* field) {
+    const QString name = QString::fromLatin1(field);
+    if (auto* edit = window->findChild<QLineEdit*>(name)) {
+        return edit->text();
+    }
+    auto* label = window->findChild<QLabel*>(name);
+    return label != nullptr ? label->text() : QStringLiteral("<no such field>");
+}
+
+bool busy(QWidget* window) {
+    auto* indicator = window->findChild<QProgressBar*>(QStringLiteral("progressIndicator"));
+    return indicator != nullptr && !indicator->isHidden();
+}
+
+void GuiTest::SetUp() {
+    ASSERT_FALSE(server->baseUrl().isEmpty());
+    AccountServer::setBaseUrl(server->baseUrl());
+    // What the launch does before any window comes up.
+    (void)NivoGXUtil::generateRequiredDirectory();
+}
+
+void GuiTest::TearDown() {
+    AccountServer::setBaseUrl(QString());
+}
+
+bool GuiTest::useRealSecretService() {
+    if (qEnvironmentVariable("NIVOGX_TEST_SECRET_SERVICE") != QLatin1String("1")) {
+        return false;
+    }
+    setDefaultKeychain(std::make_unique<QtKeychainStore>());
+    return QKKeychainRemoveGenericEntry(nullptr, NivoGXUtil::kKeychainService);
+}
+
+void GuiTest::createAccount(const QString& name, const QString& password) {
+    ASSERT_EQ(SignUp::createAccount(name, password), QString());
+}
+
+QString GuiTest::writeProfileFile(const QString& name, const QString& password) {
+    const NivoProfile profile = SignIn::requestProfile(name, password);
+    EXPECT_TRUE(profile.isUsable()) << profile.StatusText.toStdString();
+    const QString path = QDir(sandbox.root()).filePath(QStringLiteral("profile_%1.vts").arg(name));
+    ContactDB file;
+    file.initDB(path);
+    file.addNivoProfile(profile);
+    Contact friendOfTheUser;
+    friendOfTheUser.NivoID = QStringLiteral("zoe");
+    friendOfTheUser.DisplayName = QStringLiteral("Zoe");
+    friendOfTheUser.CertData = QByteArrayLiteral("zoe's certificate");
+    file.addContact(friendOfTheUser);
+    return path;
+}
+
+QString GuiTest::makeFile(const QString& name) const {
+    const QString path = QDir(sandbox.root()).filePath(name);
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("content");
+    return path;
+}
