@@ -323,6 +323,9 @@ void ProcessController::startInBackground(QList<QByteArray> certificates) {
                 }
                 if (self) {
                     self->m_running = false;
+                    if (!failed) {
+                        self->m_sender = outcome.sender;
+                    }
                     Q_EMIT self->processingCompleted(outcome.text);
                 }
             });

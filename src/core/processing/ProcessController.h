@@ -70,6 +70,8 @@ public:
     // Empty until processFile has chosen it.
     [[nodiscard]] QString outputPath() const;
     [[nodiscard]] QString inputPath() const;
+    // Who signed a decrypted file, once the run has reported success; empty before and otherwise.
+    [[nodiscard]] QString sender() const { return m_sender; }
     [[nodiscard]] bool toEncrypt() const noexcept { return m_toEncrypt; }
     // True from processFile until the first processingCompleted.
     [[nodiscard]] bool isRunning() const noexcept { return m_running; }
@@ -97,6 +99,7 @@ private:
     QString m_outputPath;
     QList<Contact> m_recipientList;
     QString m_userNivoId;
+    QString m_sender;
     bool m_started = false;
     bool m_running = false;
     qint64 m_inputSize = 0;

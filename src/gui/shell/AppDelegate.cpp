@@ -15,6 +15,7 @@
 #include "shell/Prompter.h"
 #include "storage/ExportFileName.h"
 #include "storage/NivoGXUtil.h"
+#include "storage/UserDataExport.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -31,10 +32,6 @@ const char* const kSaveContactsTo = QT_TRANSLATE_NOOP("AppDelegate", "Save conta
 const char* const kExportProfileTo = QT_TRANSLATE_NOOP("AppDelegate", "Export NIVO Profile to");
 const char* const kSelectContactsFile =
     QT_TRANSLATE_NOOP("AppDelegate", "Select contacts file to import");
-const char* const kUnableToExportContact =
-    QT_TRANSLATE_NOOP("AppDelegate", "Unable to export contact. Please sign in.");
-const char* const kUnableToExportProfile =
-    QT_TRANSLATE_NOOP("AppDelegate", "Unable to export NIVO Profile. Please sign in.");
 
 // Where the window manager leaves placement to the application, a new window opens mid-screen.
 void showCentred(QWidget* window) {
@@ -186,8 +183,8 @@ void AppDelegate::exportContacts() {
     if (chosen.isEmpty()) {
         return;
     }
-    if (!NivoGXUtil::exportContacts(ExportFileName::withType(chosen, panel.allowedType))) {
-        displayAlertBox(tr(kUnableToExportContact));
+    if (const auto result = UserDataExport::exportContacts(chosen); !result.failure.isEmpty()) {
+        displayAlertBox(result.failure);
     }
 }
 
@@ -201,10 +198,8 @@ void AppDelegate::exportNivoProfile() {
     if (chosen.isEmpty()) {
         return;
     }
-    const auto profile = NivoGXUtil::getNivoProfile();
-    if (!profile || !NivoGXUtil::exportNivoProfileDB(
-                        ExportFileName::withType(chosen, panel.allowedType), *profile)) {
-        displayAlertBox(tr(kUnableToExportProfile));
+    if (const auto result = UserDataExport::exportProfile(chosen); !result.failure.isEmpty()) {
+        displayAlertBox(result.failure);
     }
 }
 

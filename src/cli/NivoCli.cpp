@@ -1,0 +1,652 @@
+#include "NivoCli.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QEventLoop>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QJsonValue>
+#include <algorithm>
+
+#include "account/AccountServer.h"
+#include "account/SignIn.h"
+#include "account/SignUp.h"
+#include "contacts/ContactDB.h"
+#include "contacts/RecipientSearch.h"
+#include "processing/ProcessController.h"
+#include "storage/NivoGXUtil.h"
+#include "storage/UserDataExport.h"
+
+using namespace Qt::Literals::StringLiterals;
+
+const QString NivoCli::kApplicationName = u"nivogx-cli"_s;
+
+namespace {
+
+// --- texts of the tool itself (the system's own texts come from the core) ---
+
+const QString kDescription =
+    u"Protects files for named recipients and opens files sent to you, "
+    u"on the same data as the desktop app."_s;
+const QString kServerOption = u"server"_s;
+const QString kServerHelp =
+    u"Account server base URL (else $NIVOGX_SERVER, else the built-in one)."_s;
+const QString kServerValue = u"url"_s;
+const QString kCommandArgument = u"command"_s;
+const QString kCommandHelp = u"The command to run; 'COMMAND --help' explains one."_s;
+const QString kCommandsHeading = u"Commands:"_s;
+const QString kUnknownCommand = u"Unknown command: %1"_s;
+const QString kMissingCommand = u"No command given."_s;
+const QString kHelpCommand = u"help"_s;
+const QString kHelpCommandHelp = u"Explains a command."_s;
+
+const QString kJsonOption = u"json"_s;
+const QString kJsonHelp = u"One JSON object per line, for scripts."_s;
+const QString kPasswordStdinOption = u"password-stdin"_s;
+const QString kPasswordStdinHelp = u"Read the password from the first line of standard input."_s;
+const QString kProfileFileOption = u"profile-file"_s;
+const QString kProfileFileHelp = u"Sign in offline from an exported profile file."_s;
+const QString kFileValue = u"file"_s;
+const QString kRecipientOption = u"r"_s;
+const QString kRecipientLongOption = u"recipient"_s;
+const QString kRecipientHelp = u"Encrypt for this NIVO ID as well (repeatable)."_s;
+const QString kRecipientValue = u"nivoid"_s;
+const QString kOutputOption = u"o"_s;
+const QString kOutputLongOption = u"output"_s;
+const QString kOutputHelp = u"Folder for the results (remembered for next time)."_s;
+const QString kFolderValue = u"dir"_s;
+
+const QString kNameArgument = u"name"_s;
+const QString kNameHelp = u"Your NIVO username."_s;
+const QString kFilesArgument = u"files"_s;
+const QString kFilesHelp = u"Files to process."_s;
+const QString kFilesSyntax = u"FILE..."_s;
+const QString kActionArgument = u"action"_s;
+const QString kContactsActionHelp =
+    u"list | add NIVOID | remove NIVOID | export FILE | import FILE"_s;
+const QString kProfileActionHelp = u"export FILE"_s;
+
+const QString kSignupHelp = u"Create an account on the account server."_s;
+const QString kSigninHelp = u"Sign in, online or from a profile file."_s;
+const QString kSignoutHelp = u"Sign out: forget the password and the key files."_s;
+const QString kWhoamiHelp = u"Print the signed-in username."_s;
+const QString kEncryptHelp = u"Protect files for contacts (and yourself)."_s;
+const QString kDecryptHelp = u"Open protected files sent to you."_s;
+const QString kContactsHelp = u"List, add, remove, export or import contacts."_s;
+const QString kProfileHelp = u"Export your profile for offline sign-in."_s;
+
+const QString kPasswordPrompt = u"Password: "_s;
+const QString kRetypePrompt = u"Re-type Password: "_s;
+const QString kNoTerminal =
+    u"No terminal to read the password from; pass it on standard input with --password-stdin."_s;
+const QString kAccountCreated = u"Account %1 created."_s;
+const QString kSignedInAs = u"Signed in as %1."_s;
+const QString kSignedOut = u"Signed out."_s;
+const QString kOfflineHint = u"Sign in from an exported profile with --profile-file FILE."_s;
+const QString kNotSignedIn = u"Nobody is signed in; run 'nivogx-cli signin NAME' first."_s;
+const QString kNoSuchFolder = u"No such folder: %1"_s;
+const QString kNoFiles = u"No files given."_s;
+const QString kSucceededLine = u"%1 -> %2"_s;
+const QString kFromSender = u" (from %1)"_s;
+const QString kFailedLine = u"%1: %2"_s;
+const QString kContactAdded = u"Added %1."_s;
+const QString kContactKnown = u"%1 is already a contact."_s;
+const QString kContactRemoved = u"Removed %1."_s;
+const QString kNoSuchContact = u"No contact %1."_s;
+const QString kExportedTo = u"Exported to %1"_s;
+const QString kImported = u"Imported contacts from %1"_s;
+const QString kListAction = u"list"_s;
+const QString kAddAction = u"add"_s;
+const QString kRemoveAction = u"remove"_s;
+const QString kExportAction = u"export"_s;
+const QString kImportAction = u"import"_s;
+const QString kUnknownAction = u"Unknown action: %1"_s;
+const QString kWrongArgumentCount = u"Wrong number of arguments."_s;
+const QString kJsonInput = u"input"_s;
+const QString kJsonOutput = u"output"_s;
+const QString kJsonOutcome = u"outcome"_s;
+const QString kJsonSender = u"sender"_s;
+const QString kJsonNivoId = u"nivoId"_s;
+const QString kJsonDisplayName = u"displayName"_s;
+
+QString jsonLine(const QJsonObject& object) {
+    return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
+}
+
+}  // namespace
+
+struct NivoCli::Command {
+    QString name;
+    QString synopsis;  // what follows the name in the usage line
+    QString description;
+    int (NivoCli::*handler)(const QStringList&);
+};
+
+const QList<NivoCli::Command>& NivoCli::commands() {
+    static const QList<Command> list{
+        {u"signup"_s, u"NAME"_s, kSignupHelp, &NivoCli::signup},
+        {u"signin"_s, u"NAME"_s, kSigninHelp, &NivoCli::signin},
+        {u"signout"_s, QString(), kSignoutHelp, &NivoCli::signout},
+        {u"whoami"_s, QString(), kWhoamiHelp, &NivoCli::whoami},
+        {u"encrypt"_s, kFilesSyntax, kEncryptHelp, &NivoCli::encrypt},
+        {u"decrypt"_s, kFilesSyntax, kDecryptHelp, &NivoCli::decrypt},
+        {u"contacts"_s, kContactsActionHelp, kContactsHelp, &NivoCli::contacts},
+        {u"profile"_s, kProfileActionHelp, kProfileHelp, &NivoCli::profile},
+    };
+    return list;
+}
+
+const NivoCli::Command* NivoCli::findCommand(const QString& name) {
+    const auto& list = commands();
+    const auto it = std::find_if(list.begin(), list.end(),
+                                 [&name](const Command& c) { return c.name == name; });
+    return it == list.end() ? nullptr : &*it;
+}
+
+int NivoCli::run(const QStringList& arguments) {
+    QCommandLineParser parser;
+    parser.setApplicationDescription(kDescription);
+    parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
+    const QCommandLineOption serverOption(kServerOption, kServerHelp, kServerValue);
+    parser.addOption(serverOption);
+    const QCommandLineOption helpOption = parser.addHelpOption();
+    const QCommandLineOption versionOption = parser.addVersionOption();
+    parser.addPositionalArgument(kCommandArgument, kCommandHelp);
+
+    if (!parser.parse(arguments)) {
+        return usageError(parser.errorText(), parser.helpText());
+    }
+    if (parser.isSet(versionOption)) {
+        m_console.out() << kApplicationName << u' ' << QCoreApplication::applicationVersion()
+                        << Qt::endl;
+        return Success;
+    }
+    QStringList rest = parser.positionalArguments();
+    if (parser.isSet(helpOption) ||
+        (!rest.isEmpty() && rest.constFirst() == kHelpCommand && rest.size() == 1)) {
+        printGlobalHelp();
+        return Success;
+    }
+    if (rest.isEmpty()) {
+        printGlobalHelp();
+        return usageError(kMissingCommand, QString());
+    }
+    if (rest.constFirst() == kHelpCommand) {
+        // "help COMMAND" answers like "COMMAND --help".
+        rest = {rest.at(1), u"--help"_s};
+    }
+    const Command* command = findCommand(rest.constFirst());
+    if (command == nullptr) {
+        printGlobalHelp();
+        return usageError(kUnknownCommand.arg(rest.constFirst()), QString());
+    }
+    if (parser.isSet(serverOption)) {
+        AccountServer::setBaseUrl(parser.value(serverOption));
+    }
+    // The folder tree, as the app makes it at start.
+    (void)NivoGXUtil::generateRequiredDirectory();
+    m_commandName = command->name;
+    return (this->*command->handler)(rest);
+}
+
+void NivoCli::printGlobalHelp() {
+    QCommandLineParser parser;
+    parser.setApplicationDescription(kDescription);
+    parser.addOption(QCommandLineOption(kServerOption, kServerHelp, kServerValue));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    parser.addPositionalArgument(kCommandArgument, kCommandHelp, u"COMMAND [ARGS...]"_s);
+    QString text = parser.helpText();
+    text += u'\n' + kCommandsHeading + u'\n';
+    for (const Command& command : commands()) {
+        text += u"  %1 %2\n"_s.arg(command.name, -10).arg(command.description);
+    }
+    text += u"  %1 %2\n"_s.arg(kHelpCommand, -10).arg(kHelpCommandHelp);
+    m_console.out() << text << Qt::flush;
+}
+
+bool NivoCli::parse(QCommandLineParser& parser, const Command& command,
+                    const QStringList& arguments, bool& help) {
+    parser.setApplicationDescription(command.description);
+    const QCommandLineOption helpOption = parser.addHelpOption();
+    help = false;
+    if (!parser.parse(arguments)) {
+        (void)usageError(parser.errorText(), helpText(parser));
+        return false;
+    }
+    if (parser.isSet(helpOption)) {
+        m_console.out() << helpText(parser) << Qt::flush;
+        help = true;
+    }
+    return true;
+}
+
+QString NivoCli::helpText(const QCommandLineParser& parser) const {
+    // The parser knows only the program; its usage line needs the command after it.
+    QString text = parser.helpText();
+    const QString program = QFileInfo(QCoreApplication::applicationFilePath()).fileName();
+    const qsizetype at = text.indexOf(program);
+    if (at >= 0) {
+        text.insert(at + program.size(), u' ' + m_commandName);
+    }
+    return text;
+}
+
+int NivoCli::usageError(const QString& message, const QString& usage) {
+    m_console.err() << message << Qt::endl;
+    if (!usage.isEmpty()) {
+        m_console.err() << usage << Qt::flush;
+    }
+    return UsageError;
+}
+
+void NivoCli::printAlert(const QString& message, const QString& informativeText) {
+    m_console.err() << message << Qt::endl;
+    if (!informativeText.isEmpty()) {
+        m_console.err() << informativeText << Qt::endl;
+    }
+}
+
+bool NivoCli::readPassword(bool fromStdin, bool confirm, QString& password, QString& retyped) {
+    if (fromStdin) {
+        password = m_console.readLine().value_or(QString());
+        retyped = password;
+        return true;
+    }
+    const auto first = m_console.readSecret(kPasswordPrompt);
+    if (!first) {
+        m_console.err() << kNoTerminal << Qt::endl;
+        return false;
+    }
+    password = *first;
+    retyped = confirm ? m_console.readSecret(kRetypePrompt).value_or(QString()) : password;
+    return true;
+}
+
+// --- account ---
+
+int NivoCli::signup(const QStringList& arguments) {
+    QCommandLineParser parser;
+    parser.addOption(QCommandLineOption(kPasswordStdinOption, kPasswordStdinHelp));
+    parser.addPositionalArgument(kNameArgument, kNameHelp, u"NAME"_s);
+    bool help = false;
+    if (!parse(parser, *findCommand(u"signup"_s), arguments, help)) {
+        return UsageError;
+    }
+    if (help) {
+        return Success;
+    }
+    if (parser.positionalArguments().size() != 1) {
+        return usageError(kWrongArgumentCount, helpText(parser));
+    }
+    QString password;
+    QString retyped;
+    if (!readPassword(parser.isSet(kPasswordStdinOption), true, password, retyped)) {
+        return Failure;
+    }
+    const QString loginName = SignIn::trimmed(parser.positionalArguments().constFirst());
+    password = SignIn::trimmed(password);
+    retyped = SignIn::trimmed(retyped);
+    if (const auto alert = SignUp::checkFields(loginName, password, retyped)) {
+        printAlert(alert->message, alert->informativeText);
+        return Failure;
+    }
+    const QString failure = SignUp::createAccount(loginName, password);
+    if (!failure.isEmpty()) {
+        printAlert(SignUp::registrationFailed(), failure);
+        return Failure;
+    }
+    m_console.out() << kAccountCreated.arg(loginName) << Qt::endl;
+    return Success;
+}
+
+int NivoCli::signin(const QStringList& arguments) {
+    QCommandLineParser parser;
+    parser.addOption(QCommandLineOption(kPasswordStdinOption, kPasswordStdinHelp));
+    parser.addOption(QCommandLineOption(kProfileFileOption, kProfileFileHelp, kFileValue));
+    parser.addPositionalArgument(kNameArgument, kNameHelp, u"NAME"_s);
+    bool help = false;
+    if (!parse(parser, *findCommand(u"signin"_s), arguments, help)) {
+        return UsageError;
+    }
+    if (help) {
+        return Success;
+    }
+    if (parser.positionalArguments().size() != 1) {
+        return usageError(kWrongArgumentCount, helpText(parser));
+    }
+    QString password;
+    QString unused;
+    if (!readPassword(parser.isSet(kPasswordStdinOption), false, password, unused)) {
+        return Failure;
+    }
+    const QString loginName = SignIn::trimmed(parser.positionalArguments().constFirst());
+    password = SignIn::trimmed(password);
+    if (const auto alert = SignIn::checkFields(loginName, password)) {
+        printAlert(alert->message, alert->informativeText);
+        return Failure;
+    }
+
+    if (parser.isSet(kProfileFileOption)) {
+        const QString path = parser.value(kProfileFileOption);
+        const NivoProfile profile = SignIn::readProfileFile(path, loginName, password);
+        if (!profile.StatusText.isEmpty()) {
+            printAlert(SignIn::signInFailed(), profile.StatusText);
+            return Failure;
+        }
+        SignIn::keepFromProfileFile(path, loginName, password, profile);
+    } else {
+        const NivoProfile profile = SignIn::requestProfile(loginName, password);
+        if (!SignIn::succeeded(profile)) {
+            if (SignIn::offersProfileFile(profile)) {
+                printAlert(SignIn::unableToConnect(), kOfflineHint);
+            } else {
+                printAlert(SignIn::signInFailed(), profile.StatusText);
+            }
+            return Failure;
+        }
+        SignIn::keep(loginName, password, profile);
+    }
+    m_console.out() << kSignedInAs.arg(loginName) << Qt::endl;
+    return Success;
+}
+
+int NivoCli::signout(const QStringList& arguments) {
+    QCommandLineParser parser;
+    bool help = false;
+    if (!parse(parser, *findCommand(u"signout"_s), arguments, help)) {
+        return UsageError;
+    }
+    if (help) {
+        return Success;
+    }
+    if (!parser.positionalArguments().isEmpty()) {
+        return usageError(kWrongArgumentCount, helpText(parser));
+    }
+    NivoGXUtil::logout();
+    m_console.out() << kSignedOut << Qt::endl;
+    return Success;
+}
+
+int NivoCli::whoami(const QStringList& arguments) {
+    QCommandLineParser parser;
+    bool help = false;
+    if (!parse(parser, *findCommand(u"whoami"_s), arguments, help)) {
+        return UsageError;
+    }
+    if (help) {
+        return Success;
+    }
+    if (!parser.positionalArguments().isEmpty()) {
+        return usageError(kWrongArgumentCount, helpText(parser));
+    }
+    if (!NivoGXUtil::hasRequiredCredentials()) {
+        m_console.err() << kNotSignedIn << Qt::endl;
+        return Failure;
+    }
+    m_console.out() << NivoGXUtil::getNivoUsername() << Qt::endl;
+    return Success;
+}
+
+bool NivoCli::requireSignIn() {
+    if (!NivoGXUtil::generateRequiredDirectory()) {
+        m_console.err() << kNotSignedIn << Qt::endl;
+        return false;
+    }
+    NivoGXUtil::generateUserContactDB(NivoGXUtil::getNivoUsername());
+    return true;
+}
+
+// --- files ---
+
+QString NivoCli::chooseOutputFolder(const QString& given, const QString& remembered) {
+    QString folder = given;
+    if (folder.isEmpty()) {
+        folder = remembered;
+    }
+    if (folder.isEmpty() || !QFileInfo(folder).isDir()) {
+        // A remembered folder that has gone away is no reason to fail.
+        folder = given.isEmpty() ? QDir::currentPath() : given;
+    }
+    return QFileInfo(folder).isDir() ? QFileInfo(folder).absoluteFilePath() : QString();
+}
+
+int NivoCli::encrypt(const QStringList& arguments) {
+    QCommandLineParser parser;
+    parser.addOption(QCommandLineOption({kRecipientOption, kRecipientLongOption}, kRecipientHelp,
+                                        kRecipientValue));
+    parser.addOption(
+        QCommandLineOption({kOutputOption, kOutputLongOption}, kOutputHelp, kFolderValue));
+    parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
+    parser.addPositionalArgument(kFilesArgument, kFilesHelp, kFilesSyntax);
+    bool help = false;
+    if (!parse(parser, *findCommand(u"encrypt"_s), arguments, help)) {
+        return UsageError;
+    }
+    if (help) {
+        return Success;
+    }
+    const QStringList files = parser.positionalArguments();
+    if (files.isEmpty()) {
+        return usageError(kNoFiles, helpText(parser));
+    }
+    if (!requireSignIn()) {
+        return Failure;
+    }
+    QList<Contact> recipients;
+    for (const QString& nivoId : parser.values(kRecipientOption)) {
+        const RecipientSearch::Result found = RecipientSearch::find(nivoId);
+        if (found.alert) {
+            printAlert(found.alert->message, found.alert->informativeText);
+            return Failure;
+        }
+        const bool chosen =
+            std::any_of(recipients.begin(), recipients.end(),
+                        [&found](const Contact& c) { return c.NivoID == found.contact->NivoID; });
+        if (!chosen) {
+            recipients.append(*found.contact);
+        }
+    }
+    const QString folder =
+        chooseOutputFolder(parser.value(kOutputOption), NivoGXUtil::getLastOutputEncryptFolder());
+    if (folder.isEmpty()) {
+        m_console.err() << kNoSuchFolder.arg(parser.value(kOutputOption)) << Qt::endl;
+        return Failure;
+    }
+    NivoGXUtil::saveSettings(QString(), QString(), QString(), folder, QString());
+    RecipientSearch::rememberSelection(recipients);
+    return processFiles(files, recipients, folder, true, parser.isSet(kJsonOption)) ? Success
+                                                                                    : Failure;
+}
+
+int NivoCli::decrypt(const QStringList& arguments) {
+    QCommandLineParser parser;
+    parser.addOption(
+        QCommandLineOption({kOutputOption, kOutputLongOption}, kOutputHelp, kFolderValue));
+    parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
+    parser.addPositionalArgument(kFilesArgument, kFilesHelp, kFilesSyntax);
+    bool help = false;
+    if (!parse(parser, *findCommand(u"decrypt"_s), arguments, help)) {
+        return UsageError;
+    }
+    if (help) {
+        return Success;
+    }
+    const QStringList files = parser.positionalArguments();
+    if (files.isEmpty()) {
+        return usageError(kNoFiles, helpText(parser));
+    }
+    if (!requireSignIn()) {
+        return Failure;
+    }
+    const QString folder =
+        chooseOutputFolder(parser.value(kOutputOption), NivoGXUtil::getLastOutputDecryptFolder());
+    if (folder.isEmpty()) {
+        m_console.err() << kNoSuchFolder.arg(parser.value(kOutputOption)) << Qt::endl;
+        return Failure;
+    }
+    NivoGXUtil::saveSettings(QString(), QString(), QString(), QString(), folder);
+    return processFiles(files, {}, folder, false, parser.isSet(kJsonOption)) ? Success : Failure;
+}
+
+bool NivoCli::processFiles(const QStringList& files, const QList<Contact>& recipients,
+                           const QString& outputFolder, bool toEncrypt, bool json) {
+    const auto profile = NivoGXUtil::getNivoProfile();
+    const QString password = NivoGXUtil::getNivoPassword();
+    bool allSucceeded = true;
+    for (const QString& file : files) {
+        ProcessController controller;
+        QEventLoop loop;
+        QString outcome;
+        QObject::connect(
+            &controller, &ProcessController::progress, &loop,
+            [this](qint64 done, qint64 total) { m_console.showProgress(done, total); });
+        QObject::connect(&controller, &ProcessController::processingCompleted, &loop,
+                         [&loop, &outcome](const QString& result) {
+                             outcome = result;
+                             loop.quit();
+                         });
+        controller.processFile(QFileInfo(file).absoluteFilePath(), profile.value_or(NivoProfile()),
+                               password, recipients, outputFolder, toEncrypt);
+        // The run always reports once, from the event loop.
+        loop.exec();
+        m_console.endProgress();
+
+        const bool succeeded = outcome.isEmpty();
+        allSucceeded = allSucceeded && succeeded;
+        if (json) {
+            QJsonObject line{{kJsonInput, file},
+                             {kJsonOutput, succeeded ? QJsonValue(controller.outputPath())
+                                                     : QJsonValue(QJsonValue::Null)},
+                             {kJsonOutcome, outcome}};
+            if (!toEncrypt) {
+                line.insert(kJsonSender, controller.sender());
+            }
+            m_console.out() << jsonLine(line) << Qt::endl;
+        } else if (succeeded) {
+            QString text = kSucceededLine.arg(file, controller.outputPath());
+            if (!toEncrypt) {
+                text += kFromSender.arg(controller.sender());
+            }
+            m_console.out() << text << Qt::endl;
+        } else {
+            m_console.err() << kFailedLine.arg(file, outcome) << Qt::endl;
+        }
+    }
+    return allSucceeded;
+}
+
+// --- contacts and profile ---
+
+int NivoCli::contacts(const QStringList& arguments) {
+    QCommandLineParser parser;
+    parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
+    parser.addPositionalArgument(kActionArgument, kContactsActionHelp, u"ACTION [ARG]"_s);
+    bool help = false;
+    if (!parse(parser, *findCommand(u"contacts"_s), arguments, help)) {
+        return UsageError;
+    }
+    if (help) {
+        return Success;
+    }
+    const QStringList positional = parser.positionalArguments();
+    const QString action = positional.value(0, kListAction);
+    const qsizetype expected = action == kListAction ? 1 : 2;
+    if (action != kListAction && action != kAddAction && action != kRemoveAction &&
+        action != kExportAction && action != kImportAction) {
+        return usageError(kUnknownAction.arg(action), helpText(parser));
+    }
+    if (positional.size() > expected || (expected == 2 && positional.size() != 2)) {
+        return usageError(kWrongArgumentCount, helpText(parser));
+    }
+    if (!requireSignIn()) {
+        return Failure;
+    }
+    const QString argument = positional.value(1);
+
+    if (action == kListAction) {
+        QList<Contact> list = NivoGXUtil::getContactList();
+        std::sort(list.begin(), list.end(), [](const Contact& a, const Contact& b) {
+            return a.NivoID.compare(b.NivoID, Qt::CaseInsensitive) < 0;
+        });
+        for (const Contact& contact : list) {
+            if (parser.isSet(kJsonOption)) {
+                m_console.out() << jsonLine({{kJsonNivoId, contact.NivoID},
+                                             {kJsonDisplayName, contact.DisplayName}})
+                                << Qt::endl;
+            } else {
+                m_console.out() << contact.NivoID << Qt::endl;
+            }
+        }
+        return Success;
+    }
+    if (action == kAddAction) {
+        const RecipientSearch::Result found = RecipientSearch::find(argument);
+        if (found.alert) {
+            printAlert(found.alert->message, found.alert->informativeText);
+            return Failure;
+        }
+        m_console.out() << (found.added ? kContactAdded : kContactKnown).arg(found.contact->NivoID)
+                        << Qt::endl;
+        return Success;
+    }
+    if (action == kRemoveAction) {
+        const QString nivoId = RecipientSearch::normalised(argument);
+        const QList<Contact> list = NivoGXUtil::getContactList();
+        const auto it = std::find_if(list.begin(), list.end(),
+                                     [&nivoId](const Contact& c) { return c.NivoID == nivoId; });
+        if (it == list.end()) {
+            m_console.err() << kNoSuchContact.arg(nivoId) << Qt::endl;
+            return Failure;
+        }
+        NivoGXUtil::deleteContact(it->ID);
+        m_console.out() << kContactRemoved.arg(nivoId) << Qt::endl;
+        return Success;
+    }
+    if (action == kExportAction) {
+        const UserDataExport::Result result = UserDataExport::exportContacts(argument);
+        if (!result.failure.isEmpty()) {
+            printAlert(result.failure, QString());
+            return Failure;
+        }
+        m_console.out() << kExportedTo.arg(result.path) << Qt::endl;
+        return Success;
+    }
+    const QString message = NivoGXUtil::importContacts(argument);
+    if (!message.isEmpty()) {
+        printAlert(message, QString());
+        return Failure;
+    }
+    m_console.out() << kImported.arg(argument) << Qt::endl;
+    return Success;
+}
+
+int NivoCli::profile(const QStringList& arguments) {
+    QCommandLineParser parser;
+    parser.addPositionalArgument(kActionArgument, kProfileActionHelp, u"export FILE"_s);
+    bool help = false;
+    if (!parse(parser, *findCommand(u"profile"_s), arguments, help)) {
+        return UsageError;
+    }
+    if (help) {
+        return Success;
+    }
+    const QStringList positional = parser.positionalArguments();
+    if (positional.value(0) != kExportAction) {
+        return usageError(kUnknownAction.arg(positional.value(0)), helpText(parser));
+    }
+    if (positional.size() != 2) {
+        return usageError(kWrongArgumentCount, helpText(parser));
+    }
+    if (!requireSignIn()) {
+        return Failure;
+    }
+    const UserDataExport::Result result = UserDataExport::exportProfile(positional.at(1));
+    if (!result.failure.isEmpty()) {
+        printAlert(result.failure, QString());
+        return Failure;
+    }
+    m_console.out() << kExportedTo.arg(result.path) << Qt::endl;
+    return Success;
+}

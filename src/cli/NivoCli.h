@@ -1,0 +1,62 @@
+#pragma once
+
+#include <QCommandLineParser>
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+#include "CliConsole.h"
+#include "contacts/Contact.h"
+
+// The commands of nivogx-cli over the core, on the same folders, database, log and credential
+// store as the desktop app. Each command parses its own arguments and returns the exit status:
+// 0 when everything succeeded, 1 when an operation failed, 2 for a usage error.
+class NivoCli {
+public:
+    static const QString kApplicationName;
+
+    enum Exit { Success = 0, Failure = 1, UsageError = 2 };
+
+    explicit NivoCli(CliConsole& console) : m_console(console) {}
+
+    // `arguments` as the process got them, program name first.
+    [[nodiscard]] int run(const QStringList& arguments);
+
+private:
+    struct Command;
+    [[nodiscard]] static const QList<Command>& commands();
+    [[nodiscard]] static const Command* findCommand(const QString& name);
+
+    int signup(const QStringList& arguments);
+    int signin(const QStringList& arguments);
+    int signout(const QStringList& arguments);
+    int whoami(const QStringList& arguments);
+    int encrypt(const QStringList& arguments);
+    int decrypt(const QStringList& arguments);
+    int contacts(const QStringList& arguments);
+    int profile(const QStringList& arguments);
+
+    // Parses a command's arguments; a usage error is reported and yields false. `help` is set
+    // when --help was asked for and answered.
+    [[nodiscard]] bool parse(QCommandLineParser& parser, const Command& command,
+                             const QStringList& arguments, bool& help);
+    // The command's help, its name in the usage line.
+    [[nodiscard]] QString helpText(const QCommandLineParser& parser) const;
+    int usageError(const QString& message, const QString& usage);
+    void printGlobalHelp();
+
+    // The password from the first line of standard input, or typed twice when `confirm`.
+    [[nodiscard]] bool readPassword(bool fromStdin, bool confirm, QString& password,
+                                    QString& retyped);
+    // Loads the signed-in user's profile and opens the contacts; reports when nobody is.
+    [[nodiscard]] bool requireSignIn();
+    void printAlert(const QString& message, const QString& informativeText);
+
+    // Runs each file through the processing run in turn; false when any of them failed.
+    [[nodiscard]] bool processFiles(const QStringList& files, const QList<Contact>& recipients,
+                                    const QString& outputFolder, bool toEncrypt, bool json);
+    [[nodiscard]] QString chooseOutputFolder(const QString& given, const QString& remembered);
+
+    CliConsole& m_console;
+    QString m_commandName;
+};

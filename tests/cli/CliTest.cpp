@@ -1,0 +1,274 @@
+// Runs the real nivogx-cli against the real account server, with each simulated user in data and
+// config folders of their own. Sign-ins go to the session's Secret Service, which holds a single
+// record, so users take turns: each step signs its user in first.
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <memory>
+
+#include "ServerThread.h"
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+// A bound on one run of the tool, so that a hang fails the test instead of stalling the suite.
+constexpr int kRunBoundMs = 120'000;
+
+const QString kPassword = u"Correct horse 1"_s;
+
+struct CliRun {
+    int exitCode = -1;
+    QString out;
+    QString err;
+};
+
+// One simulated person: a home of their own, and the tool run as them.
+class User {
+public:
+    User(QString name, const QString& root)
+        : m_name(std::move(name)), m_home(root + u'/' + m_name) {
+        QDir().mkpath(dataHome());
+        QDir().mkpath(configHome());
+        QDir().mkpath(files());
+    }
+
+    [[nodiscard]] const QString& name() const { return m_name; }
+    [[nodiscard]] QString dataHome() const { return m_home + u"/data"_s; }
+    [[nodiscard]] QString configHome() const { return m_home + u"/config"_s; }
+    [[nodiscard]] QString files() const { return m_home + u"/files"_s; }
+
+    CliRun cli(const QStringList& arguments, const QString& server,
+               const QByteArray& input = {}) const {
+        QProcess process;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(u"XDG_DATA_HOME"_s, dataHome());
+        env.insert(u"XDG_CONFIG_HOME"_s, configHome());
+        env.insert(u"NIVOGX_SERVER"_s, server);
+        process.setProcessEnvironment(env);
+        process.setWorkingDirectory(files());
+        process.start(QStringLiteral(NIVOGX_CLI_PATH), arguments);
+        process.write(input);
+        process.closeWriteChannel();
+        CliRun run;
+        if (!process.waitForFinished(kRunBoundMs)) {
+            process.kill();
+            process.waitForFinished();
+            run.err = u"did not finish"_s;
+            return run;
+        }
+        run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+        run.out = QString::fromUtf8(process.readAllStandardOutput());
+        run.err = QString::fromUtf8(process.readAllStandardError());
+        return run;
+    }
+
+    CliRun signIn(const QString& server) const {
+        return cli({u"signin"_s, m_name, u"--password-stdin"_s}, server, kPassword.toUtf8() + '\n');
+    }
+
+    QString write(const QString& fileName, const QByteArray& content) const {
+        QFile file(files() + u'/' + fileName);
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(content);
+        return file.fileName();
+    }
+
+private:
+    QString m_name;
+    QString m_home;
+};
+
+QString firstLine(const QString& text) {
+    return text.section(u'\n', 0, 0);
+}
+
+QJsonObject json(const QString& line) {
+    return QJsonDocument::fromJson(line.trimmed().toUtf8()).object();
+}
+
+bool useRealSecretService() {
+    return qEnvironmentVariable("NIVOGX_TEST_SECRET_SERVICE") == u"1"_s;
+}
+
+class CliTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!useRealSecretService()) {
+            GTEST_SKIP() << "no private Secret Service (run through scripts/test)";
+        }
+        ASSERT_TRUE(m_root.isValid());
+        m_server = std::make_unique<ServerThread>();
+        m_url = m_server->baseUrl();
+    }
+
+    // Creates accounts for the names given, each with its own home.
+    void signUp(std::initializer_list<const char*> names) {
+        for (const char* name : names) {
+            auto user = std::make_unique<User>(QString::fromLatin1(name), m_root.path());
+            const CliRun run = user->cli({u"signup"_s, user->name(), u"--password-stdin"_s}, m_url,
+                                         kPassword.toUtf8() + '\n');
+            ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+            m_users.push_back(std::move(user));
+        }
+    }
+
+    QTemporaryDir m_root;
+    std::unique_ptr<ServerThread> m_server;
+    QString m_url;
+    std::vector<std::unique_ptr<User>> m_users;
+};
+
+TEST_F(CliTest, FilesGoOnlyToTheirRecipientsAndNameTheSender) {
+    signUp({"alice", "bob", "carol"});
+    const User& alice = *m_users[0];
+    const User& bob = *m_users[1];
+    const User& carol = *m_users[2];
+
+    ASSERT_EQ(alice.signIn(m_url).exitCode, 0);
+    EXPECT_EQ(alice.cli({u"whoami"_s}, m_url).out, u"alice\n"_s);
+    const QString report = alice.write(u"report.pdf"_s, "quarterly figures");
+
+    // Bob is not a contact yet: he is looked up on the server and kept.
+    CliRun run = alice.cli({u"encrypt"_s, u"-r"_s, u"Bob"_s, u"report.pdf"_s}, m_url);
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_EQ(run.out, u"report.pdf -> %1.tvf\n"_s.arg(report));
+    EXPECT_EQ(alice.cli({u"contacts"_s, u"list"_s}, m_url).out, u"bob\n"_s);
+
+    // A second run neither overwrites the first result nor asks the server again.
+    run = alice.cli(
+        {u"encrypt"_s, u"--json"_s, u"-r"_s, u"bob"_s, u"report.pdf"_s, u"missing.txt"_s}, m_url);
+    EXPECT_EQ(run.exitCode, 1);
+    const QStringList lines = run.out.split(u'\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(lines.size(), 2) << run.out.toStdString();
+    EXPECT_EQ(json(lines[0]).value(u"output"_s).toString(),
+              alice.files() + u"/report(1).pdf.tvf"_s);
+    EXPECT_EQ(json(lines[0]).value(u"outcome"_s).toString(), QString());
+    EXPECT_FALSE(json(lines[0]).contains(u"sender"_s));
+    EXPECT_TRUE(json(lines[1]).value(u"output"_s).isNull());
+    EXPECT_EQ(json(lines[1]).value(u"outcome"_s).toString(),
+              u"%1/missing.txt does not exists."_s.arg(alice.files()));
+
+    run = alice.cli({u"encrypt"_s, u"-r"_s, u" ALICE "_s, u"report.pdf"_s}, m_url);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(firstLine(run.err), u"Unable to add self."_s);
+    run = alice.cli({u"encrypt"_s, u"-r"_s, u"nobody"_s, u"report.pdf"_s}, m_url);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(firstLine(run.err), u"User does not exists"_s);
+    EXPECT_FALSE(QFileInfo::exists(alice.files() + u"/report(2).pdf.tvf"_s));
+
+    // Bob opens it in a folder of his choice; a name already taken there gets a number.
+    const QString outBox = bob.files() + u"/in"_s;
+    ASSERT_TRUE(QDir().mkpath(outBox));
+    ASSERT_TRUE(QFile::copy(report + u".tvf"_s, bob.files() + u"/report.pdf.tvf"_s));
+    ASSERT_EQ(bob.signIn(m_url).exitCode, 0);
+    run = bob.cli({u"decrypt"_s, u"-o"_s, outBox, u"report.pdf.tvf"_s}, m_url);
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_EQ(run.out, u"report.pdf.tvf -> %1/report.pdf (from alice)\n"_s.arg(outBox));
+    // The folder is remembered for the next run.
+    run = bob.cli({u"decrypt"_s, u"--json"_s, u"report.pdf.tvf"_s}, m_url);
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_EQ(json(run.out).value(u"output"_s).toString(), outBox + u"/report(1).pdf"_s);
+    EXPECT_EQ(json(run.out).value(u"sender"_s).toString(), u"alice"_s);
+    QFile opened(outBox + u"/report(1).pdf"_s);
+    ASSERT_TRUE(opened.open(QIODevice::ReadOnly));
+    EXPECT_EQ(opened.readAll(), "quarterly figures");
+
+    ASSERT_TRUE(QFile::copy(report + u".tvf"_s, carol.files() + u"/report.pdf.tvf"_s));
+    ASSERT_EQ(carol.signIn(m_url).exitCode, 0);
+    run = carol.cli({u"decrypt"_s, u"report.pdf.tvf"_s}, m_url);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.out, QString());
+    EXPECT_EQ(run.err,
+              u"report.pdf.tvf: Decryption failed. You are not the recipient of the file.\n"_s)
+        << run.err.toStdString();
+    EXPECT_FALSE(QFileInfo::exists(carol.files() + u"/report.pdf"_s));
+}
+
+TEST_F(CliTest, ContactsAndProfileCarryOverToAnOfflineSignIn) {
+    signUp({"dave", "erin"});
+    const User& dave = *m_users[0];
+    ASSERT_EQ(dave.signIn(m_url).exitCode, 0);
+    ASSERT_EQ(dave.cli({u"contacts"_s, u"add"_s, u"erin"_s}, m_url).exitCode, 0);
+    EXPECT_EQ(dave.cli({u"contacts"_s, u"add"_s, u"ERIN"_s}, m_url).out,
+              u"erin is already a contact.\n"_s);
+
+    CliRun run = dave.cli({u"contacts"_s, u"export"_s, u"backup"_s}, m_url);
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_TRUE(QFileInfo::exists(dave.files() + u"/backup.cbkm"_s));
+    ASSERT_EQ(dave.cli({u"contacts"_s, u"remove"_s, u"erin"_s}, m_url).exitCode, 0);
+    EXPECT_EQ(dave.cli({u"contacts"_s, u"list"_s}, m_url).out, QString());
+    EXPECT_EQ(dave.cli({u"contacts"_s, u"remove"_s, u"erin"_s}, m_url).exitCode, 1);
+    ASSERT_EQ(dave.cli({u"contacts"_s, u"import"_s, u"backup.cbkm"_s}, m_url).exitCode, 0);
+    run = dave.cli({u"contacts"_s, u"list"_s, u"--json"_s}, m_url);
+    EXPECT_EQ(json(run.out).value(u"nivoId"_s).toString(), u"erin"_s);
+
+    ASSERT_EQ(dave.cli({u"profile"_s, u"export"_s, u"dave.VTS"_s}, m_url).exitCode, 0);
+    const QString profileFile = dave.files() + u"/dave.VTS"_s;
+    ASSERT_TRUE(QFileInfo::exists(profileFile));
+    ASSERT_EQ(dave.cli({u"signout"_s}, m_url).exitCode, 0);
+    EXPECT_EQ(dave.cli({u"whoami"_s}, m_url).exitCode, 1);
+
+    // On a new machine, with the server gone.
+    m_server.reset();
+    const User laptop(u"dave"_s, m_root.path() + u"/laptop"_s);
+    run = laptop.signIn(m_url);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(firstLine(run.err), u"Unable to connect to NIVO Server"_s);
+
+    run = laptop.cli(
+        {u"signin"_s, u"dave"_s, u"--password-stdin"_s, u"--profile-file"_s, profileFile}, m_url,
+        "wrong password\n");
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.err, u"Sign in Failed\nInvalid password\n"_s);
+    run = laptop.cli(
+        {u"signin"_s, u"dave"_s, u"--password-stdin"_s, u"--profile-file"_s, profileFile}, m_url,
+        kPassword.toUtf8() + '\n');
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_EQ(laptop.cli({u"whoami"_s}, m_url).out, u"dave\n"_s);
+    EXPECT_EQ(laptop.cli({u"contacts"_s, u"list"_s}, m_url).out, u"erin\n"_s);
+
+    // Encrypting for a known contact needs no server.
+    laptop.write(u"notes.txt"_s, "offline");
+    run = laptop.cli({u"encrypt"_s, u"-r"_s, u"erin"_s, u"notes.txt"_s}, m_url);
+    EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+}
+
+// Checks that refuse before anything is stored or sent.
+TEST(CliUsage, RefusesBadInputWithTheSystemsTexts) {
+    QTemporaryDir root;
+    const User user(u"frank"_s, root.path());
+    // Nothing listens here: a check that went to the server would say so.
+    const QString nowhere = u"https://127.0.0.1:9"_s;
+
+    CliRun run = user.cli({u"frobnicate"_s}, nowhere);
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(firstLine(run.err), u"Unknown command: frobnicate"_s);
+    EXPECT_EQ(user.cli({u"encrypt"_s}, nowhere).exitCode, 2);
+    EXPECT_EQ(user.cli({u"contacts"_s, u"add"_s}, nowhere).exitCode, 2);
+    EXPECT_EQ(user.cli({u"decrypt"_s, u"--bogus"_s, u"x.tvf"_s}, nowhere).exitCode, 2);
+    run = user.cli({u"encrypt"_s, u"--help"_s}, nowhere);
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_TRUE(run.out.contains(u"nivogx-cli encrypt"_s)) << run.out.toStdString();
+
+    run = user.cli({u"signin"_s, u"   "_s, u"--password-stdin"_s}, nowhere, "secret\n");
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.err, u"Username required\nPlease enter your NIVO username.\n"_s);
+    run = user.cli({u"signin"_s, u"frank"_s, u"--password-stdin"_s}, nowhere, "  \n");
+    EXPECT_EQ(run.err, u"Password required\nPlease enter your NIVO password.\n"_s);
+    run = user.cli({u"signin"_s, u"frank"_s}, nowhere);
+    EXPECT_EQ(run.exitCode, 1) << "no terminal to ask on";
+
+    run = user.cli({u"signup"_s, u"frank!"_s, u"--password-stdin"_s}, nowhere, "secret\n");
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(firstLine(run.err), u"Username is not considered valid"_s);
+}
+
+}  // namespace
