@@ -14,6 +14,7 @@
 #include "account/SignUp.h"
 #include "contacts/ContactDB.h"
 #include "contacts/RecipientSearch.h"
+#include "log/LogQuery.h"
 #include "processing/ProcessController.h"
 #include "storage/NivoGXUtil.h"
 #include "storage/UserDataExport.h"
@@ -103,6 +104,34 @@ const QString kExportAction = u"export"_s;
 const QString kImportAction = u"import"_s;
 const QString kUnknownAction = u"Unknown action: %1"_s;
 const QString kWrongArgumentCount = u"Wrong number of arguments."_s;
+const QString kLogHelp = u"List, export or clear your activity log."_s;
+const QString kLogActionHelp = u"[export FILE | clear]"_s;
+const QString kTypeOption = u"type"_s;
+const QString kTypeHelp = u"Only this operation: encrypt or decrypt."_s;
+const QString kTypeValue = u"type"_s;
+const QString kTypeEncrypt = u"encrypt"_s;
+const QString kTypeDecrypt = u"decrypt"_s;
+const QString kColumnOption = u"column"_s;
+const QString kColumnHelp = u"Column to search: Date, Time, File, Recipient or Status."_s;
+const QString kSearchOption = u"search"_s;
+const QString kSearchHelp = u"Only entries whose column contains this text (any case)."_s;
+const QString kSortOption = u"sort"_s;
+const QString kSortHelp = u"Sort by Date, Time, Type, File, Recipient or Status."_s;
+const QString kColumnValue = u"column"_s;
+const QString kTextValue = u"text"_s;
+const QString kDescOption = u"desc"_s;
+const QString kDescHelp = u"Sort in descending order."_s;
+const QString kClearAction = u"clear"_s;
+const QString kLogCleared = u"Log cleared."_s;
+const QString kUnknownType = u"Unknown type: %1"_s;
+const QString kUnknownColumn = u"Unknown column: %1"_s;
+const QString kLogFieldSeparator = u" | "_s;
+const QString kJsonDate = u"date"_s;
+const QString kJsonTime = u"time"_s;
+const QString kJsonType = u"type"_s;
+const QString kJsonFile = u"file"_s;
+const QString kJsonRecipients = u"recipients"_s;
+const QString kJsonStatus = u"status"_s;
 const QString kJsonInput = u"input"_s;
 const QString kJsonOutput = u"output"_s;
 const QString kJsonOutcome = u"outcome"_s;
@@ -133,6 +162,7 @@ const QList<NivoCli::Command>& NivoCli::commands() {
         {u"decrypt"_s, kFilesSyntax, kDecryptHelp, &NivoCli::decrypt},
         {u"contacts"_s, kContactsActionHelp, kContactsHelp, &NivoCli::contacts},
         {u"profile"_s, kProfileActionHelp, kProfileHelp, &NivoCli::profile},
+        {u"log"_s, kLogActionHelp, kLogHelp, &NivoCli::log},
     };
     return list;
 }
@@ -648,5 +678,94 @@ int NivoCli::profile(const QStringList& arguments) {
         return Failure;
     }
     m_console.out() << kExportedTo.arg(result.path) << Qt::endl;
+    return Success;
+}
+
+// --- log ---
+
+int NivoCli::log(const QStringList& arguments) {
+    QCommandLineParser parser;
+    parser.addOption(QCommandLineOption(kTypeOption, kTypeHelp, kTypeValue));
+    parser.addOption(QCommandLineOption(kColumnOption, kColumnHelp, kColumnValue, LogQuery::kFile));
+    parser.addOption(QCommandLineOption(kSearchOption, kSearchHelp, kTextValue));
+    parser.addOption(QCommandLineOption(kSortOption, kSortHelp, kColumnValue));
+    parser.addOption(QCommandLineOption(kDescOption, kDescHelp));
+    parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
+    parser.addPositionalArgument(kActionArgument, kLogActionHelp, kLogActionHelp);
+    bool help = false;
+    if (!parse(parser, *findCommand(u"log"_s), arguments, help)) {
+        return UsageError;
+    }
+    if (help) {
+        return Success;
+    }
+    const QStringList positional = parser.positionalArguments();
+    const QString action = positional.value(0);
+    if (!action.isEmpty() && action != kExportAction && action != kClearAction) {
+        return usageError(kUnknownAction.arg(action), helpText(parser));
+    }
+    if (positional.size() != (action == kExportAction ? 2 : (action.isEmpty() ? 0 : 1))) {
+        return usageError(kWrongArgumentCount, helpText(parser));
+    }
+    LogQuery::Operation operation = LogQuery::Operation::All;
+    if (parser.isSet(kTypeOption)) {
+        const QString type = parser.value(kTypeOption).toLower();
+        if (type != kTypeEncrypt && type != kTypeDecrypt) {
+            return usageError(kUnknownType.arg(parser.value(kTypeOption)), helpText(parser));
+        }
+        operation =
+            type == kTypeEncrypt ? LogQuery::Operation::Encrypt : LogQuery::Operation::Decrypt;
+    }
+    std::optional<LogQuery::Column> sortColumn;
+    if (parser.isSet(kSortOption)) {
+        sortColumn = LogQuery::columnNamed(parser.value(kSortOption));
+        if (!sortColumn) {
+            return usageError(kUnknownColumn.arg(parser.value(kSortOption)), helpText(parser));
+        }
+    }
+    if (!requireSignIn()) {
+        return Failure;
+    }
+
+    if (action == kClearAction) {
+        NivoGXUtil::clearLogFile();
+        m_console.out() << kLogCleared << Qt::endl;
+        return Success;
+    }
+    if (action == kExportAction) {
+        const UserDataExport::Result result = UserDataExport::exportLog(positional.at(1));
+        if (!result.failure.isEmpty()) {
+            printAlert(result.failure, QString());
+            return Failure;
+        }
+        m_console.out() << kExportedTo.arg(result.path) << Qt::endl;
+        return Success;
+    }
+
+    QList<LogEntry> entries = LogQuery::ofOperation(NivoGXUtil::getLogEntries(), operation);
+    // The viewer searches with the trimmed, lower-cased text of its field.
+    entries = LogQuery::search(entries, parser.value(kColumnOption),
+                               parser.value(kSearchOption).trimmed().toLower());
+    if (sortColumn) {
+        LogQuery::sort(entries, *sortColumn, !parser.isSet(kDescOption));
+    }
+    for (const LogEntry& entry : entries) {
+        // The status holds the line's ending.
+        const QString status = QString(entry.status).remove(u'\r').remove(u'\n');
+        if (parser.isSet(kJsonOption)) {
+            m_console.out() << jsonLine({{kJsonDate, entry.date},
+                                         {kJsonTime, entry.time},
+                                         {kJsonType, entry.operationType},
+                                         {kJsonFile, entry.filePath},
+                                         {kJsonRecipients, entry.recipients},
+                                         {kJsonStatus, status}})
+                            << Qt::endl;
+        } else {
+            m_console.out() << QStringList{entry.date,     entry.time,       entry.operationType,
+                                           entry.filePath, entry.recipients, status}
+                                   .join(kLogFieldSeparator)
+                            << Qt::endl;
+        }
+    }
     return Success;
 }

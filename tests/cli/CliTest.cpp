@@ -164,6 +164,18 @@ TEST_F(CliTest, FilesGoOnlyToTheirRecipientsAndNameTheSender) {
     EXPECT_EQ(firstLine(run.err), u"User does not exists"_s);
     EXPECT_FALSE(QFileInfo::exists(alice.files() + u"/report(2).pdf.tvf"_s));
 
+    // Only runs that got under way are logged.
+    run = alice.cli(
+        {u"log"_s, u"--json"_s, u"--type"_s, u"encrypt"_s, u"--search"_s, u" REPORT "_s}, m_url);
+    const QStringList logLines = run.out.split(u'\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(logLines.size(), 2) << run.out.toStdString();
+    for (const QString& line : logLines) {
+        EXPECT_EQ(json(line).value(u"file"_s).toString(), report);
+        EXPECT_EQ(json(line).value(u"recipients"_s).toString(), u"bob,alice"_s);
+        EXPECT_EQ(json(line).value(u"status"_s).toString(), u"Success"_s);
+    }
+    EXPECT_EQ(alice.cli({u"log"_s, u"--type"_s, u"decrypt"_s}, m_url).out, QString());
+
     // Bob opens it in a folder of his choice; a name already taken there gets a number.
     const QString outBox = bob.files() + u"/in"_s;
     ASSERT_TRUE(QDir().mkpath(outBox));
@@ -180,6 +192,14 @@ TEST_F(CliTest, FilesGoOnlyToTheirRecipientsAndNameTheSender) {
     QFile opened(outBox + u"/report(1).pdf"_s);
     ASSERT_TRUE(opened.open(QIODevice::ReadOnly));
     EXPECT_EQ(opened.readAll(), "quarterly figures");
+
+    run = bob.cli({u"log"_s, u"--sort"_s, u"File"_s}, m_url);
+    EXPECT_EQ(run.out.count(u" | Decrypt | "_s), 2) << run.out.toStdString();
+    EXPECT_TRUE(run.out.endsWith(u" | alice | Success\n"_s)) << run.out.toStdString();
+    ASSERT_EQ(bob.cli({u"log"_s, u"export"_s, u"activity"_s}, m_url).exitCode, 0);
+    EXPECT_TRUE(QFileInfo::exists(bob.files() + u"/activity.log"_s));
+    ASSERT_EQ(bob.cli({u"log"_s, u"clear"_s}, m_url).exitCode, 0);
+    EXPECT_EQ(bob.cli({u"log"_s}, m_url).out, QString());
 
     ASSERT_TRUE(QFile::copy(report + u".tvf"_s, carol.files() + u"/report.pdf.tvf"_s));
     ASSERT_EQ(carol.signIn(m_url).exitCode, 0);
@@ -257,6 +277,8 @@ TEST(CliUsage, RefusesBadInputWithTheSystemsTexts) {
     run = user.cli({u"encrypt"_s, u"--help"_s}, nowhere);
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_TRUE(run.out.contains(u"nivogx-cli encrypt"_s)) << run.out.toStdString();
+
+    EXPECT_EQ(user.cli({u"log"_s, u"--sort"_s, u"Colour"_s}, nowhere).exitCode, 2);
 
     run = user.cli({u"signin"_s, u"   "_s, u"--password-stdin"_s}, nowhere, "secret\n");
     EXPECT_EQ(run.exitCode, 1);

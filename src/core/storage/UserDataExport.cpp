@@ -10,6 +10,10 @@ const char* const kUnableToExportContact =
 const char* const kUnableToExportProfile =
     QT_TRANSLATE_NOOP("UserDataExport", "Unable to export NIVO Profile. Please sign in.");
 
+const char* const kUnableToExportLog =
+    QT_TRANSLATE_NOOP("UserDataExport", "Unable to export Log file. Log file does not exist.");
+const QString kLogType = QStringLiteral("log");
+
 }  // namespace
 
 QString UserDataExport::unableToExportContacts() {
@@ -17,6 +21,10 @@ QString UserDataExport::unableToExportContacts() {
 }
 QString UserDataExport::unableToExportProfile() {
     return tr(kUnableToExportProfile);
+}
+
+QString UserDataExport::unableToExportLog() {
+    return tr(kUnableToExportLog);
 }
 
 UserDataExport::Result UserDataExport::exportContacts(const QString& chosenPath) {
@@ -34,6 +42,15 @@ UserDataExport::Result UserDataExport::exportProfile(const QString& chosenPath) 
     const auto profile = NivoGXUtil::getNivoProfile();
     if (!profile || !NivoGXUtil::exportNivoProfileDB(result.path, *profile)) {
         result.failure = unableToExportProfile();
+    }
+    return result;
+}
+
+UserDataExport::Result UserDataExport::exportLog(const QString& chosenPath) {
+    Result result;
+    result.path = ExportFileName::withType(chosenPath, kLogType);
+    if (!NivoGXUtil::exportLogFile(result.path)) {
+        result.failure = unableToExportLog();
     }
     return result;
 }

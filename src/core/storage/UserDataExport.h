@@ -13,6 +13,7 @@ public:
 
     [[nodiscard]] static QString unableToExportContacts();
     [[nodiscard]] static QString unableToExportProfile();
+    [[nodiscard]] static QString unableToExportLog();
 
     struct Result {
         QString path;     // where the export went, extension included
@@ -22,4 +23,6 @@ public:
     [[nodiscard]] static Result exportContacts(const QString& chosenPath);
     // The signed-in profile with the contacts, at `chosenPath` (".vts" added when missing).
     [[nodiscard]] static Result exportProfile(const QString& chosenPath);
+    // A copy of the signed-in user's activity log at `chosenPath` (".log" added when missing).
+    [[nodiscard]] static Result exportLog(const QString& chosenPath);
 };
