@@ -4,6 +4,7 @@
 #include <QDir>
 #include <QEventLoop>
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonValue>
@@ -14,6 +15,7 @@
 #include "account/SignUp.h"
 #include "contacts/ContactDB.h"
 #include "contacts/RecipientSearch.h"
+#include "crypto/CmsInspection.h"
 #include "log/LogQuery.h"
 #include "processing/ProcessController.h"
 #include "storage/NivoGXUtil.h"
@@ -132,6 +134,27 @@ const QString kJsonType = u"type"_s;
 const QString kJsonFile = u"file"_s;
 const QString kJsonRecipients = u"recipients"_s;
 const QString kJsonStatus = u"status"_s;
+const QString kInspectHelp =
+    u"Show the layers, algorithms and recipients of a protected file without opening it."_s;
+const QString kFileArgument = u"file"_s;
+const QString kFileHelp = u"A protected file."_s;
+const QString kLayerLine = u"Layer: %1"_s;
+const QString kEncryptionLine = u"Content encryption: %1"_s;
+const QString kInnerLine = u"Content: %1 (a signed layer, hidden until the file is opened)"_s;
+const QString kRecipientsLine = u"Recipients: %1"_s;
+const QString kRecipientLine = u"  %1  %2, %3"_s;
+const QString kUnknownRecipient = u"(unknown)"_s;
+const QString kIssuerSerial = u", issuer %1, serial %2"_s;
+const QString kKeyId = u", key identifier %1"_s;
+const QString kJsonLayer = u"layer"_s;
+const QString kJsonContentEncryption = u"contentEncryption"_s;
+const QString kJsonContent = u"content"_s;
+const QString kJsonRecipientList = u"recipients"_s;
+const QString kJsonKind = u"kind"_s;
+const QString kJsonKeyAlgorithm = u"keyAlgorithm"_s;
+const QString kJsonIssuer = u"issuer"_s;
+const QString kJsonSerial = u"serial"_s;
+const QString kJsonKeyIdentifier = u"keyIdentifier"_s;
 const QString kJsonInput = u"input"_s;
 const QString kJsonOutput = u"output"_s;
 const QString kJsonOutcome = u"outcome"_s;
@@ -163,6 +186,7 @@ const QList<NivoCli::Command>& NivoCli::commands() {
         {u"contacts"_s, kContactsActionHelp, kContactsHelp, &NivoCli::contacts},
         {u"profile"_s, kProfileActionHelp, kProfileHelp, &NivoCli::profile},
         {u"log"_s, kLogActionHelp, kLogHelp, &NivoCli::log},
+        {u"inspect"_s, u"FILE"_s, kInspectHelp, &NivoCli::inspect},
     };
     return list;
 }
@@ -766,6 +790,93 @@ int NivoCli::log(const QStringList& arguments) {
                                    .join(kLogFieldSeparator)
                             << Qt::endl;
         }
+    }
+    return Success;
+}
+
+// --- inspect ---
+
+int NivoCli::inspect(const QStringList& arguments) {
+    QCommandLineParser parser;
+    parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
+    parser.addPositionalArgument(kFileArgument, kFileHelp, u"FILE"_s);
+    bool help = false;
+    if (!parse(parser, *findCommand(u"inspect"_s), arguments, help)) {
+        return UsageError;
+    }
+    if (help) {
+        return Success;
+    }
+    if (parser.positionalArguments().size() != 1) {
+        return usageError(kWrongArgumentCount, helpText(parser));
+    }
+    const QString path = parser.positionalArguments().constFirst();
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        m_console.err() << kFailedLine.arg(path, file.errorString()) << Qt::endl;
+        return Failure;
+    }
+    const QByteArray data = file.readAll();
+
+    // Recipients are named after the contacts and the user when signed in; otherwise by
+    // certificate only.
+    QStringList names;
+    QList<QByteArray> certificates;
+    if (NivoGXUtil::generateRequiredDirectory()) {
+        NivoGXUtil::generateUserContactDB(NivoGXUtil::getNivoUsername());
+        for (const Contact& contact : NivoGXUtil::getContactList()) {
+            names << contact.NivoID;
+            certificates << contact.CertData;
+        }
+        if (const auto own = NivoGXUtil::getNivoProfile()) {
+            names << NivoGXUtil::getNivoUsername();
+            certificates << own->Cer;
+        }
+    }
+    const CmsInspection inspection = CmsInspection::inspect(data, certificates);
+    if (!inspection.failure.isEmpty()) {
+        m_console.err() << kFailedLine.arg(path, inspection.failure) << Qt::endl;
+        return Failure;
+    }
+    const auto nameOf = [&names](const CmsInspection::Recipient& r) {
+        return r.certificateIndex >= 0 ? names.at(r.certificateIndex) : QString();
+    };
+
+    if (parser.isSet(kJsonOption)) {
+        QJsonArray recipients;
+        for (const CmsInspection::Recipient& r : inspection.recipients) {
+            const QString name = nameOf(r);
+            recipients.append(QJsonObject{
+                {kJsonNivoId, name.isEmpty() ? QJsonValue(QJsonValue::Null) : QJsonValue(name)},
+                {kJsonKind, r.kind},
+                {kJsonKeyAlgorithm, r.keyAlgorithm},
+                {kJsonIssuer, r.issuer},
+                {kJsonSerial, r.serialNumber},
+                {kJsonKeyIdentifier, r.keyIdentifier}});
+        }
+        m_console.out() << jsonLine({{kJsonInput, path},
+                                     {kJsonLayer, inspection.layer},
+                                     {kJsonContentEncryption, inspection.contentEncryption},
+                                     {kJsonContent, inspection.innerContentType},
+                                     {kJsonRecipientList, recipients}})
+                        << Qt::endl;
+        return Success;
+    }
+    QTextStream& out = m_console.out();
+    out << kLayerLine.arg(inspection.layer) << Qt::endl
+        << kEncryptionLine.arg(inspection.contentEncryption) << Qt::endl
+        << kInnerLine.arg(inspection.innerContentType) << Qt::endl
+        << kRecipientsLine.arg(inspection.recipients.size()) << Qt::endl;
+    for (const CmsInspection::Recipient& r : inspection.recipients) {
+        const QString name = nameOf(r);
+        QString line =
+            kRecipientLine.arg(name.isEmpty() ? kUnknownRecipient : name, r.kind, r.keyAlgorithm);
+        if (name.isEmpty() && !r.issuer.isEmpty()) {
+            line += kIssuerSerial.arg(r.issuer, r.serialNumber);
+        } else if (name.isEmpty() && !r.keyIdentifier.isEmpty()) {
+            line += kKeyId.arg(r.keyIdentifier);
+        }
+        out << line << Qt::endl;
     }
     return Success;
 }

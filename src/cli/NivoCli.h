@@ -36,6 +36,7 @@ private:
     int contacts(const QStringList& arguments);
     int profile(const QStringList& arguments);
     int log(const QStringList& arguments);
+    int inspect(const QStringList& arguments);
 
     // Parses a command's arguments; a usage error is reported and yields false. `help` is set
     // when --help was asked for and answered.

@@ -7,6 +7,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -164,6 +165,23 @@ TEST_F(CliTest, FilesGoOnlyToTheirRecipientsAndNameTheSender) {
     EXPECT_EQ(firstLine(run.err), u"User does not exists"_s);
     EXPECT_FALSE(QFileInfo::exists(alice.files() + u"/report(2).pdf.tvf"_s));
 
+    // The outside of the file names its recipients; the user and contacts are recognised.
+    run = alice.cli({u"inspect"_s, u"--json"_s, u"report.pdf.tvf"_s}, m_url);
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    QJsonObject inspection = json(run.out);
+    EXPECT_EQ(inspection.value(u"layer"_s).toString(), u"EnvelopedData"_s);
+    EXPECT_EQ(inspection.value(u"contentEncryption"_s).toString(), u"aes-256-cbc"_s);
+    QStringList named;
+    for (const auto& recipient : inspection.value(u"recipients"_s).toArray()) {
+        named << recipient.toObject().value(u"nivoId"_s).toString();
+    }
+    named.sort();
+    EXPECT_EQ(named, (QStringList{u"alice"_s, u"bob"_s}));
+    run = alice.cli({u"inspect"_s, u"report.pdf"_s}, m_url);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.err.startsWith(u"report.pdf: Unrecognized top level CMS encoding"_s))
+        << run.err.toStdString();
+
     // Only runs that got under way are logged.
     run = alice.cli(
         {u"log"_s, u"--json"_s, u"--type"_s, u"encrypt"_s, u"--search"_s, u" REPORT "_s}, m_url);
@@ -203,6 +221,12 @@ TEST_F(CliTest, FilesGoOnlyToTheirRecipientsAndNameTheSender) {
 
     ASSERT_TRUE(QFile::copy(report + u".tvf"_s, carol.files() + u"/report.pdf.tvf"_s));
     ASSERT_EQ(carol.signIn(m_url).exitCode, 0);
+    // A stranger sees certificates, not names.
+    run = carol.cli({u"inspect"_s, u"--json"_s, u"report.pdf.tvf"_s}, m_url);
+    const QJsonArray strangers = json(run.out).value(u"recipients"_s).toArray();
+    ASSERT_EQ(strangers.size(), 2) << run.out.toStdString();
+    EXPECT_TRUE(strangers[0].toObject().value(u"nivoId"_s).isNull());
+    EXPECT_FALSE(strangers[0].toObject().value(u"issuer"_s).toString().isEmpty());
     run = carol.cli({u"decrypt"_s, u"report.pdf.tvf"_s}, m_url);
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_EQ(run.out, QString());
@@ -235,6 +259,12 @@ TEST_F(CliTest, ContactsAndProfileCarryOverToAnOfflineSignIn) {
     ASSERT_TRUE(QFileInfo::exists(profileFile));
     ASSERT_EQ(dave.cli({u"signout"_s}, m_url).exitCode, 0);
     EXPECT_EQ(dave.cli({u"whoami"_s}, m_url).exitCode, 1);
+
+    // --server wins over the environment.
+    const User desk(u"dave"_s, m_root.path() + u"/desk"_s);
+    run = desk.cli({u"--server"_s, m_url, u"signin"_s, u"dave"_s, u"--password-stdin"_s},
+                   u"https://127.0.0.1:9"_s, kPassword.toUtf8() + '\n');
+    EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
 
     // On a new machine, with the server gone.
     m_server.reset();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QString>
+
 #include "crypto/TVXCmsParseResult.h"
 
 class TVXCmsParserCallback;
@@ -10,6 +12,10 @@ class TVXStream;
 // be an enveloped one.
 class TVXCmsParser {
 public:
+    // The refusals of data that is no protected message, for those who look before opening.
+    [[nodiscard]] static QString notCmsMessage();
+    [[nodiscard]] static QString notEncryptedMessage(const QString& outerLayer);
+
     // Reports every failure through the result and never throws for a bad message. The decoded
     // stream may hold content even when the result reports a failure; only a result without
     // failure and with all signatures valid vouches for it.
