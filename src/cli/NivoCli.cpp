@@ -55,6 +55,8 @@ const QString kRecipientOption = u"r"_s;
 const QString kRecipientLongOption = u"recipient"_s;
 const QString kRecipientHelp = u"Encrypt for this NIVO ID as well (repeatable)."_s;
 const QString kRecipientValue = u"nivoid"_s;
+const QString kLastUsedOption = u"last-used"_s;
+const QString kLastUsedHelp = u"Encrypt for the recipients chosen last time as well."_s;
 const QString kOutputOption = u"o"_s;
 const QString kOutputLongOption = u"output"_s;
 const QString kOutputHelp = u"Folder for the results (remembered for next time)."_s;
@@ -468,6 +470,7 @@ QString NivoCli::chooseOutputFolder(const QString& given, const QString& remembe
 
 int NivoCli::encrypt(const QStringList& arguments) {
     QCommandLineParser parser;
+    parser.addOption(QCommandLineOption(kLastUsedOption, kLastUsedHelp));
     parser.addOption(QCommandLineOption({kRecipientOption, kRecipientLongOption}, kRecipientHelp,
                                         kRecipientValue));
     parser.addOption(
@@ -489,6 +492,9 @@ int NivoCli::encrypt(const QStringList& arguments) {
         return Failure;
     }
     QList<Contact> recipients;
+    if (parser.isSet(kLastUsedOption)) {
+        recipients = RecipientSearch::rememberedSelection();
+    }
     for (const QString& nivoId : parser.values(kRecipientOption)) {
         const RecipientSearch::Result found = RecipientSearch::find(nivoId);
         if (found.alert) {

@@ -157,6 +157,14 @@ TEST_F(CliTest, FilesGoOnlyToTheirRecipientsAndNameTheSender) {
     EXPECT_EQ(json(lines[1]).value(u"outcome"_s).toString(),
               u"%1/missing.txt does not exists."_s.arg(alice.files()));
 
+    run = alice.cli({u"encrypt"_s, u"--last-used"_s, u"-o"_s, u"sent"_s, u"report.pdf"_s}, m_url);
+    EXPECT_EQ(run.exitCode, 1) << "no such folder";
+    ASSERT_TRUE(QDir(alice.files()).mkdir(u"sent"_s));
+    run = alice.cli({u"encrypt"_s, u"--last-used"_s, u"-o"_s, u"sent"_s, u"report.pdf"_s}, m_url);
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    const QString resent = alice.files() + u"/sent/report.pdf.tvf"_s;
+    EXPECT_EQ(run.out, u"report.pdf -> %1\n"_s.arg(resent));
+
     run = alice.cli({u"encrypt"_s, u"-r"_s, u" ALICE "_s, u"report.pdf"_s}, m_url);
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_EQ(firstLine(run.err), u"Unable to add self."_s);
@@ -177,6 +185,8 @@ TEST_F(CliTest, FilesGoOnlyToTheirRecipientsAndNameTheSender) {
     }
     named.sort();
     EXPECT_EQ(named, (QStringList{u"alice"_s, u"bob"_s}));
+    run = alice.cli({u"inspect"_s, resent}, m_url);
+    EXPECT_TRUE(run.out.contains(u"\n  bob  key transport"_s)) << run.out.toStdString();
     run = alice.cli({u"inspect"_s, u"report.pdf"_s}, m_url);
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_TRUE(run.err.startsWith(u"report.pdf: Unrecognized top level CMS encoding"_s))
@@ -186,7 +196,7 @@ TEST_F(CliTest, FilesGoOnlyToTheirRecipientsAndNameTheSender) {
     run = alice.cli(
         {u"log"_s, u"--json"_s, u"--type"_s, u"encrypt"_s, u"--search"_s, u" REPORT "_s}, m_url);
     const QStringList logLines = run.out.split(u'\n', Qt::SkipEmptyParts);
-    ASSERT_EQ(logLines.size(), 2) << run.out.toStdString();
+    ASSERT_EQ(logLines.size(), 3) << run.out.toStdString();
     for (const QString& line : logLines) {
         EXPECT_EQ(json(line).value(u"file"_s).toString(), report);
         EXPECT_EQ(json(line).value(u"recipients"_s).toString(), u"bob,alice"_s);
