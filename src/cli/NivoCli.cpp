@@ -42,6 +42,8 @@ const QString kCommandsHeading = u"Commands:"_s;
 const QString kUnknownCommand = u"Unknown command: %1"_s;
 const QString kMissingCommand = u"No command given."_s;
 const QString kHelpCommand = u"help"_s;
+// Where the parser's usage line goes on from the program's name.
+const QString kUsageOptions = u" [options]"_s;
 const QString kHelpCommandHelp = u"Explains a command."_s;
 
 const QString kJsonOption = u"json"_s;
@@ -281,10 +283,9 @@ bool NivoCli::parse(QCommandLineParser& parser, const Command& command,
 QString NivoCli::helpText(const QCommandLineParser& parser) const {
     // The parser knows only the program; its usage line needs the command after it.
     QString text = parser.helpText();
-    const QString program = QFileInfo(QCoreApplication::applicationFilePath()).fileName();
-    const qsizetype at = text.indexOf(program);
+    const qsizetype at = text.indexOf(kUsageOptions);
     if (at >= 0) {
-        text.insert(at + program.size(), u' ' + m_commandName);
+        text.insert(at, u' ' + m_commandName);
     }
     return text;
 }
