@@ -20,12 +20,13 @@ public:
         if (::tcgetattr(STDIN_FILENO, &m_saved) == 0) {
             termios quiet = m_saved;
             quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-            m_active = ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet) == 0;
+            // TCSANOW keeps what was typed ahead of the prompt.
+            m_active = ::tcsetattr(STDIN_FILENO, TCSANOW, &quiet) == 0;
         }
     }
     ~EchoOff() {
         if (m_active) {
-            ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &m_saved);
+            ::tcsetattr(STDIN_FILENO, TCSANOW, &m_saved);
         }
     }
     EchoOff(const EchoOff&) = delete;
@@ -54,10 +55,11 @@ std::optional<QString> CliConsole::readSecret(const QString& prompt) {
         return std::nullopt;
     }
     m_err << prompt << Qt::flush;
-    std::optional<QString> secret;
+    QString secret;
     {
         const EchoOff echoOff;
-        secret = readLine();
+        // End of input counts as an empty answer, which the field checks refuse.
+        secret = readLine().value_or(QString());
     }
     // The newline typed by the user was not echoed.
     m_err << Qt::endl;
