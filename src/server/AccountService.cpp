@@ -36,6 +36,12 @@ QString wrongPassword(const QString& name) {
     return u"Wrong password for %1."_s.arg(name);
 }
 
+QString notAvailable(const QString& name) {
+    return u"The login name %1 is not available."_s.arg(name);
+}
+
+const QString kPasswordRequired = u"Invalid Account Entry: a password is required."_s;
+
 }  // namespace
 
 AccountService::AccountService(AccountStore& store, const AccountAuthority& authority, Clock clock)
@@ -75,24 +81,34 @@ void AccountService::recordSuccess(const QString& loginName) {
     m_attempts.remove(loginName);
 }
 
-AccountService::Answer AccountService::getProfile(const Form& form) {
-    const QString name = form.value(u"logInName"_s).toLower();
-    if (auto refusal = refuseWhileLocked(name)) {
+std::variant<AccountStore::Account, AccountService::Answer> AccountService::authenticate(
+    const QString& loginName, const QString& password) {
+    if (auto refusal = refuseWhileLocked(loginName)) {
         return *refusal;
     }
-    const auto account = m_store.find(name);
+    auto account = m_store.find(loginName);
     if (!account) {
-        return text(notRegistered(name));
+        return text(notRegistered(loginName));
     }
-    if (!AccountAuthority::verifyPassword(form.value(u"logInPassword"_s), account->password)) {
-        recordFailure(name);
-        return text(wrongPassword(name));
+    if (!AccountAuthority::verifyPassword(password, account->password)) {
+        recordFailure(loginName);
+        return text(wrongPassword(loginName));
     }
-    recordSuccess(name);
-    const QString info = QStringList{account->loginName, account->firstName, account->lastName,
-                                     account->email}
-                             .join(u"||"_s);
-    return json({{u"Pfx"_s, byteValues(account->pfx)}, {kLoginInfoKey, info}});
+    recordSuccess(loginName);
+    return *std::move(account);
+}
+
+AccountService::Answer AccountService::getProfile(const Form& form) {
+    const QString name = form.value(u"logInName"_s).toLower();
+    auto checked = authenticate(name, form.value(u"logInPassword"_s));
+    if (auto* refusal = std::get_if<Answer>(&checked)) {
+        return *refusal;
+    }
+    const auto& account = std::get<AccountStore::Account>(checked);
+    const QString info =
+        QStringList{account.loginName, account.firstName, account.lastName, account.email}.join(
+            u"||"_s);
+    return json({{u"Pfx"_s, byteValues(account.pfx)}, {kLoginInfoKey, info}});
 }
 
 AccountService::Answer AccountService::getId(const Form& form) {
@@ -112,10 +128,10 @@ AccountService::Answer AccountService::createProfile(const Form& form) {
                     u"and '''."_s);
     }
     if (password.isEmpty()) {
-        return text(u"Invalid Account Entry: a password is required."_s);
+        return text(kPasswordRequired);
     }
     if (m_store.exists(name)) {
-        return text(u"The login name %1 is not available."_s.arg(name));
+        return text(notAvailable(name));
     }
     const auto issued = m_authority.issue(name, password);
     const auto hash = AccountAuthority::hashPassword(password);
@@ -132,7 +148,7 @@ AccountService::Answer AccountService::createProfile(const Form& form) {
     account.certificate = issued->certificate;
     if (!m_store.insert(account)) {
         // Another request took the name in between, or the store failed.
-        return m_store.exists(name) ? text(u"The login name %1 is not available."_s.arg(name))
+        return m_store.exists(name) ? text(notAvailable(name))
                                     : serviceNotAvailable();
     }
     return text(u"Profile created for %1."_s.arg(name));
@@ -140,24 +156,17 @@ AccountService::Answer AccountService::createProfile(const Form& form) {
 
 AccountService::Answer AccountService::changePassword(const Form& form) {
     const QString name = form.value(u"logInName"_s).toLower();
-    if (auto refusal = refuseWhileLocked(name)) {
-        return *refusal;
-    }
-    const auto account = m_store.find(name);
-    if (!account) {
-        return text(notRegistered(name));
-    }
     const QString oldPassword = form.value(u"oldLogInPassword"_s);
     const QString newPassword = form.value(u"newLogInPassword"_s);
-    if (!AccountAuthority::verifyPassword(oldPassword, account->password)) {
-        recordFailure(name);
-        return text(wrongPassword(name));
+    auto checked = authenticate(name, oldPassword);
+    if (auto* refusal = std::get_if<Answer>(&checked)) {
+        return *refusal;
     }
-    recordSuccess(name);
+    const auto& account = std::get<AccountStore::Account>(checked);
     if (newPassword.isEmpty()) {
-        return text(u"Invalid Account Entry: a password is required."_s);
+        return text(kPasswordRequired);
     }
-    const auto pfx = AccountAuthority::reprotect(account->pfx, oldPassword, newPassword);
+    const auto pfx = AccountAuthority::reprotect(account.pfx, oldPassword, newPassword);
     const auto hash = AccountAuthority::hashPassword(newPassword);
     if (!pfx || hash.hash.isEmpty() || !m_store.updateCredentials(name, hash, *pfx)) {
         return serviceNotAvailable();
@@ -168,7 +177,7 @@ AccountService::Answer AccountService::changePassword(const Form& form) {
 AccountService::Answer AccountService::checkLoginName(const Form& form) {
     const QString name = form.value(u"logInName"_s).toLower();
     if (!NivoGXUtil::IsValidAccount(name) || m_store.exists(name)) {
-        return text(u"The login name %1 is not available."_s.arg(name));
+        return text(notAvailable(name));
     }
     return text(u"The login name %1 can be registered."_s.arg(name));
 }

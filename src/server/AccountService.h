@@ -6,6 +6,7 @@
 #include <QMap>
 #include <QString>
 #include <functional>
+#include <variant>
 
 #include "server/AccountAuthority.h"
 #include "server/AccountStore.h"
@@ -47,6 +48,9 @@ private:
     [[nodiscard]] QDateTime now() const;
     // Empty when the name may try a password now; else the refusal to send.
     [[nodiscard]] std::optional<Answer> refuseWhileLocked(const QString& loginName) const;
+    // The account when the password is right and the name not locked; else the answer to send.
+    [[nodiscard]] std::variant<AccountStore::Account, Answer> authenticate(const QString& loginName,
+                                                                          const QString& password);
     void recordFailure(const QString& loginName);
     void recordSuccess(const QString& loginName);
 

@@ -67,12 +67,19 @@ const State& folders() {
     return state();
 }
 
+// Login names are one account whatever their case (the server keeps them lower-cased, sign-in
+// keeps them as typed), so the per-user file names must not depend on the case typed: on a
+// case-sensitive file system "Dora.pfx" and "dora.pfx" would be two users.
+QString fileStem(const QString& userName) {
+    return userName.toLower();
+}
+
 void computeUserPaths(const QString& userName) {
     State& s = state();
     folders();
-    s.pfxPath = QDir(s.pfxFolder).filePath(userName + u".pfx"_s);
-    s.certificatePath = QDir(s.certificateFolder).filePath(userName + u".cer"_s);
-    s.logPath = QDir(s.logFolder).filePath(userName + u".log"_s);
+    s.pfxPath = QDir(s.pfxFolder).filePath(fileStem(userName) + u".pfx"_s);
+    s.certificatePath = QDir(s.certificateFolder).filePath(fileStem(userName) + u".cer"_s);
+    s.logPath = QDir(s.logFolder).filePath(fileStem(userName) + u".log"_s);
 }
 
 // The user's own folders are private to them; parents are created with the usual defaults.
@@ -150,8 +157,8 @@ void NivoGXUtil::logout() {
     saveNivoCredentials(userName, QString());
     State& s = state();
     folders();
-    s.pfxPath = QDir(s.pfxFolder).filePath(userName + u".pfx"_s);
-    s.certificatePath = QDir(s.certificateFolder).filePath(userName + u".cer"_s);
+    s.pfxPath = QDir(s.pfxFolder).filePath(fileStem(userName) + u".pfx"_s);
+    s.certificatePath = QDir(s.certificateFolder).filePath(fileStem(userName) + u".cer"_s);
     QFile::remove(s.pfxPath);
     QFile::remove(s.certificatePath);
 }
@@ -241,7 +248,7 @@ void NivoGXUtil::resetState() {
 // --- the user's contact database ---
 
 QString NivoGXUtil::contactDBPath(const QString& userName) {
-    return QDir(contactsFolder()).filePath(u"Contact_"_s + userName + u".db"_s);
+    return QDir(contactsFolder()).filePath(u"Contact_"_s + fileStem(userName) + u".db"_s);
 }
 
 void NivoGXUtil::generateUserContactDB(const QString& userName) {

@@ -11,7 +11,7 @@
 #include "account/NivoProfileUtil.h"
 #include "contacts/ContactDB.h"
 #include "storage/NivoGXUtil.h"
-#include "storage/SaveName.h"
+#include "storage/ExportFileName.h"
 
 namespace {
 
@@ -45,7 +45,7 @@ protected:
 };
 
 TEST_F(ProfileFileTest, ExportedFileSignsInWithAnyCaseOfTheNameAndTheRightPassword) {
-    const QString path = SaveName::withExtension(target("profile.txt"), SaveName::kProfileType);
+    const QString path = ExportFileName::withType(target("profile.txt"), ExportFileName::kProfileType);
     EXPECT_EQ(QFileInfo(path).fileName(), QStringLiteral("profile.txt.vts"));
     ASSERT_TRUE(NivoGXUtil::exportNivoProfileDB(path, profile));
     ASSERT_TRUE(NivoGXUtil::exportNivoProfileDB(path, profile)) << "a second export replaces";
@@ -70,7 +70,7 @@ TEST_F(ProfileFileTest, FilesThatAreNotProfilesAreRefused) {
               QStringLiteral("Unable to retrieve NIVO Profile from file."));
 
     // A contact backup is the same database without the profile row.
-    const QString backup = SaveName::withExtension(target("contacts"), SaveName::kContactsType);
+    const QString backup = ExportFileName::withType(target("contacts"), ExportFileName::kContactsType);
     ASSERT_TRUE(NivoGXUtil::exportContacts(backup));
     EXPECT_EQ(importFile(backup, QStringLiteral("alice"), TestPki::kPassword).StatusText,
               QStringLiteral("Unable to retrieve NIVO Profile from file."));
@@ -82,20 +82,6 @@ TEST_F(ProfileFileTest, LocalPasswordCheckOpensTheKeyFile) {
                                                            profile.Pfx));
     EXPECT_FALSE(NivoProfileAdmin::localLoginWithLoginName(QStringLiteral("alice"), TestPki::kPassword,
                                                            QByteArray("not a key file")));
-}
-
-TEST(SaveNameTest, ExtensionIsAppendedUnlessAlreadyThereInAnyCase) {
-    EXPECT_EQ(SaveName::withExtension(QStringLiteral("/d/x.Cbkm"), SaveName::kContactsType),
-              QStringLiteral("/d/x.Cbkm"));
-    EXPECT_EQ(SaveName::withExtension(QStringLiteral("/d/x"), SaveName::kContactsType),
-              QStringLiteral("/d/x.cbkm"));
-    EXPECT_EQ(SaveName::withExtension(QStringLiteral("/d.vts/x"), SaveName::kProfileType),
-              QStringLiteral("/d.vts/x.vts"));
-    const QDateTime at(QDate(2026, 1, 2), QTime(3, 4, 5));
-    EXPECT_EQ(SaveName::contactsBackup(QStringLiteral("Alice"), at),
-              QStringLiteral("contacts_Alice_20260102030405.cbkm"));
-    EXPECT_EQ(SaveName::profileFile(QStringLiteral("Alice"), at),
-              QStringLiteral("profile_Alice_20260102030405.vts"));
 }
 
 }  // namespace

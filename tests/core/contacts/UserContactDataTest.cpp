@@ -71,7 +71,7 @@ protected:
 
 TEST_F(UserContactDataTest, TheUsersDatabaseFileCanBeReplacedAndDeleted) {
     EXPECT_EQ(livePath(),
-              QDir(NivoGXUtil::contactsFolder()).filePath(QStringLiteral("Contact_Alice.db")));
+              QDir(NivoGXUtil::contactsFolder()).filePath(QStringLiteral("Contact_alice.db")));
     NivoGXUtil::addContact(contact(QStringLiteral("bob"), QStringLiteral("Bob"), "B"));
     const QString other = backupWith(QStringLiteral("other.db"),
                                      {contact(QStringLiteral("carol"), QStringLiteral("C"), "C")});

@@ -135,7 +135,7 @@ TEST(UserActivityLogTest, TheSignedInUsersLogIsUsedAndBeforeSignInThereIsNone) {
     NivoGXUtil::writeToLog(QStringLiteral("Encrypt"), QStringLiteral("/a"), {QStringLiteral("bob")},
                            QStringLiteral("Completed"));
     EXPECT_EQ(NivoGXUtil::getLogEntries().size(), 1);
-    EXPECT_TRUE(QFile::exists(QDir(NivoGXUtil::logFolder()).filePath(QStringLiteral("Alice.log"))));
+    EXPECT_TRUE(QFile::exists(QDir(NivoGXUtil::logFolder()).filePath(QStringLiteral("alice.log"))));
     NivoGXUtil::clearLogFile();
     EXPECT_TRUE(NivoGXUtil::getLogEntries().isEmpty());
 }

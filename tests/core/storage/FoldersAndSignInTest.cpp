@@ -68,8 +68,8 @@ TEST_F(FoldersAndSignInTest, FirstLaunchCreatesPrivateFoldersAndIsNotSignedIn) {
 
 TEST_F(FoldersAndSignInTest, CompleteSignInIsFoundAtTheNextLaunchAndLoadsTheProfile) {
     signIn(QStringLiteral("Alice.Smith"), QStringLiteral("pw"));
-    const QString pfx = QDir(appFolder()).filePath(QStringLiteral("pfx/Alice.Smith.pfx"));
-    const QString cer = QDir(appFolder()).filePath(QStringLiteral("cert/Alice.Smith.cer"));
+    const QString pfx = QDir(appFolder()).filePath(QStringLiteral("pfx/alice.smith.pfx"));
+    const QString cer = QDir(appFolder()).filePath(QStringLiteral("cert/alice.smith.cer"));
     EXPECT_EQ(contents(pfx), QByteArray("PFX of Alice.Smith"));
     EXPECT_EQ(contents(cer), QByteArray("CER of Alice.Smith"));
     EXPECT_EQ(QFileInfo(pfx).permissions(), kOwnerOnlyFile);
@@ -86,7 +86,21 @@ TEST_F(FoldersAndSignInTest, CompleteSignInIsFoundAtTheNextLaunchAndLoadsTheProf
     EXPECT_EQ(loaded->LoginName, QStringLiteral("Alice.Smith"));
     EXPECT_EQ(loaded->Pfx, QByteArray("PFX of Alice.Smith"));
     EXPECT_EQ(loaded->Cer, QByteArray("CER of Alice.Smith"));
-    EXPECT_EQ(NivoGXUtil::logPath(), QDir(appFolder()).filePath(QStringLiteral("log/Alice.Smith.log")));
+    EXPECT_EQ(NivoGXUtil::logPath(), QDir(appFolder()).filePath(QStringLiteral("log/alice.smith.log")));
+}
+
+TEST_F(FoldersAndSignInTest, NameTypedWithCapitalsFindsTheFilesOfTheServersLowerCaseName) {
+    // The server answers with the lower-cased name; the credentials keep the name as typed.
+    NivoGXUtil::saveNivoCredentials(QStringLiteral("Dora"), QStringLiteral("pw"));
+    ASSERT_FALSE(NivoGXUtil::generateRequiredDirectory());
+    NivoGXUtil::setNivoProfile(profileFor(QStringLiteral("dora")));
+    NivoGXUtil::resetState();
+    ASSERT_TRUE(NivoGXUtil::generateRequiredDirectory());
+    EXPECT_EQ(NivoGXUtil::getNivoProfile()->Pfx, QByteArray("PFX of dora"));
+    EXPECT_EQ(NivoGXUtil::contactDBPath(QStringLiteral("Dora")),
+              NivoGXUtil::contactDBPath(QStringLiteral("dora")));
+    NivoGXUtil::logout();
+    EXPECT_FALSE(QFileInfo::exists(QDir(appFolder()).filePath(QStringLiteral("pfx/dora.pfx"))));
 }
 
 TEST_F(FoldersAndSignInTest, MissingProfileFileMeansSignInAgain) {
