@@ -69,6 +69,10 @@ const QString kNameHelp = u"Your NIVO username."_s;
 const QString kFilesArgument = u"files"_s;
 const QString kFilesHelp = u"Files to process."_s;
 const QString kFilesSyntax = u"FILE..."_s;
+const QString kFileSyntax = u"FILE"_s;
+const QString kNameSyntax = u"NAME"_s;
+const QString kActionSyntax = u"ACTION [ARG]"_s;
+const QString kCommandSyntax = u"COMMAND [ARGS...]"_s;
 const QString kActionArgument = u"action"_s;
 const QString kContactsActionHelp =
     u"list | add NIVOID | remove NIVOID | export FILE | import FILE"_s;
@@ -174,23 +178,22 @@ QString jsonLine(const QJsonObject& object) {
 
 struct NivoCli::Command {
     QString name;
-    QString synopsis;  // what follows the name in the usage line
     QString description;
     int (NivoCli::*handler)(const QStringList&);
 };
 
 const QList<NivoCli::Command>& NivoCli::commands() {
     static const QList<Command> list{
-        {u"signup"_s, u"NAME"_s, kSignupHelp, &NivoCli::signup},
-        {u"signin"_s, u"NAME"_s, kSigninHelp, &NivoCli::signin},
-        {u"signout"_s, QString(), kSignoutHelp, &NivoCli::signout},
-        {u"whoami"_s, QString(), kWhoamiHelp, &NivoCli::whoami},
-        {u"encrypt"_s, kFilesSyntax, kEncryptHelp, &NivoCli::encrypt},
-        {u"decrypt"_s, kFilesSyntax, kDecryptHelp, &NivoCli::decrypt},
-        {u"contacts"_s, kContactsActionHelp, kContactsHelp, &NivoCli::contacts},
-        {u"profile"_s, kProfileActionHelp, kProfileHelp, &NivoCli::profile},
-        {u"log"_s, kLogActionHelp, kLogHelp, &NivoCli::log},
-        {u"inspect"_s, u"FILE"_s, kInspectHelp, &NivoCli::inspect},
+        {u"signup"_s, kSignupHelp, &NivoCli::signup},
+        {u"signin"_s, kSigninHelp, &NivoCli::signin},
+        {u"signout"_s, kSignoutHelp, &NivoCli::signout},
+        {u"whoami"_s, kWhoamiHelp, &NivoCli::whoami},
+        {u"encrypt"_s, kEncryptHelp, &NivoCli::encrypt},
+        {u"decrypt"_s, kDecryptHelp, &NivoCli::decrypt},
+        {u"contacts"_s, kContactsHelp, &NivoCli::contacts},
+        {u"profile"_s, kProfileHelp, &NivoCli::profile},
+        {u"log"_s, kLogHelp, &NivoCli::log},
+        {u"inspect"_s, kInspectHelp, &NivoCli::inspect},
     };
     return list;
 }
@@ -244,7 +247,7 @@ int NivoCli::run(const QStringList& arguments) {
     }
     // The folder tree, as the app makes it at start.
     (void)NivoGXUtil::generateRequiredDirectory();
-    m_commandName = command->name;
+    m_command = command;
     return (this->*command->handler)(rest);
 }
 
@@ -254,7 +257,7 @@ void NivoCli::printGlobalHelp() {
     parser.addOption(QCommandLineOption(kServerOption, kServerHelp, kServerValue));
     parser.addHelpOption();
     parser.addVersionOption();
-    parser.addPositionalArgument(kCommandArgument, kCommandHelp, u"COMMAND [ARGS...]"_s);
+    parser.addPositionalArgument(kCommandArgument, kCommandHelp, kCommandSyntax);
     QString text = parser.helpText();
     text += u'\n' + kCommandsHeading + u'\n';
     for (const Command& command : commands()) {
@@ -285,7 +288,7 @@ QString NivoCli::helpText(const QCommandLineParser& parser) const {
     QString text = parser.helpText();
     const qsizetype at = text.indexOf(kUsageOptions);
     if (at >= 0) {
-        text.insert(at, u' ' + m_commandName);
+        text.insert(at, u' ' + m_command->name);
     }
     return text;
 }
@@ -326,9 +329,9 @@ bool NivoCli::readPassword(bool fromStdin, bool confirm, QString& password, QStr
 int NivoCli::signup(const QStringList& arguments) {
     QCommandLineParser parser;
     parser.addOption(QCommandLineOption(kPasswordStdinOption, kPasswordStdinHelp));
-    parser.addPositionalArgument(kNameArgument, kNameHelp, u"NAME"_s);
+    parser.addPositionalArgument(kNameArgument, kNameHelp, kNameSyntax);
     bool help = false;
-    if (!parse(parser, *findCommand(u"signup"_s), arguments, help)) {
+    if (!parse(parser, *m_command, arguments, help)) {
         return UsageError;
     }
     if (help) {
@@ -362,9 +365,9 @@ int NivoCli::signin(const QStringList& arguments) {
     QCommandLineParser parser;
     parser.addOption(QCommandLineOption(kPasswordStdinOption, kPasswordStdinHelp));
     parser.addOption(QCommandLineOption(kProfileFileOption, kProfileFileHelp, kFileValue));
-    parser.addPositionalArgument(kNameArgument, kNameHelp, u"NAME"_s);
+    parser.addPositionalArgument(kNameArgument, kNameHelp, kNameSyntax);
     bool help = false;
-    if (!parse(parser, *findCommand(u"signin"_s), arguments, help)) {
+    if (!parse(parser, *m_command, arguments, help)) {
         return UsageError;
     }
     if (help) {
@@ -412,7 +415,7 @@ int NivoCli::signin(const QStringList& arguments) {
 int NivoCli::signout(const QStringList& arguments) {
     QCommandLineParser parser;
     bool help = false;
-    if (!parse(parser, *findCommand(u"signout"_s), arguments, help)) {
+    if (!parse(parser, *m_command, arguments, help)) {
         return UsageError;
     }
     if (help) {
@@ -429,7 +432,7 @@ int NivoCli::signout(const QStringList& arguments) {
 int NivoCli::whoami(const QStringList& arguments) {
     QCommandLineParser parser;
     bool help = false;
-    if (!parse(parser, *findCommand(u"whoami"_s), arguments, help)) {
+    if (!parse(parser, *m_command, arguments, help)) {
         return UsageError;
     }
     if (help) {
@@ -479,7 +482,7 @@ int NivoCli::encrypt(const QStringList& arguments) {
     parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
     parser.addPositionalArgument(kFilesArgument, kFilesHelp, kFilesSyntax);
     bool help = false;
-    if (!parse(parser, *findCommand(u"encrypt"_s), arguments, help)) {
+    if (!parse(parser, *m_command, arguments, help)) {
         return UsageError;
     }
     if (help) {
@@ -528,7 +531,7 @@ int NivoCli::decrypt(const QStringList& arguments) {
     parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
     parser.addPositionalArgument(kFilesArgument, kFilesHelp, kFilesSyntax);
     bool help = false;
-    if (!parse(parser, *findCommand(u"decrypt"_s), arguments, help)) {
+    if (!parse(parser, *m_command, arguments, help)) {
         return UsageError;
     }
     if (help) {
@@ -603,9 +606,9 @@ bool NivoCli::processFiles(const QStringList& files, const QList<Contact>& recip
 int NivoCli::contacts(const QStringList& arguments) {
     QCommandLineParser parser;
     parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
-    parser.addPositionalArgument(kActionArgument, kContactsActionHelp, u"ACTION [ARG]"_s);
+    parser.addPositionalArgument(kActionArgument, kContactsActionHelp, kActionSyntax);
     bool help = false;
-    if (!parse(parser, *findCommand(u"contacts"_s), arguments, help)) {
+    if (!parse(parser, *m_command, arguments, help)) {
         return UsageError;
     }
     if (help) {
@@ -685,9 +688,9 @@ int NivoCli::contacts(const QStringList& arguments) {
 
 int NivoCli::profile(const QStringList& arguments) {
     QCommandLineParser parser;
-    parser.addPositionalArgument(kActionArgument, kProfileActionHelp, u"export FILE"_s);
+    parser.addPositionalArgument(kActionArgument, kProfileActionHelp, kProfileActionHelp);
     bool help = false;
-    if (!parse(parser, *findCommand(u"profile"_s), arguments, help)) {
+    if (!parse(parser, *m_command, arguments, help)) {
         return UsageError;
     }
     if (help) {
@@ -724,7 +727,7 @@ int NivoCli::log(const QStringList& arguments) {
     parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
     parser.addPositionalArgument(kActionArgument, kLogActionHelp, kLogActionHelp);
     bool help = false;
-    if (!parse(parser, *findCommand(u"log"_s), arguments, help)) {
+    if (!parse(parser, *m_command, arguments, help)) {
         return UsageError;
     }
     if (help) {
@@ -806,9 +809,9 @@ int NivoCli::log(const QStringList& arguments) {
 int NivoCli::inspect(const QStringList& arguments) {
     QCommandLineParser parser;
     parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
-    parser.addPositionalArgument(kFileArgument, kFileHelp, u"FILE"_s);
+    parser.addPositionalArgument(kFileArgument, kFileHelp, kFileSyntax);
     bool help = false;
-    if (!parse(parser, *findCommand(u"inspect"_s), arguments, help)) {
+    if (!parse(parser, *m_command, arguments, help)) {
         return UsageError;
     }
     if (help) {

@@ -60,5 +60,5 @@ private:
     [[nodiscard]] QString chooseOutputFolder(const QString& given, const QString& remembered);
 
     CliConsole& m_console;
-    QString m_commandName;
+    const Command* m_command = nullptr;  // the one being run
 };

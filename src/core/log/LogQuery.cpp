@@ -5,6 +5,8 @@
 #include <QTime>
 #include <algorithm>
 
+#include "processing/ProcessController.h"
+
 using namespace Qt::Literals::StringLiterals;
 
 const QString LogQuery::kDate = u"Date"_s;
@@ -16,9 +18,6 @@ const QString LogQuery::kStatus = u"Status"_s;
 
 namespace {
 
-// The operation words the log holds.
-const QString kEncrypt = u"Encrypt"_s;
-const QString kDecrypt = u"Decrypt"_s;
 // As the log writes them: the month abbreviated by the current locale.
 const QString kDateFormat = u"yyyy-MMM-dd"_s;
 const QString kTimeFormat = u"HH:mm:ss"_s;
@@ -145,7 +144,9 @@ QList<LogEntry> LogQuery::ofOperation(const QList<LogEntry>& entries, Operation 
     if (operation == Operation::All) {
         return entries;
     }
-    const QString& word = operation == Operation::Encrypt ? kEncrypt : kDecrypt;
+    // The words the processing run writes.
+    const QString& word = operation == Operation::Encrypt ? ProcessController::kEncryptAction
+                                                          : ProcessController::kDecryptAction;
     QList<LogEntry> result;
     std::copy_if(entries.begin(), entries.end(), std::back_inserter(result),
                  [&word](const LogEntry& e) { return e.operationType == word; });
