@@ -66,15 +66,11 @@ bool looksLikeContentInfo(const QByteArray& der) {
     if (!type) {
         return false;
     }
-    static constexpr std::array kContentTypes{NID_pkcs7_data,
-                                              NID_pkcs7_signed,
-                                              NID_pkcs7_enveloped,
-                                              NID_pkcs7_signedAndEnveloped,
-                                              NID_pkcs7_digest,
-                                              NID_pkcs7_encrypted,
-                                              NID_id_smime_ct_compressedData,
-                                              NID_id_smime_ct_authEnvelopedData,
-                                              NID_id_smime_ct_authData};
+    static constexpr std::array kContentTypes{
+        NID_pkcs7_data,         NID_pkcs7_signed,        NID_pkcs7_enveloped,
+        NID_pkcs7_signedAndEnveloped, NID_pkcs7_digest,  NID_pkcs7_encrypted,
+        NID_id_smime_ct_compressedData, NID_id_smime_ct_authEnvelopedData,
+        NID_id_smime_ct_authData};
     const int nid = OBJ_obj2nid(type.get());
     return std::find(kContentTypes.begin(), kContentTypes.end(), nid) != kContentTypes.end();
 }
@@ -104,23 +100,23 @@ bool isRecipient(CMS_ContentInfo* cms, X509* certificate) {
     for (int i = 0; i < sk_CMS_RecipientInfo_num(infos); ++i) {
         CMS_RecipientInfo* info = sk_CMS_RecipientInfo_value(infos, i);
         switch (CMS_RecipientInfo_type(info)) {
-            case CMS_RECIPINFO_TRANS:
-                if (CMS_RecipientInfo_ktri_cert_cmp(info, certificate) == 0) {
+        case CMS_RECIPINFO_TRANS:
+            if (CMS_RecipientInfo_ktri_cert_cmp(info, certificate) == 0) {
+                return true;
+            }
+            break;
+        case CMS_RECIPINFO_AGREE: {
+            STACK_OF(CMS_RecipientEncryptedKey)* keys = CMS_RecipientInfo_kari_get0_reks(info);
+            for (int k = 0; k < sk_CMS_RecipientEncryptedKey_num(keys); ++k) {
+                if (CMS_RecipientEncryptedKey_cert_cmp(
+                        sk_CMS_RecipientEncryptedKey_value(keys, k), certificate) == 0) {
                     return true;
                 }
-                break;
-            case CMS_RECIPINFO_AGREE: {
-                STACK_OF(CMS_RecipientEncryptedKey)* keys = CMS_RecipientInfo_kari_get0_reks(info);
-                for (int k = 0; k < sk_CMS_RecipientEncryptedKey_num(keys); ++k) {
-                    if (CMS_RecipientEncryptedKey_cert_cmp(
-                            sk_CMS_RecipientEncryptedKey_value(keys, k), certificate) == 0) {
-                        return true;
-                    }
-                }
-                break;
             }
-            default:
-                break;
+            break;
+        }
+        default:
+            break;
         }
     }
     ERR_clear_error();
@@ -155,32 +151,32 @@ public:
         }
         const int type = OBJ_obj2nid(CMS_get0_type(cms.get()));
         switch (type) {
-            case NID_pkcs7_enveloped:
-            case NID_id_smime_ct_authEnvelopedData: {
-                const auto [inner, innerType] = openEnveloped(cms.get(), level);
-                cms.reset();
-                parseInner(inner, innerType, level + 1);
-                return;
+        case NID_pkcs7_enveloped:
+        case NID_id_smime_ct_authEnvelopedData: {
+            const auto [inner, innerType] = openEnveloped(cms.get(), level);
+            cms.reset();
+            parseInner(inner, innerType, level + 1);
+            return;
+        }
+        case NID_id_smime_ct_compressedData:
+            (void)m_callback.getDetachedCompressedDataForEncodingLevel(level);
+            throw MessageError{kNotSupported};
+        case NID_pkcs7_signed:
+            if (level == 0) {
+                throw MessageError{kNotEncrypted.arg(typeName(type))};
             }
-            case NID_id_smime_ct_compressedData:
-                (void)m_callback.getDetachedCompressedDataForEncodingLevel(level);
-                throw MessageError{kNotSupported};
-            case NID_pkcs7_signed:
-                if (level == 0) {
-                    throw MessageError{kNotEncrypted.arg(typeName(type))};
-                }
-                verifySigned(cms.get(), level);
-                return;
-            case NID_pkcs7_data:
-                if (level == 0) {
-                    throw MessageError{kNotEncrypted.arg(typeName(type))};
-                }
-                throw MessageError{kUnsigned};
-            default:
-                if (level == 0) {
-                    throw MessageError{kNotEncrypted.arg(typeName(type))};
-                }
-                throw MessageError{kUnsupportedInner.arg(typeName(type))};
+            verifySigned(cms.get(), level);
+            return;
+        case NID_pkcs7_data:
+            if (level == 0) {
+                throw MessageError{kNotEncrypted.arg(typeName(type))};
+            }
+            throw MessageError{kUnsigned};
+        default:
+            if (level == 0) {
+                throw MessageError{kNotEncrypted.arg(typeName(type))};
+            }
+            throw MessageError{kUnsupportedInner.arg(typeName(type))};
         }
     }
 
@@ -199,7 +195,8 @@ private:
         const QList<Participant> recipients = m_callback.getRecipientForEncodingLevel(level);
         const Participant* opener = nullptr;
         for (const Participant& recipient : recipients) {
-            if (recipient.hasPrivateKey() && isRecipient(cms, recipient.certificate().handle())) {
+            if (recipient.hasPrivateKey() &&
+                isRecipient(cms, recipient.certificate().handle())) {
                 opener = &recipient;
                 break;
             }
@@ -211,8 +208,8 @@ private:
         QBuffer buffer(&inner.bytes);
         buffer.open(QIODevice::WriteOnly);
         const nivossl::BioPtr out = nivossl::deviceBio(&buffer);
-        if (!out || CMS_decrypt(cms, opener->privateKey(), opener->certificate().handle(), nullptr,
-                                out.get(), CMS_BINARY) != 1) {
+        if (!out || CMS_decrypt(cms, opener->privateKey(), opener->certificate().handle(),
+                                nullptr, out.get(), CMS_BINARY) != 1) {
             throw MessageError{kCannotDecrypt.arg(nivossl::Errors::drain().text())};
         }
         return inner;
