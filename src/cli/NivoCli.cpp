@@ -50,6 +50,8 @@ const QString kJsonOption = u"json"_s;
 const QString kJsonHelp = u"One JSON object per line, for scripts."_s;
 const QString kPasswordStdinOption = u"password-stdin"_s;
 const QString kPasswordStdinHelp = u"Read the password from the first line of standard input."_s;
+const QString kRunPasswordStdinHelp =
+    u"When no password is stored, read it from the first line of standard input."_s;
 const QString kProfileFileOption = u"profile-file"_s;
 const QString kProfileFileHelp = u"Sign in offline from an exported profile file."_s;
 const QString kFileValue = u"file"_s;
@@ -458,6 +460,28 @@ bool NivoCli::requireSignIn() {
     return true;
 }
 
+bool NivoCli::prepareRun(bool passwordFromStdin, QString& password) {
+    if (NivoGXUtil::generateRequiredDirectory()) {
+        password = NivoGXUtil::getNivoPassword();
+    } else if (NivoGXUtil::hasKeyFiles()) {
+        QString unused;
+        if (!readPassword(passwordFromStdin, false, password, unused)) {
+            return false;
+        }
+        password = SignIn::trimmed(password);
+        if (const auto alert = SignIn::checkFields(NivoGXUtil::getNivoUsername(), password)) {
+            printAlert(alert->message, alert->informativeText);
+            return false;
+        }
+        NivoGXUtil::setNivoProfile();
+    } else {
+        m_console.err() << kNotSignedIn << Qt::endl;
+        return false;
+    }
+    NivoGXUtil::generateUserContactDB(NivoGXUtil::getNivoUsername());
+    return true;
+}
+
 // --- files ---
 
 QString NivoCli::chooseOutputFolder(const QString& given, const QString& remembered) {
@@ -480,6 +504,7 @@ int NivoCli::encrypt(const QStringList& arguments) {
     parser.addOption(
         QCommandLineOption({kOutputOption, kOutputLongOption}, kOutputHelp, kFolderValue));
     parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
+    parser.addOption(QCommandLineOption(kPasswordStdinOption, kRunPasswordStdinHelp));
     parser.addPositionalArgument(kFilesArgument, kFilesHelp, kFilesSyntax);
     bool help = false;
     if (!parse(parser, *m_command, arguments, help)) {
@@ -492,7 +517,8 @@ int NivoCli::encrypt(const QStringList& arguments) {
     if (files.isEmpty()) {
         return usageError(kNoFiles, helpText(parser));
     }
-    if (!requireSignIn()) {
+    QString password;
+    if (!prepareRun(parser.isSet(kPasswordStdinOption), password)) {
         return Failure;
     }
     QList<Contact> recipients;
@@ -520,8 +546,9 @@ int NivoCli::encrypt(const QStringList& arguments) {
     }
     NivoGXUtil::saveSettings(QString(), QString(), QString(), folder, QString());
     RecipientSearch::rememberSelection(recipients);
-    return processFiles(files, recipients, folder, true, parser.isSet(kJsonOption)) ? Success
-                                                                                    : Failure;
+    return processFiles(files, password, recipients, folder, true, parser.isSet(kJsonOption))
+               ? Success
+               : Failure;
 }
 
 int NivoCli::decrypt(const QStringList& arguments) {
@@ -529,6 +556,7 @@ int NivoCli::decrypt(const QStringList& arguments) {
     parser.addOption(
         QCommandLineOption({kOutputOption, kOutputLongOption}, kOutputHelp, kFolderValue));
     parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
+    parser.addOption(QCommandLineOption(kPasswordStdinOption, kRunPasswordStdinHelp));
     parser.addPositionalArgument(kFilesArgument, kFilesHelp, kFilesSyntax);
     bool help = false;
     if (!parse(parser, *m_command, arguments, help)) {
@@ -541,7 +569,8 @@ int NivoCli::decrypt(const QStringList& arguments) {
     if (files.isEmpty()) {
         return usageError(kNoFiles, helpText(parser));
     }
-    if (!requireSignIn()) {
+    QString password;
+    if (!prepareRun(parser.isSet(kPasswordStdinOption), password)) {
         return Failure;
     }
     const QString folder =
@@ -551,13 +580,14 @@ int NivoCli::decrypt(const QStringList& arguments) {
         return Failure;
     }
     NivoGXUtil::saveSettings(QString(), QString(), QString(), QString(), folder);
-    return processFiles(files, {}, folder, false, parser.isSet(kJsonOption)) ? Success : Failure;
+    return processFiles(files, password, {}, folder, false, parser.isSet(kJsonOption)) ? Success
+                                                                                       : Failure;
 }
 
-bool NivoCli::processFiles(const QStringList& files, const QList<Contact>& recipients,
-                           const QString& outputFolder, bool toEncrypt, bool json) {
+bool NivoCli::processFiles(const QStringList& files, const QString& password,
+                           const QList<Contact>& recipients, const QString& outputFolder,
+                           bool toEncrypt, bool json) {
     const auto profile = NivoGXUtil::getNivoProfile();
-    const QString password = NivoGXUtil::getNivoPassword();
     bool allSucceeded = true;
     for (const QString& file : files) {
         ProcessController controller;

@@ -52,11 +52,15 @@ private:
                                     QString& retyped);
     // Loads the signed-in user's profile and opens the contacts; reports when nobody is.
     [[nodiscard]] bool requireSignIn();
+    // The same for a processing run, which also needs the password: the stored one, else one
+    // asked for when the key files are there.
+    [[nodiscard]] bool prepareRun(bool passwordFromStdin, QString& password);
     void printAlert(const QString& message, const QString& informativeText);
 
     // Runs each file through the processing run in turn; false when any of them failed.
-    [[nodiscard]] bool processFiles(const QStringList& files, const QList<Contact>& recipients,
-                                    const QString& outputFolder, bool toEncrypt, bool json);
+    [[nodiscard]] bool processFiles(const QStringList& files, const QString& password,
+                                    const QList<Contact>& recipients, const QString& outputFolder,
+                                    bool toEncrypt, bool json);
     [[nodiscard]] QString chooseOutputFolder(const QString& given, const QString& remembered);
 
     CliConsole& m_console;

@@ -15,6 +15,7 @@
 #include <memory>
 
 #include "ServerThread.h"
+#include "storage/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -299,6 +300,21 @@ TEST_F(CliTest, ContactsAndProfileCarryOverToAnOfflineSignIn) {
     laptop.write(u"notes.txt"_s, "offline");
     run = laptop.cli({u"encrypt"_s, u"-r"_s, u"erin"_s, u"notes.txt"_s}, m_url);
     EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+
+    // With the password gone from the store but the key files still there, a run asks for it.
+    run = laptop.cli({u"decrypt"_s, u"--password-stdin"_s, u"notes.txt.tvf"_s}, m_url);
+    ASSERT_EQ(run.exitCode, 0) << "a stored password is used: " << run.err.toStdString();
+    NivoGXUtil::saveNivoCredentials(u"dave"_s, QString());
+    EXPECT_EQ(laptop.cli({u"whoami"_s}, m_url).exitCode, 1);
+    EXPECT_EQ(laptop.cli({u"decrypt"_s, u"notes.txt.tvf"_s}, m_url).exitCode, 1)
+        << "no terminal to ask on";
+    run = laptop.cli({u"decrypt"_s, u"--password-stdin"_s, u"notes.txt.tvf"_s}, m_url, "not it\n");
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.err.startsWith(u"notes.txt.tvf: "_s)) << run.err.toStdString();
+    run = laptop.cli({u"decrypt"_s, u"--password-stdin"_s, u"notes.txt.tvf"_s}, m_url,
+                     kPassword.toUtf8() + '\n');
+    EXPECT_EQ(run.out, u"notes.txt.tvf -> %1/notes(2).txt (from dave)\n"_s.arg(laptop.files()))
+        << run.err.toStdString();
 }
 
 // Checks that refuse before anything is stored or sent.

@@ -128,6 +128,15 @@ bool NivoGXUtil::hasRequiredCredentials() {
     return credentialsAndFilesPresent();
 }
 
+bool NivoGXUtil::hasKeyFiles() {
+    const QString userName = getNivoUsername();
+    if (userName.isEmpty()) {
+        return false;
+    }
+    computeUserPaths(userName);
+    return QFileInfo::exists(state().pfxPath) && QFileInfo::exists(state().certificatePath);
+}
+
 void NivoGXUtil::setNivoProfile() {
     State& s = state();
     NivoProfile profile;

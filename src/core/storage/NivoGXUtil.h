@@ -33,6 +33,9 @@ public:
     static bool generateRequiredDirectory();
     // The same test, without creating folders or loading the profile.
     static bool hasRequiredCredentials();
+    // Whether the stored user name's pfx and certificate files are on disk, a password stored or
+    // not; computes that user's paths. The command-line tool asks for a missing password then.
+    static bool hasKeyFiles();
     // Loads the current profile from the pfx and certificate files of the stored user name.
     static void setNivoProfile();
     // Writes a freshly obtained profile's files and makes it current.
