@@ -159,7 +159,7 @@ std::pair<QString, QString> encryptedContentInfo(const QByteArray& der) {
     }
     reader.enter(*enveloped);
     // version, optional [0] originatorInfo, recipientInfos SET, then EncryptedContentInfo.
-    for (int field = 0; field < 3; ++field) {
+    for (int field = 0; field < 4; ++field) {
         auto e = reader.next();
         if (!e) {
             return {};
