@@ -36,6 +36,7 @@ const char* const kSelectDecryptFolder =
     QT_TRANSLATE_NOOP("FileController", "Select folder to store decrypted file");
 
 constexpr int kStatusColumnWidth = 220;
+constexpr int kProcessWindowMargin = 48;
 
 }  // namespace
 
@@ -213,7 +214,10 @@ void FileController::processStarting(ProcessController* controller, int row) {
     }
     m_processWindow = new ProcessWindow(controller, this);
     m_processWindow->adjustSize();
-    m_processWindow->move(frameGeometry().center() - m_processWindow->rect().center());
+    // Low over the list, so that the first rows, where a run starts, stay in sight.
+    const QRect frame = frameGeometry();
+    m_processWindow->move(frame.center().x() - m_processWindow->width() / 2,
+                          frame.bottom() - m_processWindow->height() - kProcessWindowMargin);
     m_processWindow->show();
 }
 
@@ -233,6 +237,14 @@ void FileController::comeToFront() {
     }
     raise();
     activateWindow();
+    // The windows of a run stay in sight above this one, also where no window manager keeps
+    // them there.
+    for (QWidget* floating : {static_cast<QWidget*>(m_contactController.data()),
+                              static_cast<QWidget*>(m_processWindow.data())}) {
+        if (floating != nullptr && floating->isVisible()) {
+            floating->raise();
+        }
+    }
 }
 
 void FileController::displayAlertBox(const QString& message) {
