@@ -114,6 +114,12 @@ TEST_F(AppDelegateTest, CompleteSignInOpensTheMainWindowAndKeepsBackAVanishedFil
     EXPECT_TRUE(QFileInfo::exists(NivoGXUtil::contactDBPath(QStringLiteral("erin"))));
     ASSERT_TRUE(NivoGXUtil::getNivoProfile().has_value());
     EXPECT_EQ(NivoGXUtil::getNivoProfile()->Pfx, QByteArrayLiteral("key material"));
+
+    // The window's Export Profile button is the menu's action.
+    app.fileController()->findChild<QAction*>(QStringLiteral("exportProfileAction"))->trigger();
+    ASSERT_EQ(prompter.count(), 1);
+    EXPECT_EQ(prompter.last().kind, ScriptedPrompter::Kind::Save);
+    EXPECT_EQ(prompter.last().message, QStringLiteral("Export NIVO Profile to"));
 }
 
 TEST_F(AppDelegateTest, SignOutForgetsThePasswordAndQuits) {

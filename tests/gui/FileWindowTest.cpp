@@ -9,6 +9,7 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QMimeData>
+#include <QProgressBar>
 #include <QThreadPool>
 #include <QToolBar>
 #include <QUrl>
@@ -342,6 +343,27 @@ TEST_F(FileWindowTest, ChooserRefusesTheUserAndReportsAnUnknownName) {
     clickButton(chooser, "cancelButton");
     EXPECT_EQ(statuses(), QStringList{QString()});
     EXPECT_TRUE(idle());
+}
+
+TEST_F(FileWindowTest, ProcessWindowShowsBytesWhenKnownAndBusyOtherwise) {
+    ProcessController run;
+    ProcessWindow progress(&run);
+    auto* bar = progress.findChild<QProgressBar*>(QStringLiteral("progressIndicator"));
+    ASSERT_NE(bar, nullptr);
+    EXPECT_EQ(bar->maximum(), 0) << "busy until the run says how much there is";
+
+    // Sizes beyond what an int holds still fill the bar in proportion.
+    constexpr qint64 kHuge = qint64{6} << 30;
+    Q_EMIT run.progress(kHuge / 4, kHuge);
+    EXPECT_GT(bar->maximum(), 0);
+    EXPECT_EQ(bar->value(), bar->maximum() / 4);
+    Q_EMIT run.progress(0, 0);
+    EXPECT_EQ(bar->maximum(), 0);
+
+    Q_EMIT run.statusChanged(QStringLiteral("Decrypting /a/b.tvf ..."),
+                             QStringLiteral("Decrypting ..."));
+    EXPECT_EQ(progress.statusText(), QStringLiteral("Decrypting /a/b.tvf ..."));
+    EXPECT_EQ(progress.windowTitle(), QStringLiteral("Decrypting ..."));
 }
 
 }  // namespace
