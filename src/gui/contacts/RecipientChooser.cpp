@@ -23,6 +23,8 @@ namespace {
 const char* const kTitle = QT_TRANSLATE_NOOP("RecipientChooser", "Recipients");
 const char* const kHeading =
     QT_TRANSLATE_NOOP("RecipientChooser", "Choose who may open the encrypted files:");
+const char* const kHint = QT_TRANSLATE_NOOP(
+    "RecipientChooser", "A click chooses a contact, a second click leaves it out.");
 const char* const kSearchPlaceholder =
     QT_TRANSLATE_NOOP("RecipientChooser", "NIVO ID to find or add");
 const char* const kFind = QT_TRANSLATE_NOOP("RecipientChooser", "Find");
@@ -53,6 +55,7 @@ RecipientChooser::RecipientChooser(NotificationHub& hub, Prompter& prompter, QWi
     m_progressIndicator->setObjectName(u"progressIndicator"_s);
     // A click toggles one contact; no modifier keys needed to choose several.
     m_tableViewAvailable->setSelectionMode(QAbstractItemView::MultiSelection);
+    m_tableViewAvailable->setSpacing(2);
     m_searchField->setPlaceholderText(tr(kSearchPlaceholder));
     m_searchField->setClearButtonEnabled(true);
     m_progressIndicator->setRange(0, 0);
@@ -89,6 +92,10 @@ RecipientChooser::RecipientChooser(NotificationHub& hub, Prompter& prompter, QWi
     buttons->addWidget(next);
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(new QLabel(tr(kHeading), this));
+    auto* hint = new QLabel(tr(kHint), this);
+    hint->setWordWrap(true);
+    hint->setForegroundRole(QPalette::PlaceholderText);
+    layout->addWidget(hint);
     layout->addWidget(m_tableViewAvailable, 1);
     layout->addLayout(searchRow);
     layout->addLayout(buttons);
