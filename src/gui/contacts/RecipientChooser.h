@@ -28,7 +28,6 @@ public:
 
     [[nodiscard]] const QList<Contact>& contactList() const noexcept { return m_contactList; }
     [[nodiscard]] QList<Contact> selectedList() const;
-    [[nodiscard]] bool isSearching() const noexcept { return m_searches > 0; }
 
 private:
     void reloadContacts(const QList<Contact>& chosen);
