@@ -1,6 +1,5 @@
 #include "contacts/RecipientChooser.h"
 
-#include <QFutureWatcher>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -8,9 +7,9 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QVBoxLayout>
-#include <QtConcurrent>
 #include <algorithm>
 
+#include "shell/Background.h"
 #include "contacts/RecipientChoice.h"
 #include "shell/NotificationHub.h"
 #include "shell/Prompter.h"
@@ -151,12 +150,9 @@ void RecipientChooser::searchNivoID(const QString& text) {
 void RecipientChooser::downloadNivoIDProcess(const QString& text) {
     ++m_searches;
     m_progressIndicator->show();
-    auto* watcher = new QFutureWatcher<NivoProfile>(this);
-    connect(watcher, &QFutureWatcher<NivoProfile>::finished, this, [this, watcher, text] {
-        watcher->deleteLater();
-        downloadFinished(text, watcher->result());
-    });
-    watcher->setFuture(QtConcurrent::run(&RecipientChoice::lookUp, text));
+    runInBackground(
+        this, [text] { return RecipientChoice::lookUp(text); },
+        [this, text](const NivoProfile& answer) { downloadFinished(text, answer); });
 }
 
 void RecipientChooser::downloadFinished(const QString& text, const NivoProfile& answer) {
