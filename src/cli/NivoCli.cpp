@@ -14,7 +14,7 @@
 #include "account/SignIn.h"
 #include "account/SignUp.h"
 #include "contacts/ContactDB.h"
-#include "contacts/RecipientSearch.h"
+#include "contacts/RecipientChoice.h"
 #include "crypto/CmsInspection.h"
 #include "log/LogQuery.h"
 #include "processing/ProcessController.h"
@@ -482,6 +482,29 @@ bool NivoCli::prepareRun(bool passwordFromStdin, QString& password) {
     return true;
 }
 
+bool NivoCli::findRecipient(const QString& typed, Contact& contact, bool& added) {
+    const QString name = RecipientChoice::normalized(typed);
+    added = false;
+    if (RecipientChoice::isSelf(name)) {
+        printAlert(RecipientChoice::unableToAddSelf(), QString());
+        return false;
+    }
+    const QList<Contact> contacts = NivoGXUtil::getContactList();
+    if (const qsizetype at = RecipientChoice::indexOf(contacts, name); at >= 0) {
+        contact = contacts.at(at);
+        return true;
+    }
+    const NivoProfile answer = RecipientChoice::lookUp(name);
+    const std::optional<Contact> looked = RecipientChoice::addLookedUp(name, answer);
+    if (!looked) {
+        printAlert(RecipientChoice::userDoesNotExist(), answer.StatusText);
+        return false;
+    }
+    contact = *looked;
+    added = true;
+    return true;
+}
+
 // --- files ---
 
 QString NivoCli::chooseOutputFolder(const QString& given, const QString& remembered) {
@@ -523,19 +546,16 @@ int NivoCli::encrypt(const QStringList& arguments) {
     }
     QList<Contact> recipients;
     if (parser.isSet(kLastUsedOption)) {
-        recipients = RecipientSearch::rememberedSelection();
+        recipients = RecipientChoice::lastChoice(NivoGXUtil::getContactList());
     }
     for (const QString& nivoId : parser.values(kRecipientOption)) {
-        const RecipientSearch::Result found = RecipientSearch::find(nivoId);
-        if (found.alert) {
-            printAlert(found.alert->message, found.alert->informativeText);
+        Contact found;
+        bool added = false;
+        if (!findRecipient(nivoId, found, added)) {
             return Failure;
         }
-        const bool chosen =
-            std::any_of(recipients.begin(), recipients.end(),
-                        [&found](const Contact& c) { return c.NivoID == found.contact->NivoID; });
-        if (!chosen) {
-            recipients.append(*found.contact);
+        if (RecipientChoice::indexOf(recipients, found.NivoID) < 0) {
+            recipients.append(found);
         }
     }
     const QString folder =
@@ -545,7 +565,7 @@ int NivoCli::encrypt(const QStringList& arguments) {
         return Failure;
     }
     NivoGXUtil::saveSettings(QString(), QString(), QString(), folder, QString());
-    RecipientSearch::rememberSelection(recipients);
+    RecipientChoice::rememberChoice(recipients);
     return processFiles(files, password, recipients, folder, true, parser.isSet(kJsonOption))
                ? Success
                : Failure;
@@ -676,17 +696,16 @@ int NivoCli::contacts(const QStringList& arguments) {
         return Success;
     }
     if (action == kAddAction) {
-        const RecipientSearch::Result found = RecipientSearch::find(argument);
-        if (found.alert) {
-            printAlert(found.alert->message, found.alert->informativeText);
+        Contact found;
+        bool added = false;
+        if (!findRecipient(argument, found, added)) {
             return Failure;
         }
-        m_console.out() << (found.added ? kContactAdded : kContactKnown).arg(found.contact->NivoID)
-                        << Qt::endl;
+        m_console.out() << (added ? kContactAdded : kContactKnown).arg(found.NivoID) << Qt::endl;
         return Success;
     }
     if (action == kRemoveAction) {
-        const QString nivoId = RecipientSearch::normalised(argument);
+        const QString nivoId = RecipientChoice::normalized(argument);
         const QList<Contact> list = NivoGXUtil::getContactList();
         const auto it = std::find_if(list.begin(), list.end(),
                                      [&nivoId](const Contact& c) { return c.NivoID == nivoId; });

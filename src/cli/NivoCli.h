@@ -56,6 +56,9 @@ private:
     // asked for when the key files are there.
     [[nodiscard]] bool prepareRun(bool passwordFromStdin, QString& password);
     void printAlert(const QString& message, const QString& informativeText);
+    // The contact with a typed NIVO ID; an unknown one is looked up on the server and kept.
+    // Reports a refusal and returns false.
+    [[nodiscard]] bool findRecipient(const QString& typed, Contact& contact, bool& added);
 
     // Runs each file through the processing run in turn; false when any of them failed.
     [[nodiscard]] bool processFiles(const QStringList& files, const QString& password,

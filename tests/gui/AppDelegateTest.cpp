@@ -80,7 +80,7 @@ TEST_F(AppDelegateTest, SignUpSignsInAndDeliversTheFilesThatWaited) {
     EXPECT_FALSE(signUp->isVisible());
     EXPECT_EQ(terminate.count(), 0);
     EXPECT_TRUE(menuItemsEnabled(true));
-    EXPECT_EQ(main->fileList(), (QStringList{second, listed1, listed2, offered}));
+    EXPECT_EQ(main->fileList(), (QStringList{listed2, listed1, offered, second}));
     EXPECT_EQ(NivoGXUtil::getNivoUsername(), QStringLiteral("dora"));
     EXPECT_EQ(NivoGXUtil::getNivoPassword(), QStringLiteral("Pass word 1"));
     EXPECT_TRUE(NivoGXUtil::hasRequiredCredentials());
@@ -91,7 +91,7 @@ TEST_F(AppDelegateTest, SignUpSignsInAndDeliversTheFilesThatWaited) {
     // Once the main window is up, files go straight to it.
     const QString later = makeFile(QStringLiteral("later.txt"));
     app.application(later);
-    EXPECT_EQ(main->fileList().constLast(), later);
+    EXPECT_TRUE(main->fileList().contains(later));
     EXPECT_EQ(app.externalFile(), QString());
 }
 
@@ -114,6 +114,12 @@ TEST_F(AppDelegateTest, CompleteSignInOpensTheMainWindowAndKeepsBackAVanishedFil
     EXPECT_TRUE(QFileInfo::exists(NivoGXUtil::contactDBPath(QStringLiteral("erin"))));
     ASSERT_TRUE(NivoGXUtil::getNivoProfile().has_value());
     EXPECT_EQ(NivoGXUtil::getNivoProfile()->Pfx, QByteArrayLiteral("key material"));
+
+    // The window's Export Profile button is the menu's action.
+    app.fileController()->findChild<QAction*>(QStringLiteral("exportProfileAction"))->trigger();
+    ASSERT_EQ(prompter.count(), 1);
+    EXPECT_EQ(prompter.last().kind, ScriptedPrompter::Kind::Save);
+    EXPECT_EQ(prompter.last().message, QStringLiteral("Export NIVO Profile to"));
 }
 
 TEST_F(AppDelegateTest, SignOutForgetsThePasswordAndQuits) {

@@ -13,6 +13,10 @@
 #include "storage/QKKeychain.h"
 #include "storage/QtKeychainStore.h"
 
+void PrintTo(const QString& text, std::ostream* os) {
+    *os << '"' << text.toStdString() << '"';
+}
+
 bool eventually(const std::function<bool()>& condition) {
     // Generous: every wait here ends on an answer from the local server.
     return QTest::qWaitFor(condition, 30000);

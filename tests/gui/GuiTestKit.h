@@ -8,12 +8,16 @@
 #include <QWidget>
 #include <functional>
 #include <memory>
+#include <ostream>
 
 #include "MemorySecretStore.h"
 #include "ScriptedPrompter.h"
 #include "ServerThread.h"
 #include "UserSandbox.h"
 #include "shell/NotificationHub.h"
+
+// Readable failure messages for texts and lists of texts.
+void PrintTo(const QString& text, std::ostream* os);
 
 // Waits, with the event loop running, until the condition holds; false if it never does.
 [[nodiscard]] bool eventually(const std::function<bool()>& condition);

@@ -60,7 +60,9 @@ int FileListModel::columnCount(const QModelIndex& parent) const {
 }
 
 QVariant FileListModel::data(const QModelIndex& index, int role) const {
-    if (role != Qt::DisplayRole || !index.isValid() || index.row() >= m_fileList.size()) {
+    // The tooltip shows what a narrow column cuts short: a long path or failure text.
+    if ((role != Qt::DisplayRole && role != Qt::ToolTipRole) || !index.isValid() ||
+        index.row() >= m_fileList.size()) {
         return {};
     }
     const FileDetails& entry = m_fileList.at(index.row());

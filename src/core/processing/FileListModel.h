@@ -10,8 +10,7 @@
 #include "account/NivoProfile.h"
 #include "contacts/Contact.h"
 #include "processing/FileDetails.h"
-
-class ProcessController;
+#include "processing/ProcessController.h"
 
 // The file queue behind the main window's list: the rows with their statuses, which files an
 // Encrypt or Decrypt marks, and the run that hands them one at a time to a ProcessController and

@@ -5,10 +5,10 @@
 #include <QFutureWatcher>
 #include <QLoggingCategory>
 #include <QPointer>
-#include <QPromise>
 #include <QThreadPool>
 #include <QtConcurrent/QtConcurrentRun>
 #include <algorithm>
+#include <functional>
 #include <limits>
 #include <new>
 #include <optional>
@@ -140,18 +140,19 @@ QString decryptedName(const QString& fileName) {
     return name.isEmpty() ? fileName : name;
 }
 
+// Called on the worker thread with bytes done and the total; a total of 0 means "busy, amount
+// unknown".
+using ProgressReport = std::function<void(qint64 done, qint64 total)>;
+
 // Reads the whole input, reporting progress in pieces of kReadChunk; "" or the failure text.
-QString readInput(const QString& path, QByteArray& data, QPromise<Outcome>& promise) {
+QString readInput(const QString& path, QByteArray& data, const ProgressReport& report) {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
         return ProcessController::kCannotRead.arg(path, file.errorString());
     }
     const qint64 size = file.size();
-    const qint64 pieces = (size + kReadChunk - 1) / kReadChunk;
-    promise.setProgressRange(
-        0, static_cast<int>(std::min<qint64>(pieces, std::numeric_limits<int>::max())));
     data.reserve(size);
-    int piecesRead = 0;
+    report(0, size);
     while (!file.atEnd()) {
         const QByteArray piece = file.read(kReadChunk);
         if (piece.isEmpty() && file.error() != QFileDevice::NoError) {
@@ -161,23 +162,21 @@ QString readInput(const QString& path, QByteArray& data, QPromise<Outcome>& prom
             break;
         }
         data.append(piece);
-        if (piecesRead < std::numeric_limits<int>::max()) {
-            promise.setProgressValue(++piecesRead);
-        }
+        report(data.size(), std::max(size, data.size()));
     }
     return {};
 }
 
-Outcome work(const Job& job, QPromise<Outcome>& promise) {
+Outcome work(const Job& job, const ProgressReport& report) {
     Outcome outcome;
     try {
         QByteArray data;
-        outcome.text = readInput(job.inputPath, data, promise);
+        outcome.text = readInput(job.inputPath, data, report);
         if (!outcome.text.isEmpty()) {
             return outcome;
         }
         // The crypto layer does not say how far it is.
-        promise.setProgressRange(0, 0);
+        report(0, 0);
         if (job.toEncrypt) {
             outcome.text = NivoCryptoOperation::encryptData(data, job.profile, job.password,
                                                             job.certificates, job.outputPath);
@@ -261,7 +260,6 @@ void ProcessController::processFile(const QString& inputPath, const NivoProfile&
     m_outputPath =
         generateOutputFilePath(outputFolder, PathText::lastComponent(inputPath), toEncrypt);
     m_userNivoId = NivoGXUtil::getNivoUsername();
-    m_inputSize = QFileInfo(inputPath).size();
     m_running = true;
 
     if (toEncrypt) {
@@ -303,10 +301,6 @@ void ProcessController::startInBackground(QList<QByteArray> certificates) {
 
     // Parentless: it must outlive this controller until the work is done.
     auto* watcher = new QFutureWatcher<Outcome>;
-    connect(watcher, &QFutureWatcherBase::progressRangeChanged, this,
-            [this](int, int maximum) { reportProgressRange(maximum); });
-    connect(watcher, &QFutureWatcherBase::progressValueChanged, this,
-            [this](int value) { reportProgressValue(value); });
     connect(watcher, &QFutureWatcherBase::finished, watcher,
             [watcher, self, toEncrypt, inputPath, outputPath, encryptionNames] {
                 const Outcome outcome = watcher->result();
@@ -330,26 +324,21 @@ void ProcessController::startInBackground(QList<QByteArray> certificates) {
                 }
             });
 
+    // Every report is queued to the watcher's thread, in order and before the completion, so
+    // none is lost or merged however fast the work runs; they stop with this controller.
+    const ProgressReport report = [watcher, self](qint64 done, qint64 total) {
+        QMetaObject::invokeMethod(
+            watcher,
+            [self, done, total] {
+                if (self) {
+                    Q_EMIT self->progress(done, total);
+                }
+            },
+            Qt::QueuedConnection);
+    };
     Q_EMIT progress(0, 0);
     watcher->setFuture(QtConcurrent::run(QThreadPool::globalInstance(),
-                                         [job = std::move(job)](QPromise<Outcome>& promise) {
-                                             promise.addResult(work(job, promise));
-                                         }));
-}
-
-void ProcessController::reportProgressRange(int maximum) {
-    m_progressMaximum = maximum;
-    Q_EMIT progress(0, maximum == 0 ? 0 : m_inputSize);
-}
-
-void ProcessController::reportProgressValue(int value) {
-    if (m_progressMaximum == 0) {
-        return;
-    }
-    const qint64 done = value >= m_progressMaximum
-                            ? m_inputSize
-                            : std::min(qint64{value} * kReadChunk, m_inputSize);
-    Q_EMIT progress(done, m_inputSize);
+                                         [job = std::move(job), report] { return work(job, report); }));
 }
 
 void ProcessController::cancel() {

@@ -87,8 +87,6 @@ private:
     void encryptProcess(const QList<QByteArray>& certificates);
     void decryptProcess();
     void startInBackground(QList<QByteArray> certificates);
-    void reportProgressRange(int maximum);
-    void reportProgressValue(int value);
     // The recipients' NIVO IDs followed by the user's, as an encryption's log line names them.
     [[nodiscard]] QStringList encryptionLogNames() const;
 
@@ -102,6 +100,4 @@ private:
     QString m_sender;
     bool m_started = false;
     bool m_running = false;
-    qint64 m_inputSize = 0;
-    int m_progressMaximum = 0;
 };

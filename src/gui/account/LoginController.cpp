@@ -2,7 +2,6 @@
 
 #include <QCloseEvent>
 #include <QFormLayout>
-#include <QFutureWatcher>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -10,8 +9,8 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QVBoxLayout>
-#include <QtConcurrent>
 
+#include "shell/Background.h"
 #include "account/RegisterController.h"
 #include "account/SignIn.h"
 #include "shell/NotificationHub.h"
@@ -158,13 +157,11 @@ void LoginController::login() {
 
 void LoginController::loginProcess(const QString& loginName, const QString& password) {
     m_isProcessing = true;
-    auto* watcher = new QFutureWatcher<NivoProfile>(this);
-    connect(watcher, &QFutureWatcher<NivoProfile>::finished, this,
-            [this, watcher, loginName, password] {
-                watcher->deleteLater();
-                loginFinished(loginName, password, watcher->result());
-            });
-    watcher->setFuture(QtConcurrent::run(&SignIn::requestProfile, loginName, password));
+    runInBackground(
+        this, [loginName, password] { return SignIn::requestProfile(loginName, password); },
+        [this, loginName, password](const NivoProfile& profile) {
+            loginFinished(loginName, password, profile);
+        });
 }
 
 void LoginController::loginFinished(const QString& loginName, const QString& password,

@@ -1,15 +1,14 @@
 #include "account/RegisterController.h"
 
 #include <QFormLayout>
-#include <QFutureWatcher>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QVBoxLayout>
-#include <QtConcurrent>
 
+#include "shell/Background.h"
 #include "account/SignIn.h"
 #include "account/SignUp.h"
 #include "shell/NotificationHub.h"
@@ -133,13 +132,11 @@ void RegisterController::registerAccount() {
 
 void RegisterController::registerProcess(const QString& loginName, const QString& password) {
     m_isProcessing = true;
-    auto* watcher = new QFutureWatcher<QString>(this);
-    connect(watcher, &QFutureWatcher<QString>::finished, this,
-            [this, watcher, loginName, password] {
-                watcher->deleteLater();
-                registrationFinished(loginName, password, watcher->result());
-            });
-    watcher->setFuture(QtConcurrent::run(&SignUp::createAccount, loginName, password));
+    runInBackground(
+        this, [loginName, password] { return SignUp::createAccount(loginName, password); },
+        [this, loginName, password](const QString& statusText) {
+            registrationFinished(loginName, password, statusText);
+        });
 }
 
 void RegisterController::registrationFinished(const QString& loginName, const QString& password,

@@ -1,44 +1,71 @@
 #pragma once
 
 #include <QMainWindow>
+#include <QPointer>
 #include <QStringList>
 
-class NotificationHub;
-class Prompter;
-class QLabel;
-class QListWidget;
+#include "contacts/Contact.h"
 
-// The main window of a signed-in user. For now it lists the files handed to the application and
-// offers sign-out; the queue table and its processing come with the processing run.
+class CustomFileTableView;
+class FileListModel;
+class NotificationHub;
+class ProcessController;
+class ProcessWindow;
+class Prompter;
+class QAction;
+class QLabel;
+class RecipientChooser;
+
+// The main window of a signed-in user: the list of files with their statuses, and the buttons
+// that add files, encrypt or decrypt them one after another, export the profile and sign out.
+// The queue and its rules are the FileListModel's; this window asks the questions and shows a
+// small window for each file being processed.
 class FileController final : public QMainWindow {
     Q_OBJECT
 
 public:
     FileController(NotificationHub& hub, Prompter& prompter, QWidget* parent = nullptr);
+    ~FileController() override;
 
+    void FileButtonTapped();
+    void EncryptButtonTapped();
+    void DecryptButtonTapped();
     void LogoutButtonTapped();
     void handleExternalFile(const QString& result);
     void handleExternalFileArray(const QStringList& result);
+    void handleRecipientSelectionComplete(const QList<Contact>& result);
 
-    [[nodiscard]] const QStringList& fileList() const noexcept { return m_fileList; }
+    [[nodiscard]] FileListModel& model() const noexcept { return *m_model; }
+    // The listed paths, in display order.
+    [[nodiscard]] QStringList fileList() const;
+    [[nodiscard]] CustomFileTableView* fileTableView() const noexcept { return m_fileTableView; }
+    // The window of the file being processed, or of the recipient choice; null when none is open.
+    [[nodiscard]] ProcessWindow* processWindow() const;
+    [[nodiscard]] RecipientChooser* recipientChooser() const;
 
 Q_SIGNALS:
     // Sign-out or a closed window: the application should quit.
     void terminateRequested();
+    // The Export Profile button: the application's menu action does the work.
+    void exportProfileRequested();
 
 protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
     void windowDidLoad();
-    // Adds a path unless the list already holds exactly that path.
-    void addPath(const QString& path);
+    QAction* addToolBarAction(const char* text, const char* name, void (FileController::*slot)());
+    void processStarting(ProcessController* controller, int row);
+    void askToClearList(const QString& informativeText);
+    void displayAlertBox(const QString& message);
     void comeToFront();
 
     NotificationHub& m_hub;
     Prompter& m_prompter;
+    FileListModel* m_model;
+    CustomFileTableView* m_fileTableView;
     QLabel* m_userToolBarItem;
-    QListWidget* m_fileTableView;
-    QStringList m_fileList;
+    QPointer<ProcessWindow> m_processWindow;
+    QPointer<RecipientChooser> m_contactController;
     bool m_terminating = false;
 };

@@ -122,6 +122,8 @@ void AppDelegate::showMainWindow() {
     installMenu(m_fileController->menuBar());
     connect(m_fileController.get(), &FileController::terminateRequested, this,
             &AppDelegate::terminateRequested);
+    connect(m_fileController.get(), &FileController::exportProfileRequested, this,
+            &AppDelegate::exportNivoProfile);
     showCentred(m_fileController.get());
 }
 

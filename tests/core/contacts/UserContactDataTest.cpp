@@ -7,10 +7,12 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <algorithm>
 
 #include "SqliteShell.h"
 #include "UserSandbox.h"
 #include "contacts/ContactDB.h"
+#include "contacts/RecipientChoice.h"
 #include "storage/NivoGXUtil.h"
 
 namespace {
@@ -216,6 +218,38 @@ TEST_F(UserContactDataTest, AProfileFileCarriesContactsAndPresetsToANewDatabase)
     EXPECT_EQ(NivoGXUtil::getContactList().size(), 2);
     EXPECT_EQ(NivoGXUtil::GetContactPreset(),
               (QList<ContactPreset>{{QStringLiteral("last used contacts"), {carol, bob}}}));
+}
+
+TEST_F(UserContactDataTest, TheLastRecipientChoiceComesBackInOrderWithoutDeletedContacts) {
+    const qint64 bob =
+        NivoGXUtil::addContact(contact(QStringLiteral("bob"), QStringLiteral("Bob"), "b"));
+    const qint64 carol =
+        NivoGXUtil::addContact(contact(QStringLiteral("carol"), QStringLiteral("Carol"), "c"));
+    const qint64 dave =
+        NivoGXUtil::addContact(contact(QStringLiteral("dave"), QStringLiteral("Dave"), "d"));
+    QList<Contact> all = NivoGXUtil::getContactList();
+    auto withId = [&all](qint64 id) {
+        return *std::find_if(all.cbegin(), all.cend(),
+                             [id](const Contact& c) { return c.ID == id; });
+    };
+    RecipientChoice::rememberChoice({withId(dave), withId(bob), withId(carol)});
+    NivoGXUtil::deleteContact(bob);
+    all = NivoGXUtil::getContactList();
+    const QList<Contact> chosen = RecipientChoice::lastChoice(all);
+    ASSERT_EQ(chosen.size(), 2);
+    EXPECT_EQ(chosen.at(0).ID, dave);
+    EXPECT_EQ(chosen.at(1).ID, carol);
+
+    // A person found at the server is kept under the name searched for.
+    NivoProfile found;
+    found.Cer = QByteArrayLiteral("erin's certificate");
+    const auto erin = RecipientChoice::addLookedUp(QStringLiteral("erin"), found);
+    ASSERT_TRUE(erin.has_value());
+    EXPECT_GT(erin->ID, 0);
+    EXPECT_GE(RecipientChoice::indexOf(NivoGXUtil::getContactList(), QStringLiteral("erin")), 0);
+    found.StatusText = QStringLiteral("Username not registered");
+    EXPECT_FALSE(RecipientChoice::addLookedUp(QStringLiteral("frank"), found).has_value());
+    EXPECT_EQ(RecipientChoice::indexOf(NivoGXUtil::getContactList(), QStringLiteral("frank")), -1);
 }
 
 }  // namespace

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QStringList>
+#include <QTableView>
+#include <functional>
+
+// The main window's file table. The delete keys remove the selected file when the window
+// agrees, and files dropped on the table are passed on as paths.
+class CustomFileTableView final : public QTableView {
+    Q_OBJECT
+
+public:
+    // Answers whether the selected row (-1: none) was removed; a removed row consumes the key.
+    using DeleteKeyHandler = std::function<bool(int selectedRow)>;
+
+    explicit CustomFileTableView(QWidget* parent = nullptr);
+
+    void setDeleteKeyHandler(DeleteKeyHandler handler) { m_deleteKeyHandler = std::move(handler); }
+    [[nodiscard]] static bool eventIsDeleteKeyPressed(const QKeyEvent* event);
+    [[nodiscard]] int selectedRow() const;
+
+Q_SIGNALS:
+    // Local paths of everything dropped, as dragged; the receiver decides which to keep.
+    void filesDropped(const QStringList& paths);
+
+protected:
+    void keyPressEvent(QKeyEvent* event) override;
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dragMoveEvent(QDragMoveEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
+
+private:
+    DeleteKeyHandler m_deleteKeyHandler;
+};

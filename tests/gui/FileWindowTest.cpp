@@ -1,0 +1,369 @@
+// The main window's file list driven like a user would: files added, encrypted for a contact
+// found at the real account server, decrypted by that contact; the questions of the buttons, the
+// delete keys during a run, and the window of the file being processed.
+#include <QAction>
+#include <QDir>
+#include <QDropEvent>
+#include <QFile>
+#include <QFileInfo>
+#include <QLabel>
+#include <QListWidget>
+#include <QMimeData>
+#include <QProgressBar>
+#include <QThreadPool>
+#include <QToolBar>
+#include <QUrl>
+
+#include "GuiTestKit.h"
+#include "account/SignIn.h"
+#include "contacts/RecipientChooser.h"
+#include "filelist/CustomFileTableView.h"
+#include "filelist/FileController.h"
+#include "processing/FileListModel.h"
+#include "processing/ProcessController.h"
+#include "processing/ProcessWindow.h"
+#include "storage/NivoGXUtil.h"
+
+namespace {
+
+using Kind = ScriptedPrompter::Kind;
+
+class FileWindowTest : public GuiTest {
+protected:
+    void TearDown() override {
+        window.reset();
+        // A cancelled run's work goes on; it must not write into the next test's folders.
+        QThreadPool::globalInstance()->waitForDone();
+        QCoreApplication::sendPostedEvents();
+        GuiTest::TearDown();
+    }
+
+    // An account at the server, signed in the way the sign-in window does it.
+    static void signIn(const QString& name) {
+        const NivoProfile profile = SignIn::requestProfile(name, QStringLiteral("pw"));
+        ASSERT_TRUE(profile.isUsable()) << profile.StatusText.toStdString();
+        SignIn::keep(name, QStringLiteral("pw"), profile);
+    }
+
+    void openWindow() {
+        window = std::make_unique<FileController>(hub, prompter);
+        window->show();
+    }
+
+    void clickToolBar(const char* action) const {
+        auto* item = window->findChild<QAction*>(QString::fromLatin1(action));
+        ASSERT_NE(item, nullptr) << action;
+        QWidget* button = window->findChild<QToolBar*>()->widgetForAction(item);
+        ASSERT_NE(button, nullptr) << action;
+        QTest::mouseClick(button, Qt::LeftButton);
+    }
+
+    [[nodiscard]] QString folder(const QString& name) const {
+        const QString path = QDir(sandbox.root()).filePath(name);
+        QDir().mkpath(path);
+        return path;
+    }
+
+    [[nodiscard]] QString writeFile(const QString& name, const QByteArray& content) const {
+        const QString path = QDir(folder(QStringLiteral("in"))).filePath(name);
+        QFile file(path);
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(content);
+        return path;
+    }
+
+    [[nodiscard]] QStringList statuses() const {
+        QStringList result;
+        for (const FileDetails& entry : window->model().fileList()) {
+            result.append(entry.status);
+        }
+        return result;
+    }
+
+    [[nodiscard]] bool idle() const { return !window->model().isProcessing(); }
+
+    // The log's lines without their date and time: "Encrypt | /path | bob,alice | Success".
+    [[nodiscard]] static QStringList loggedEvents() {
+        QFile file(NivoGXUtil::logPath());
+        if (!file.open(QIODevice::ReadOnly)) {
+            return {};
+        }
+        QStringList events;
+        for (const QString& line :
+             QString::fromUtf8(file.readAll()).split(u'\n', Qt::SkipEmptyParts)) {
+            events.append(line.section(QStringLiteral(" | "), 2));
+        }
+        return events;
+    }
+
+    void pressKey(Qt::Key key, int row) const {
+        CustomFileTableView* table = window->fileTableView();
+        table->selectRow(row);
+        QTest::keyClick(table, key);
+    }
+
+    void drop(const QStringList& paths) const {
+        QMimeData data;
+        QList<QUrl> urls;
+        for (const QString& path : paths) {
+            urls.append(QUrl::fromLocalFile(path));
+        }
+        data.setUrls(urls);
+        QWidget* viewport = window->fileTableView()->viewport();
+        const QPoint at = viewport->rect().center();
+        // The drag enters first, which makes the table the drop's target.
+        QDragEnterEvent enter(at, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(viewport, &enter);
+        ASSERT_TRUE(enter.isAccepted());
+        QDropEvent event(QPointF(at), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(viewport, &event);
+    }
+
+    std::unique_ptr<FileController> window;
+};
+
+TEST_F(FileWindowTest, FilesEncryptedForAContactOpenForThatContact) {
+    createAccount(QStringLiteral("bob"), QStringLiteral("pw"));
+    createAccount(QStringLiteral("alice"), QStringLiteral("pw"));
+    signIn(QStringLiteral("alice"));
+    openWindow();
+    EXPECT_EQ(window->findChild<QLabel*>(QStringLiteral("userToolBarItem"))->text(),
+              QStringLiteral("alice"));
+
+    const QString c = writeFile(QStringLiteral("c.txt"), "third");
+    const QString a = writeFile(QStringLiteral("a.txt"), "first");
+    const QString b = writeFile(QStringLiteral("B.txt"), "second");
+    const QString gone = writeFile(QStringLiteral("d.txt"), "fourth");
+    prompter.answerOpen({c, a, b, gone});
+    clickToolBar("addFilesAction");
+    ASSERT_EQ(prompter.count(), 1);
+    EXPECT_EQ(prompter.last().message, QStringLiteral("Select files for encryption/decryption"));
+    EXPECT_TRUE(prompter.last().openPanel.multipleSelection);
+    EXPECT_FALSE(prompter.last().openPanel.chooseFolders);
+    EXPECT_EQ(window->fileList(), (QStringList{a, b, c, gone})) << "sorted by name, any case";
+    EXPECT_EQ(NivoGXUtil::getLastInputFolder(), folder(QStringLiteral("in")));
+    QFile::remove(gone);
+
+    clickToolBar("encryptAction");
+    RecipientChooser* chooser = window->recipientChooser();
+    ASSERT_NE(chooser, nullptr);
+    EXPECT_TRUE(chooser->isVisible());
+    EXPECT_TRUE(chooser->contactList().isEmpty());
+    auto* search = chooser->findChild<QLineEdit*>(QStringLiteral("searchField"));
+    QTest::keyClicks(search, QStringLiteral(" Bob "));
+    QTest::keyClick(search, Qt::Key_Return);
+    ASSERT_TRUE(eventually([&] { return !chooser->contactList().isEmpty(); }));
+    EXPECT_EQ(chooser->contactList().constFirst().NivoID, QStringLiteral("bob"));
+    EXPECT_TRUE(chooser->selectedList().isEmpty()) << "a found person is offered, not chosen";
+    auto* contacts = chooser->findChild<QListWidget*>(QStringLiteral("tableViewAvailable"));
+    QTest::mouseClick(contacts->viewport(), Qt::LeftButton, {},
+                      contacts->visualItemRect(contacts->item(0)).center());
+    ASSERT_EQ(chooser->selectedList().size(), 1);
+
+    const QString out = folder(QStringLiteral("out"));
+    prompter.clear();
+    prompter.answerOpen({out});
+    clickButton(chooser, "nextButton");
+    ASSERT_EQ(prompter.count(), 1);
+    EXPECT_EQ(prompter.last().message, QStringLiteral("Select folder to store encrypted files"));
+    EXPECT_TRUE(prompter.last().openPanel.chooseFolders);
+    EXPECT_TRUE(prompter.last().openPanel.canCreateFolders);
+    EXPECT_EQ(NivoGXUtil::getLastOutputEncryptFolder(), out);
+    EXPECT_TRUE(window->recipientChooser() == nullptr || !window->recipientChooser()->isVisible());
+
+    ASSERT_TRUE(eventually([&] { return idle(); }));
+    EXPECT_EQ(window->fileList(), QStringList{gone});
+    EXPECT_EQ(statuses(), QStringList{QStringLiteral("File no longer exists.")});
+    EXPECT_EQ(QDir(out).entryList(QDir::Files, QDir::Name),
+              (QStringList{QStringLiteral("B.txt.tvf"), QStringLiteral("a.txt.tvf"),
+                           QStringLiteral("c.txt.tvf")}));
+    EXPECT_TRUE(loggedEvents().contains(QStringLiteral("Encrypt | ") + a +
+                                        QStringLiteral(" | bob,alice | Success")))
+        << loggedEvents().join(u'\n').toStdString();
+    EXPECT_EQ(prompter.count(), 1);
+
+    // The next choice starts from this one.
+    window->handleExternalFile(writeFile(QStringLiteral("e.txt"), "fifth"));
+    clickToolBar("encryptAction");
+    ASSERT_NE(window->recipientChooser(), nullptr);
+    ASSERT_EQ(window->recipientChooser()->selectedList().size(), 1);
+    EXPECT_EQ(window->recipientChooser()->selectedList().constFirst().NivoID,
+              QStringLiteral("bob"));
+    clickButton(window->recipientChooser(), "cancelButton");
+    window.reset();
+
+    // Bob opens them in a window of his own.
+    signIn(QStringLiteral("bob"));
+    openWindow();
+    const QStringList protectedFiles{QDir(out).filePath(QStringLiteral("a.txt.tvf")),
+                                     QDir(out).filePath(QStringLiteral("B.txt.tvf")),
+                                     QDir(out).filePath(QStringLiteral("c.txt.tvf"))};
+    hub.postHandleExternalFileArray(protectedFiles);
+    const QString plain = folder(QStringLiteral("plain"));
+    prompter.clear();
+    prompter.answerOpen({plain});
+    clickToolBar("decryptAction");
+    ASSERT_EQ(prompter.count(), 1);
+    EXPECT_EQ(prompter.last().message, QStringLiteral("Select folder to store decrypted file"));
+    EXPECT_TRUE(prompter.last().openPanel.chooseFolders);
+    ASSERT_TRUE(eventually([&] { return idle(); }));
+    EXPECT_EQ(window->model().rowCount(), 0) << statuses().join(u'/').toStdString();
+    EXPECT_EQ(NivoGXUtil::getLastOutputDecryptFolder(), plain);
+    QFile first(QDir(plain).filePath(QStringLiteral("a.txt")));
+    ASSERT_TRUE(first.open(QIODevice::ReadOnly));
+    EXPECT_EQ(first.readAll(), QByteArrayLiteral("first"));
+    EXPECT_EQ(QDir(plain).entryList(QDir::Files).size(), 3);
+    EXPECT_TRUE(loggedEvents().contains(QStringLiteral("Decrypt | ") + protectedFiles.at(0) +
+                                        QStringLiteral(" | alice | Success")))
+        << loggedEvents().join(u'\n').toStdString();
+}
+
+TEST_F(FileWindowTest, DuringARunTheFileBeingProcessedStaysAndCancelEndsItsTurn) {
+    createAccount(QStringLiteral("alice"), QStringLiteral("pw"));
+    signIn(QStringLiteral("alice"));
+    openWindow();
+    const QString x = writeFile(QStringLiteral("x.txt"), "x");
+    const QString y = writeFile(QStringLiteral("y.txt"), "y");
+    const QString z = writeFile(QStringLiteral("z.txt"), "z");
+    hub.postHandleExternalFileArray({z, y, x});
+
+    clickToolBar("encryptAction");
+    ASSERT_NE(window->recipientChooser(), nullptr);
+    prompter.answerAsk(true);
+    prompter.answerOpen({folder(QStringLiteral("out"))});
+    clickButton(window->recipientChooser(), "nextButton");
+    ASSERT_EQ(prompter.count(), 2);
+    EXPECT_EQ(prompter.prompts().at(0).kind, Kind::Ask);
+    EXPECT_EQ(prompter.prompts().at(0).message,
+              QStringLiteral("Do you wish to proceed without other recipients?"));
+    EXPECT_EQ(prompter.prompts().at(0).informativeText, QStringLiteral("No recipients selected"));
+
+    // The first file's turn has begun; its work ends only once the event loop runs.
+    EXPECT_EQ(statuses(),
+              (QStringList{QStringLiteral("Encrypting"), QStringLiteral("Pending encryption"),
+                           QStringLiteral("Pending encryption")}));
+    ProcessWindow* progress = window->processWindow();
+    ASSERT_NE(progress, nullptr);
+    EXPECT_TRUE(progress->isVisible());
+    EXPECT_EQ(progress->statusText(), QStringLiteral("Encrypting %1 ...").arg(x));
+    EXPECT_EQ(progress->windowTitle(), QStringLiteral("Encrypting ..."));
+
+    pressKey(Qt::Key_Delete, 0);
+    EXPECT_EQ(window->model().rowCount(), 3) << "the file being processed cannot be removed";
+    pressKey(Qt::Key_Backspace, 2);
+    EXPECT_EQ(window->fileList(), (QStringList{x, y}));
+
+    clickButton(progress, "cancelButton");
+    EXPECT_EQ(statuses(),
+              (QStringList{QStringLiteral("Encryption cancelled"), QStringLiteral("Encrypting")}));
+    ASSERT_NE(window->processWindow(), nullptr);
+    EXPECT_NE(window->processWindow(), progress) << "each file has a window of its own";
+    EXPECT_EQ(window->processWindow()->statusText(), QStringLiteral("Encrypting %1 ...").arg(y));
+
+    ASSERT_TRUE(eventually([&] { return idle(); }));
+    EXPECT_EQ(window->fileList(), QStringList{x});
+    EXPECT_TRUE(eventually([&] { return window->processWindow() == nullptr; }));
+    // The cancelled work still ends with a line of its own.
+    ASSERT_TRUE(eventually([&] { return loggedEvents().size() == 3; }));
+    EXPECT_EQ(loggedEvents().constFirst(),
+              QStringLiteral("Encrypt | %1 | alice | Cancelled").arg(x));
+}
+
+TEST_F(FileWindowTest, ButtonsWithNothingToDoSayWhyAndOfferToClearTheList) {
+    createAccount(QStringLiteral("alice"), QStringLiteral("pw"));
+    signIn(QStringLiteral("alice"));
+    openWindow();
+    clickToolBar("encryptAction");
+    clickToolBar("decryptAction");
+    ASSERT_EQ(prompter.count(), 2);
+    EXPECT_EQ(prompter.prompts().at(0).kind, Kind::Alert);
+    EXPECT_EQ(prompter.prompts().at(0).message, QStringLiteral("No files to encrypt"));
+    EXPECT_EQ(prompter.prompts().at(1).message, QStringLiteral("No files to decrypt"));
+
+    // Only files count in a drop, each once.
+    const QString report = writeFile(QStringLiteral("report.txt"), "r");
+    drop({report, folder(QStringLiteral("in")), QStringLiteral("/no/such/file.tvf"), report});
+    EXPECT_EQ(window->fileList(), QStringList{report});
+
+    prompter.clear();
+    clickToolBar("decryptAction");  // answered "No"
+    ASSERT_EQ(prompter.count(), 1);
+    EXPECT_EQ(prompter.last().kind, Kind::Ask);
+    EXPECT_EQ(prompter.last().message,
+              QStringLiteral("Do you wish to remove all files in the list?"));
+    EXPECT_EQ(prompter.last().informativeText, QStringLiteral("No files to decrypt"));
+    EXPECT_EQ(window->fileList(), QStringList{report});
+
+    // A protected file that went away before its turn is the only one to decrypt.
+    pressKey(Qt::Key_Delete, 0);
+    const QString gone = QDir(sandbox.root()).filePath(QStringLiteral("gone.txt.tvf"));
+    window->handleExternalFile(gone);
+    const QString plain = folder(QStringLiteral("plain"));
+    NivoGXUtil::saveSettings(QString(), QString(), QString(), QString(), plain);
+    prompter.clear();
+    prompter.answerOpen({plain});
+    clickToolBar("decryptAction");
+    ASSERT_EQ(prompter.count(), 1);
+    EXPECT_EQ(prompter.last().openPanel.startFolder, plain);
+    EXPECT_TRUE(idle());
+    EXPECT_EQ(statuses(), QStringList{QStringLiteral("File no longer exists.")});
+
+    // Every row has its outcome: nothing left to encrypt.
+    prompter.answerAsk(true);
+    clickToolBar("encryptAction");
+    EXPECT_EQ(prompter.last().message,
+              QStringLiteral("Do you wish to remove all files in the list?"));
+    EXPECT_EQ(prompter.last().informativeText, QStringLiteral("No files to encrypt"));
+    EXPECT_EQ(window->model().rowCount(), 0);
+    EXPECT_EQ(window->recipientChooser(), nullptr);
+}
+
+TEST_F(FileWindowTest, ChooserRefusesTheUserAndReportsAnUnknownName) {
+    createAccount(QStringLiteral("alice"), QStringLiteral("pw"));
+    signIn(QStringLiteral("alice"));
+    openWindow();
+    window->handleExternalFile(writeFile(QStringLiteral("a.txt"), "a"));
+    clickToolBar("encryptAction");
+    RecipientChooser* chooser = window->recipientChooser();
+    ASSERT_NE(chooser, nullptr);
+
+    chooser->searchNivoID(QStringLiteral(" ALICE\n"));
+    ASSERT_EQ(prompter.count(), 1);
+    EXPECT_EQ(prompter.last().message, QStringLiteral("Unable to add self."));
+
+    chooser->searchNivoID(QStringLiteral("nobody"));
+    EXPECT_TRUE(busy(chooser));
+    ASSERT_TRUE(eventually([&] { return prompter.count() == 2; }));
+    EXPECT_EQ(prompter.last().message, QStringLiteral("User does not exists"));
+    EXPECT_FALSE(prompter.last().informativeText.isEmpty());
+    EXPECT_FALSE(busy(chooser));
+    EXPECT_TRUE(chooser->contactList().isEmpty());
+
+    // Closing the choice leaves the list as it was.
+    clickButton(chooser, "cancelButton");
+    EXPECT_EQ(statuses(), QStringList{QString()});
+    EXPECT_TRUE(idle());
+}
+
+TEST_F(FileWindowTest, ProcessWindowShowsBytesWhenKnownAndBusyOtherwise) {
+    ProcessController run;
+    ProcessWindow progress(&run);
+    auto* bar = progress.findChild<QProgressBar*>(QStringLiteral("progressIndicator"));
+    ASSERT_NE(bar, nullptr);
+    EXPECT_EQ(bar->maximum(), 0) << "busy until the run says how much there is";
+
+    // Sizes beyond what an int holds still fill the bar in proportion.
+    constexpr qint64 kHuge = qint64{6} << 30;
+    Q_EMIT run.progress(kHuge / 4, kHuge);
+    EXPECT_GT(bar->maximum(), 0);
+    EXPECT_EQ(bar->value(), bar->maximum() / 4);
+    Q_EMIT run.progress(0, 0);
+    EXPECT_EQ(bar->maximum(), 0);
+
+    Q_EMIT run.statusChanged(QStringLiteral("Decrypting /a/b.tvf ..."),
+                             QStringLiteral("Decrypting ..."));
+    EXPECT_EQ(progress.statusText(), QStringLiteral("Decrypting /a/b.tvf ..."));
+    EXPECT_EQ(progress.windowTitle(), QStringLiteral("Decrypting ..."));
+}
+
+}  // namespace
