@@ -269,20 +269,21 @@ void NivoCli::printGlobalHelp() {
     m_console.out() << text << Qt::flush;
 }
 
-bool NivoCli::parse(QCommandLineParser& parser, const Command& command,
-                    const QStringList& arguments, bool& help) {
-    parser.setApplicationDescription(command.description);
+std::optional<int> NivoCli::parse(QCommandLineParser& parser, const QStringList& arguments,
+                                  std::optional<qsizetype> positionalCount) {
+    parser.setApplicationDescription(m_command->description);
     const QCommandLineOption helpOption = parser.addHelpOption();
-    help = false;
     if (!parser.parse(arguments)) {
-        (void)usageError(parser.errorText(), helpText(parser));
-        return false;
+        return usageError(parser.errorText(), helpText(parser));
     }
     if (parser.isSet(helpOption)) {
         m_console.out() << helpText(parser) << Qt::flush;
-        help = true;
+        return Success;
     }
-    return true;
+    if (positionalCount && parser.positionalArguments().size() != *positionalCount) {
+        return usageError(kWrongArgumentCount, helpText(parser));
+    }
+    return std::nullopt;
 }
 
 QString NivoCli::helpText(const QCommandLineParser& parser) const {
@@ -332,15 +333,8 @@ int NivoCli::signup(const QStringList& arguments) {
     QCommandLineParser parser;
     parser.addOption(QCommandLineOption(kPasswordStdinOption, kPasswordStdinHelp));
     parser.addPositionalArgument(kNameArgument, kNameHelp, kNameSyntax);
-    bool help = false;
-    if (!parse(parser, *m_command, arguments, help)) {
-        return UsageError;
-    }
-    if (help) {
-        return Success;
-    }
-    if (parser.positionalArguments().size() != 1) {
-        return usageError(kWrongArgumentCount, helpText(parser));
+    if (const auto done = parse(parser, arguments, 1)) {
+        return *done;
     }
     QString password;
     QString retyped;
@@ -368,15 +362,8 @@ int NivoCli::signin(const QStringList& arguments) {
     parser.addOption(QCommandLineOption(kPasswordStdinOption, kPasswordStdinHelp));
     parser.addOption(QCommandLineOption(kProfileFileOption, kProfileFileHelp, kFileValue));
     parser.addPositionalArgument(kNameArgument, kNameHelp, kNameSyntax);
-    bool help = false;
-    if (!parse(parser, *m_command, arguments, help)) {
-        return UsageError;
-    }
-    if (help) {
-        return Success;
-    }
-    if (parser.positionalArguments().size() != 1) {
-        return usageError(kWrongArgumentCount, helpText(parser));
+    if (const auto done = parse(parser, arguments, 1)) {
+        return *done;
     }
     QString password;
     QString unused;
@@ -416,15 +403,8 @@ int NivoCli::signin(const QStringList& arguments) {
 
 int NivoCli::signout(const QStringList& arguments) {
     QCommandLineParser parser;
-    bool help = false;
-    if (!parse(parser, *m_command, arguments, help)) {
-        return UsageError;
-    }
-    if (help) {
-        return Success;
-    }
-    if (!parser.positionalArguments().isEmpty()) {
-        return usageError(kWrongArgumentCount, helpText(parser));
+    if (const auto done = parse(parser, arguments, 0)) {
+        return *done;
     }
     NivoGXUtil::logout();
     m_console.out() << kSignedOut << Qt::endl;
@@ -433,15 +413,8 @@ int NivoCli::signout(const QStringList& arguments) {
 
 int NivoCli::whoami(const QStringList& arguments) {
     QCommandLineParser parser;
-    bool help = false;
-    if (!parse(parser, *m_command, arguments, help)) {
-        return UsageError;
-    }
-    if (help) {
-        return Success;
-    }
-    if (!parser.positionalArguments().isEmpty()) {
-        return usageError(kWrongArgumentCount, helpText(parser));
+    if (const auto done = parse(parser, arguments, 0)) {
+        return *done;
     }
     if (!NivoGXUtil::hasRequiredCredentials()) {
         m_console.err() << kNotSignedIn << Qt::endl;
@@ -529,12 +502,8 @@ int NivoCli::encrypt(const QStringList& arguments) {
     parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
     parser.addOption(QCommandLineOption(kPasswordStdinOption, kRunPasswordStdinHelp));
     parser.addPositionalArgument(kFilesArgument, kFilesHelp, kFilesSyntax);
-    bool help = false;
-    if (!parse(parser, *m_command, arguments, help)) {
-        return UsageError;
-    }
-    if (help) {
-        return Success;
+    if (const auto done = parse(parser, arguments)) {
+        return *done;
     }
     const QStringList files = parser.positionalArguments();
     if (files.isEmpty()) {
@@ -578,12 +547,8 @@ int NivoCli::decrypt(const QStringList& arguments) {
     parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
     parser.addOption(QCommandLineOption(kPasswordStdinOption, kRunPasswordStdinHelp));
     parser.addPositionalArgument(kFilesArgument, kFilesHelp, kFilesSyntax);
-    bool help = false;
-    if (!parse(parser, *m_command, arguments, help)) {
-        return UsageError;
-    }
-    if (help) {
-        return Success;
+    if (const auto done = parse(parser, arguments)) {
+        return *done;
     }
     const QStringList files = parser.positionalArguments();
     if (files.isEmpty()) {
@@ -657,12 +622,8 @@ int NivoCli::contacts(const QStringList& arguments) {
     QCommandLineParser parser;
     parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
     parser.addPositionalArgument(kActionArgument, kContactsActionHelp, kActionSyntax);
-    bool help = false;
-    if (!parse(parser, *m_command, arguments, help)) {
-        return UsageError;
-    }
-    if (help) {
-        return Success;
+    if (const auto done = parse(parser, arguments)) {
+        return *done;
     }
     const QStringList positional = parser.positionalArguments();
     const QString action = positional.value(0, kListAction);
@@ -738,12 +699,8 @@ int NivoCli::contacts(const QStringList& arguments) {
 int NivoCli::profile(const QStringList& arguments) {
     QCommandLineParser parser;
     parser.addPositionalArgument(kActionArgument, kProfileActionHelp, kProfileActionHelp);
-    bool help = false;
-    if (!parse(parser, *m_command, arguments, help)) {
-        return UsageError;
-    }
-    if (help) {
-        return Success;
+    if (const auto done = parse(parser, arguments)) {
+        return *done;
     }
     const QStringList positional = parser.positionalArguments();
     if (positional.value(0) != kExportAction) {
@@ -775,12 +732,8 @@ int NivoCli::log(const QStringList& arguments) {
     parser.addOption(QCommandLineOption(kDescOption, kDescHelp));
     parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
     parser.addPositionalArgument(kActionArgument, kLogActionHelp, kLogActionHelp);
-    bool help = false;
-    if (!parse(parser, *m_command, arguments, help)) {
-        return UsageError;
-    }
-    if (help) {
-        return Success;
+    if (const auto done = parse(parser, arguments)) {
+        return *done;
     }
     const QStringList positional = parser.positionalArguments();
     const QString action = positional.value(0);
@@ -859,15 +812,8 @@ int NivoCli::inspect(const QStringList& arguments) {
     QCommandLineParser parser;
     parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
     parser.addPositionalArgument(kFileArgument, kFileHelp, kFileSyntax);
-    bool help = false;
-    if (!parse(parser, *m_command, arguments, help)) {
-        return UsageError;
-    }
-    if (help) {
-        return Success;
-    }
-    if (parser.positionalArguments().size() != 1) {
-        return usageError(kWrongArgumentCount, helpText(parser));
+    if (const auto done = parse(parser, arguments, 1)) {
+        return *done;
     }
     const QString path = parser.positionalArguments().constFirst();
     QFile file(path);

@@ -4,6 +4,7 @@
 #include <QList>
 #include <QString>
 #include <QStringList>
+#include <optional>
 
 #include "CliConsole.h"
 #include "contacts/Contact.h"
@@ -38,10 +39,11 @@ private:
     int log(const QStringList& arguments);
     int inspect(const QStringList& arguments);
 
-    // Parses a command's arguments; a usage error is reported and yields false. `help` is set
-    // when --help was asked for and answered.
-    [[nodiscard]] bool parse(QCommandLineParser& parser, const Command& command,
-                             const QStringList& arguments, bool& help);
+    // Parses the current command's arguments, checking the number of positional ones when
+    // given. The exit code when the command ends here: --help answered, or a usage error
+    // reported; none when the command goes on.
+    [[nodiscard]] std::optional<int> parse(QCommandLineParser& parser, const QStringList& arguments,
+                                           std::optional<qsizetype> positionalCount = std::nullopt);
     // The command's help, its name in the usage line.
     [[nodiscard]] QString helpText(const QCommandLineParser& parser) const;
     int usageError(const QString& message, const QString& usage);
