@@ -6,6 +6,7 @@ using namespace Qt::Literals::StringLiterals;
 
 const QString ExportFileName::kContactsType = u"cbkm"_s;
 const QString ExportFileName::kProfileType = u"vts"_s;
+const QString ExportFileName::kLogType = u"log"_s;
 
 namespace {
 
@@ -19,6 +20,10 @@ QString ExportFileName::contactsName(const QString& userName, const QDateTime& n
 
 QString ExportFileName::profileName(const QString& userName, const QDateTime& now) {
     return u"profile_%1_%2.%3"_s.arg(userName, now.toString(kStampFormat), kProfileType);
+}
+
+QString ExportFileName::logName(const QString& userName, const QDateTime& now) {
+    return u"%1_%2.%3"_s.arg(userName, now.toString(kStampFormat), kLogType);
 }
 
 QString ExportFileName::withType(const QString& path, const QString& type) {

@@ -12,7 +12,6 @@ const char* const kUnableToExportProfile =
 
 const char* const kUnableToExportLog =
     QT_TRANSLATE_NOOP("UserDataExport", "Unable to export Log file. Log file does not exist.");
-const QString kLogType = QStringLiteral("log");
 
 }  // namespace
 
@@ -48,7 +47,7 @@ UserDataExport::Result UserDataExport::exportProfile(const QString& chosenPath) 
 
 UserDataExport::Result UserDataExport::exportLog(const QString& chosenPath) {
     Result result;
-    result.path = ExportFileName::withType(chosenPath, kLogType);
+    result.path = ExportFileName::withType(chosenPath, ExportFileName::kLogType);
     if (!NivoGXUtil::exportLogFile(result.path)) {
         result.failure = unableToExportLog();
     }
