@@ -10,6 +10,7 @@
 
 #include "account/LoginController.h"
 #include "filelist/FileController.h"
+#include "log/LogViewerController.h"
 #include "shell/NIVOGXService.h"
 #include "shell/NotificationHub.h"
 #include "shell/Prompter.h"
@@ -222,8 +223,17 @@ void AppDelegate::importContacts() {
 }
 
 void AppDelegate::viewLog() {
-    // Until the log viewer window exists, the log opens in the desktop's text viewer.
-    NivoGXUtil::viewLog();
+    // One viewer for the application's life: its filters and sort directions stay as the user
+    // left them, and it reads the log again on every opening.
+    if (!m_logViewerController) {
+        m_logViewerController = std::make_unique<LogViewerController>(m_prompter);
+        showCentred(m_logViewerController.get());
+    } else {
+        m_logViewerController->reloadTable();
+        m_logViewerController->show();
+    }
+    m_logViewerController->raise();
+    m_logViewerController->activateWindow();
 }
 
 void AppDelegate::displayAlertBox(const QString& message) {

@@ -9,6 +9,7 @@
 
 class FileController;
 class LoginController;
+class LogViewerController;
 class NIVOGXService;
 class NotificationHub;
 class Prompter;
@@ -51,6 +52,9 @@ public:
 
     [[nodiscard]] LoginController* loginController() const { return m_loginController.get(); }
     [[nodiscard]] FileController* fileController() const { return m_fileController.get(); }
+    [[nodiscard]] LogViewerController* logViewerController() const {
+        return m_logViewerController.get();
+    }
     [[nodiscard]] NIVOGXService* nivoGXService() const noexcept { return m_nivoGXService; }
     [[nodiscard]] QList<QAction*> userMenuItems() const;
     [[nodiscard]] const QString& externalFile() const noexcept { return m_externalFile; }
@@ -71,6 +75,7 @@ private:
     Prompter& m_prompter;
     std::unique_ptr<LoginController> m_loginController;
     std::unique_ptr<FileController> m_fileController;
+    std::unique_ptr<LogViewerController> m_logViewerController;
     NIVOGXService* m_nivoGXService = nullptr;
     QString m_serviceName;
     QString m_externalFile;
