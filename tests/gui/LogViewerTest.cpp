@@ -1,0 +1,307 @@
+// The log viewer over a real log file of a signed-in user: the type filters, the search in each
+// column, header sorting in both directions, export, clear, and the menu action that opens it.
+#include <QAction>
+#include <QComboBox>
+#include <QDir>
+#include <QFile>
+#include <QHeaderView>
+#include <QRegularExpression>
+#include <QTableWidget>
+#include <QToolBar>
+
+#include "GuiTestKit.h"
+#include "log/ActivityLog.h"
+#include "log/LogQuery.h"
+#include "log/LogViewerController.h"
+#include "shell/AppDelegate.h"
+#include "storage/NivoGXUtil.h"
+
+namespace {
+
+using Kind = ScriptedPrompter::Kind;
+
+constexpr int kFileColumn = 3;
+
+class LogViewerTest : public GuiTest {
+protected:
+    void SetUp() override {
+        GuiTest::SetUp();
+        NivoGXUtil::saveNivoCredentials(QStringLiteral("alice"), QStringLiteral("pw"));
+        ASSERT_FALSE(NivoGXUtil::generateRequiredDirectory());
+        writeLog();
+    }
+
+    void TearDown() override {
+        window.reset();
+        GuiTest::TearDown();
+    }
+
+    // 30 events over two years and several months, both operations, one recipient with accents,
+    // a few failures; every path differs so no two entries tie.
+    static void writeLog() {
+        const QStringList recipients[] = {{QStringLiteral("bob")},
+                                          {QStringLiteral("Zoë Müller"), QStringLiteral("bob")},
+                                          {}};
+        const QString statuses[] = {QStringLiteral("Success"), QStringLiteral("Failed"),
+                                    QStringLiteral("Cancelled")};
+        QString text;
+        for (int i = 0; i < 30; ++i) {
+            const QDateTime when(QDate(2023 + i % 2, 1 + (i * 5) % 12, 1 + (i * 7) % 28),
+                                 QTime((i * 3) % 24, (i * 11) % 60, i % 60));
+            const bool encrypt = i % 3 != 1;
+            text += ActivityLog::formatLine(
+                when, encrypt ? QStringLiteral("Encrypt") : QStringLiteral("Decrypt"),
+                QStringLiteral("/home/alice/%1/report-%2.%3")
+                    .arg(i % 2 != 0 ? QStringLiteral("work") : QStringLiteral("private"))
+                    .arg(i, 2, 10, QLatin1Char('0'))
+                    .arg(encrypt ? QStringLiteral("pdf") : QStringLiteral("pdf.tvf")),
+                recipients[i % 3], statuses[i % 7 == 0 ? 1 : (i % 11 == 0 ? 2 : 0)]);
+        }
+        QFile file(NivoGXUtil::logPath());
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(text.toUtf8());
+    }
+
+    void openWindow() {
+        window = std::make_unique<LogViewerController>(prompter);
+        window->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+    }
+
+    [[nodiscard]] QTableWidget* table() const {
+        return window->findChild<QTableWidget*>(QStringLiteral("logTableView"));
+    }
+
+    [[nodiscard]] QStringList shownPaths() const {
+        QStringList paths;
+        for (int row = 0; row < table()->rowCount(); ++row) {
+            paths.append(table()->item(row, kFileColumn)->text());
+        }
+        return paths;
+    }
+
+    [[nodiscard]] static QStringList pathsOf(const QList<LogEntry>& entries) {
+        QStringList paths;
+        for (const LogEntry& entry : entries) {
+            paths.append(entry.filePath);
+        }
+        return paths;
+    }
+
+    [[nodiscard]] QAction* item(const char* name) const {
+        return window->findChild<QAction*>(QString::fromLatin1(name));
+    }
+
+    void clickToolBar(const char* name) const {
+        QWidget* button = window->findChild<QToolBar*>()->widgetForAction(item(name));
+        ASSERT_NE(button, nullptr) << name;
+        QTest::mouseClick(button, Qt::LeftButton);
+    }
+
+    void clickHeader(int section) const {
+        QHeaderView* header = table()->horizontalHeader();
+        const QPoint centre(header->sectionViewportPosition(section) +
+                                header->sectionSize(section) / 2,
+                            header->height() / 2);
+        QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, centre);
+    }
+
+    void search(const QString& column, const QString& text) const {
+        auto* combo = window->findChild<QComboBox*>(QStringLiteral("comboBox"));
+        combo->setCurrentIndex(combo->findData(column));
+        typeInto(window.get(), "searchField", text);
+        QTest::keyClick(window->findChild<QLineEdit*>(QStringLiteral("searchField")),
+                        Qt::Key_Return);
+    }
+
+    void emptySearchField() const {
+        auto* field = window->findChild<QLineEdit*>(QStringLiteral("searchField"));
+        field->selectAll();
+        QTest::keyClick(field, Qt::Key_Backspace);
+    }
+
+    std::unique_ptr<LogViewerController> window;
+};
+
+TEST_F(LogViewerTest, ShowsTheLogAndFiltersItByOperation) {
+    openWindow();
+    const QList<LogEntry> all = NivoGXUtil::getLogEntries();
+    ASSERT_EQ(all.size(), 30);
+    EXPECT_EQ(shownPaths(), pathsOf(all));
+    EXPECT_EQ(table()->item(0, 2)->data(Qt::UserRole).toString(), QStringLiteral("encrypt"));
+    EXPECT_EQ(table()->item(1, 2)->data(Qt::UserRole).toString(), QStringLiteral("decrypt"));
+    EXPECT_EQ(window->findChild<QComboBox*>(QStringLiteral("comboBox"))->currentData(),
+              LogQuery::kFile);
+    EXPECT_EQ(item("encryptItem")->data().toString(), QStringLiteral("encrypt_grey"));
+    EXPECT_EQ(item("decryptItem")->data().toString(), QStringLiteral("decrypt_grey"));
+
+    const QStringList encryptions =
+        pathsOf(LogQuery::ofOperation(all, LogQuery::Operation::Encrypt));
+    const QStringList decryptions =
+        pathsOf(LogQuery::ofOperation(all, LogQuery::Operation::Decrypt));
+    clickToolBar("encryptItem");
+    EXPECT_EQ(shownPaths(), encryptions);
+    EXPECT_EQ(item("encryptItem")->data().toString(), QStringLiteral("encrypt"));
+
+    // Decryptions replace encryptions rather than adding to them.
+    clickToolBar("decryptItem");
+    EXPECT_EQ(shownPaths(), decryptions);
+    EXPECT_EQ(item("encryptItem")->data().toString(), QStringLiteral("encrypt_grey"));
+    EXPECT_EQ(item("decryptItem")->data().toString(), QStringLiteral("decrypt"));
+
+    clickToolBar("decryptItem");
+    EXPECT_EQ(shownPaths(), pathsOf(all));
+    EXPECT_EQ(item("decryptItem")->data().toString(), QStringLiteral("decrypt_grey"));
+}
+
+TEST_F(LogViewerTest, SearchesTheChosenColumnOnEnterWithinTheFilter) {
+    openWindow();
+    const QList<LogEntry> all = NivoGXUtil::getLogEntries();
+    const auto expect = [&](const QString& column, const QString& text, qsizetype minimum) {
+        search(column, text);
+        const QStringList expected = pathsOf(LogQuery::search(all, column, text.trimmed().toLower()));
+        EXPECT_EQ(shownPaths(), expected) << column.toStdString() << " " << text.toStdString();
+        EXPECT_GE(expected.size(), minimum) << column.toStdString();
+        EXPECT_LT(expected.size(), all.size()) << column.toStdString();
+    };
+    expect(LogQuery::kFile, QStringLiteral(" WORK/report "), 15);
+    expect(LogQuery::kDate, all.at(4).date, 1);
+    expect(LogQuery::kTime, all.at(4).time.left(5), 1);
+    // Accents and case are both ignored.
+    expect(LogQuery::kRecipient, QStringLiteral("zoe muller"), 10);
+    expect(LogQuery::kStatus, QStringLiteral("failed"), 4);
+
+    // Typing alone waits for Enter.
+    const int failures = table()->rowCount();
+    typeInto(window.get(), "searchField", QStringLiteral("nothing like this"));
+    EXPECT_EQ(table()->rowCount(), failures);
+    QTest::keyClick(window->findChild<QLineEdit*>(QStringLiteral("searchField")), Qt::Key_Return);
+    EXPECT_EQ(table()->rowCount(), 0);
+
+    // A filter toggle searches again with the field's text, and emptying the field brings back
+    // the filtered list.
+    search(LogQuery::kFile, QStringLiteral("private"));
+    clickToolBar("encryptItem");
+    const QList<LogEntry> encryptions = LogQuery::ofOperation(all, LogQuery::Operation::Encrypt);
+    EXPECT_EQ(shownPaths(), pathsOf(LogQuery::search(encryptions, LogQuery::kFile,
+                                                     QStringLiteral("private"))));
+    emptySearchField();
+    EXPECT_EQ(shownPaths(), pathsOf(encryptions));
+}
+
+TEST_F(LogViewerTest, HeaderClicksSortAscendingThenDescendingAsTheCoreCompares) {
+    openWindow();
+    QHeaderView* header = table()->horizontalHeader();
+    for (const auto& [section, column] :
+         {std::pair{0, LogQuery::Column::Date}, std::pair{1, LogQuery::Column::Time},
+          std::pair{3, LogQuery::Column::File}, std::pair{5, LogQuery::Column::Status}}) {
+        for (const bool ascending : {true, false}) {
+            QList<LogEntry> expected = window->displayList();
+            LogQuery::sort(expected, column, ascending);
+            clickHeader(section);
+            EXPECT_EQ(window->currentOrderingState(), column);
+            EXPECT_EQ(shownPaths(), pathsOf(expected)) << section << ascending;
+            const QList<LogEntry>& shown = window->displayList();
+            for (qsizetype i = 1; i < shown.size(); ++i) {
+                EXPECT_EQ(LogQuery::compare(shown.at(i - 1), shown.at(i), column, ascending), -1)
+                    << section << " " << ascending << " at " << i;
+            }
+            EXPECT_EQ(header->sortIndicatorSection(), section);
+            EXPECT_EQ(header->sortIndicatorOrder(),
+                      ascending ? Qt::AscendingOrder : Qt::DescendingOrder);
+        }
+    }
+
+    // A search shows file order again; the next click continues each column's own direction.
+    search(LogQuery::kFile, QStringLiteral("report"));
+    EXPECT_EQ(shownPaths(), pathsOf(NivoGXUtil::getLogEntries()));
+    QList<LogEntry> expected = window->displayList();
+    LogQuery::sort(expected, LogQuery::Column::Date, true);
+    clickHeader(0);
+    EXPECT_EQ(shownPaths(), pathsOf(expected));
+
+    // An empty table sorts and searches without harm.
+    search(LogQuery::kFile, QStringLiteral("no such file"));
+    clickHeader(4);
+    EXPECT_EQ(table()->rowCount(), 0);
+}
+
+TEST_F(LogViewerTest, ExportsUnderTheLogTypeAndSaysWhenThereIsNoLog) {
+    openWindow();
+    const QString chosen = QDir(sandbox.root()).filePath(QStringLiteral("copy"));
+    prompter.answerSave(chosen);
+    clickButton(window.get(), "exportButton");
+    ASSERT_EQ(prompter.count(), 1);
+    const Prompter::SavePanel& panel = prompter.last().savePanel;
+    EXPECT_EQ(panel.message, QStringLiteral("Export Log file to"));
+    EXPECT_EQ(panel.allowedType, QStringLiteral("log"));
+    EXPECT_TRUE(panel.canCreateFolders);
+    EXPECT_TRUE(QRegularExpression(QStringLiteral("^alice_\\d{14}\\.log$"))
+                    .match(panel.defaultName)
+                    .hasMatch())
+        << panel.defaultName.toStdString();
+    QFile copy(chosen + QStringLiteral(".log"));
+    ASSERT_TRUE(copy.open(QIODevice::ReadOnly));
+    QFile log(NivoGXUtil::logPath());
+    ASSERT_TRUE(log.open(QIODevice::ReadOnly));
+    EXPECT_EQ(copy.readAll(), log.readAll());
+
+    // A name that already ends in the type in capitals keeps it as it is.
+    prompter.answerSave(chosen + QStringLiteral("2.LOG"));
+    clickButton(window.get(), "exportButton");
+    EXPECT_TRUE(QFile::exists(chosen + QStringLiteral("2.LOG")));
+    EXPECT_EQ(prompter.last().kind, Kind::Save);
+
+    NivoGXUtil::clearLogFile();
+    prompter.answerSave(QDir(sandbox.root()).filePath(QStringLiteral("other.log")));
+    clickButton(window.get(), "exportButton");
+    EXPECT_EQ(prompter.last().kind, Kind::Alert);
+    EXPECT_EQ(prompter.last().message,
+              QStringLiteral("Unable to export Log file. Log file does not exist."));
+    EXPECT_EQ(prompter.last().informativeText, QString());
+}
+
+TEST_F(LogViewerTest, ClearAsksFirstAndLeavesTheReadEntriesUntilReload) {
+    openWindow();
+    clickButton(window.get(), "clearButton");  // unscripted: "No"
+    ASSERT_EQ(prompter.count(), 1);
+    EXPECT_EQ(prompter.last().kind, Kind::Ask);
+    EXPECT_EQ(prompter.last().message, QStringLiteral("Do you wish to clear log file?"));
+    EXPECT_TRUE(QFile::exists(NivoGXUtil::logPath()));
+    EXPECT_EQ(table()->rowCount(), 30);
+
+    prompter.answerAsk(true);
+    clickButton(window.get(), "clearButton");
+    EXPECT_FALSE(QFile::exists(NivoGXUtil::logPath()));
+    EXPECT_EQ(table()->rowCount(), 0);
+
+    // The entries read before the clearing come back with a filter until the log is read again.
+    clickToolBar("encryptItem");
+    EXPECT_EQ(table()->rowCount(), 20);
+    clickButton(window.get(), "reloadButton");
+    EXPECT_EQ(table()->rowCount(), 0);
+    clickToolBar("encryptItem");
+    EXPECT_EQ(table()->rowCount(), 0);
+}
+
+TEST_F(LogViewerTest, ViewLogOpensOneViewerAndReadsTheLogAgainOnEveryOpening) {
+    AppDelegate app{hub, prompter};
+    app.viewLog();
+    LogViewerController* viewer = app.logViewerController();
+    ASSERT_NE(viewer, nullptr);
+    EXPECT_TRUE(viewer->isVisible());
+    EXPECT_EQ(viewer->displayList().size(), 30);
+
+    viewer->EncryptButtonTapped();
+    viewer->close();
+    NivoGXUtil::writeToLog(QStringLiteral("Encrypt"), QStringLiteral("/tmp/new.pdf"),
+                           {QStringLiteral("bob")}, QStringLiteral("Success"));
+    app.viewLog();
+    EXPECT_EQ(app.logViewerController(), viewer);
+    EXPECT_TRUE(viewer->isVisible());
+    // Read again, still filtered to encryptions.
+    EXPECT_EQ(viewer->displayList().size(), 21);
+    EXPECT_EQ(viewer->displayList().constLast().filePath, QStringLiteral("/tmp/new.pdf"));
+}
+
+}  // namespace
