@@ -15,7 +15,7 @@
 #include "account/SignUp.h"
 #include "contacts/ContactDB.h"
 #include "contacts/RecipientChoice.h"
-#include "crypto/CmsInspection.h"
+#include "crypto/CmsOutline.h"
 #include "log/LogQuery.h"
 #include "processing/ProcessController.h"
 #include "storage/NivoGXUtil.h"
@@ -838,18 +838,18 @@ int NivoCli::inspect(const QStringList& arguments) {
             certificates << own->Cer;
         }
     }
-    const CmsInspection inspection = CmsInspection::inspect(data, certificates);
+    const CmsOutline inspection = CmsOutline::inspect(data, certificates);
     if (!inspection.failure.isEmpty()) {
         m_console.err() << kFailedLine.arg(path, inspection.failure) << Qt::endl;
         return Failure;
     }
-    const auto nameOf = [&names](const CmsInspection::Recipient& r) {
+    const auto nameOf = [&names](const CmsOutline::Recipient& r) {
         return r.certificateIndex >= 0 ? names.at(r.certificateIndex) : QString();
     };
 
     if (parser.isSet(kJsonOption)) {
         QJsonArray recipients;
-        for (const CmsInspection::Recipient& r : inspection.recipients) {
+        for (const CmsOutline::Recipient& r : inspection.recipients) {
             const QString name = nameOf(r);
             recipients.append(QJsonObject{
                 {kJsonNivoId, name.isEmpty() ? QJsonValue(QJsonValue::Null) : QJsonValue(name)},
@@ -872,7 +872,7 @@ int NivoCli::inspect(const QStringList& arguments) {
         << kEncryptionLine.arg(inspection.contentEncryption) << Qt::endl
         << kInnerLine.arg(inspection.innerContentType) << Qt::endl
         << kRecipientsLine.arg(inspection.recipients.size()) << Qt::endl;
-    for (const CmsInspection::Recipient& r : inspection.recipients) {
+    for (const CmsOutline::Recipient& r : inspection.recipients) {
         const QString name = nameOf(r);
         QString line =
             kRecipientLine.arg(name.isEmpty() ? kUnknownRecipient : name, r.kind, r.keyAlgorithm);

@@ -6,7 +6,7 @@
 
 // What the outside of a protected file tells without any key: the enveloping layer, its content
 // encryption, and who it is addressed to. The signed layer and the sender stay hidden inside.
-struct CmsInspection {
+struct CmsOutline {
     struct Recipient {
         QString kind;           // "key transport", "key agreement" or another recipient type
         QString keyAlgorithm;   // how the content key is passed on, e.g. "rsaesOaep"
@@ -26,6 +26,6 @@ struct CmsInspection {
 
     // Reads the outer layer of `der`. `knownCertificates` (DER) are matched against the
     // recipients; certificates that do not parse match nothing.
-    [[nodiscard]] static CmsInspection inspect(const QByteArray& der,
+    [[nodiscard]] static CmsOutline inspect(const QByteArray& der,
                                                const QList<QByteArray>& knownCertificates);
 };

@@ -1,4 +1,4 @@
-#include "crypto/CmsInspection.h"
+#include "crypto/CmsOutline.h"
 
 #include <openssl/asn1.h>
 #include <openssl/objects.h>
@@ -206,9 +206,9 @@ bool namesCertificate(CMS_RecipientInfo* info, CMS_RecipientEncryptedKey* key, X
 
 }  // namespace
 
-CmsInspection CmsInspection::inspect(const QByteArray& der,
+CmsOutline CmsOutline::inspect(const QByteArray& der,
                                      const QList<QByteArray>& knownCertificates) {
-    CmsInspection result;
+    CmsOutline result;
     const auto* in = reinterpret_cast<const unsigned char*>(der.constData());
     const nivossl::CmsPtr cms(d2i_CMS_ContentInfo(nullptr, &in, der.size()));
     if (!cms) {
