@@ -480,38 +480,15 @@ bool NivoCli::findRecipient(const QString& typed, Contact& contact, bool& added)
 
 // --- files ---
 
-QString NivoCli::chooseOutputFolder(const QString& given, const QString& remembered) {
-    QString folder = given;
-    if (folder.isEmpty()) {
-        folder = remembered;
-    }
-    if (folder.isEmpty() || !QFileInfo(folder).isDir()) {
-        // A remembered folder that has gone away is no reason to fail.
-        folder = given.isEmpty() ? QDir::currentPath() : given;
-    }
-    return QFileInfo(folder).isDir() ? QFileInfo(folder).absoluteFilePath() : QString();
-}
-
 int NivoCli::encrypt(const QStringList& arguments) {
     QCommandLineParser parser;
     parser.addOption(QCommandLineOption(kLastUsedOption, kLastUsedHelp));
     parser.addOption(QCommandLineOption({kRecipientOption, kRecipientLongOption}, kRecipientHelp,
                                         kRecipientValue));
-    parser.addOption(
-        QCommandLineOption({kOutputOption, kOutputLongOption}, kOutputHelp, kFolderValue));
-    parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
-    parser.addOption(QCommandLineOption(kPasswordStdinOption, kRunPasswordStdinHelp));
-    parser.addPositionalArgument(kFilesArgument, kFilesHelp, kFilesSyntax);
-    if (const auto done = parse(parser, arguments)) {
-        return *done;
-    }
-    const QStringList files = parser.positionalArguments();
-    if (files.isEmpty()) {
-        return usageError(kNoFiles, helpText(parser));
-    }
+    QStringList files;
     QString password;
-    if (!prepareRun(parser.isSet(kPasswordStdinOption), password)) {
-        return Failure;
+    if (const auto done = parseFileRun(parser, arguments, files, password)) {
+        return *done;
     }
     QList<Contact> recipients;
     if (parser.isSet(kLastUsedOption)) {
@@ -527,10 +504,8 @@ int NivoCli::encrypt(const QStringList& arguments) {
             recipients.append(found);
         }
     }
-    const QString folder =
-        chooseOutputFolder(parser.value(kOutputOption), NivoGXUtil::getLastOutputEncryptFolder());
+    const QString folder = runFolder(parser, NivoGXUtil::getLastOutputEncryptFolder());
     if (folder.isEmpty()) {
-        m_console.err() << kNoSuchFolder.arg(parser.value(kOutputOption)) << Qt::endl;
         return Failure;
     }
     NivoGXUtil::saveSettings(QString(), QString(), QString(), folder, QString());
@@ -542,31 +517,52 @@ int NivoCli::encrypt(const QStringList& arguments) {
 
 int NivoCli::decrypt(const QStringList& arguments) {
     QCommandLineParser parser;
+    QStringList files;
+    QString password;
+    if (const auto done = parseFileRun(parser, arguments, files, password)) {
+        return *done;
+    }
+    const QString folder = runFolder(parser, NivoGXUtil::getLastOutputDecryptFolder());
+    if (folder.isEmpty()) {
+        return Failure;
+    }
+    NivoGXUtil::saveSettings(QString(), QString(), QString(), QString(), folder);
+    return processFiles(files, password, {}, folder, false, parser.isSet(kJsonOption)) ? Success
+                                                                                       : Failure;
+}
+
+std::optional<int> NivoCli::parseFileRun(QCommandLineParser& parser, const QStringList& arguments,
+                                         QStringList& files, QString& password) {
     parser.addOption(
         QCommandLineOption({kOutputOption, kOutputLongOption}, kOutputHelp, kFolderValue));
     parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
     parser.addOption(QCommandLineOption(kPasswordStdinOption, kRunPasswordStdinHelp));
     parser.addPositionalArgument(kFilesArgument, kFilesHelp, kFilesSyntax);
     if (const auto done = parse(parser, arguments)) {
-        return *done;
+        return done;
     }
-    const QStringList files = parser.positionalArguments();
+    files = parser.positionalArguments();
     if (files.isEmpty()) {
         return usageError(kNoFiles, helpText(parser));
     }
-    QString password;
     if (!prepareRun(parser.isSet(kPasswordStdinOption), password)) {
         return Failure;
     }
-    const QString folder =
-        chooseOutputFolder(parser.value(kOutputOption), NivoGXUtil::getLastOutputDecryptFolder());
-    if (folder.isEmpty()) {
-        m_console.err() << kNoSuchFolder.arg(parser.value(kOutputOption)) << Qt::endl;
-        return Failure;
+    return std::nullopt;
+}
+
+QString NivoCli::runFolder(const QCommandLineParser& parser, const QString& remembered) {
+    const QString given = parser.value(kOutputOption);
+    QString folder = given.isEmpty() ? remembered : given;
+    if (folder.isEmpty() || !QFileInfo(folder).isDir()) {
+        // A remembered folder that has gone away is no reason to fail.
+        folder = given.isEmpty() ? QDir::currentPath() : given;
     }
-    NivoGXUtil::saveSettings(QString(), QString(), QString(), QString(), folder);
-    return processFiles(files, password, {}, folder, false, parser.isSet(kJsonOption)) ? Success
-                                                                                       : Failure;
+    if (!QFileInfo(folder).isDir()) {
+        m_console.err() << kNoSuchFolder.arg(given) << Qt::endl;
+        return {};
+    }
+    return QFileInfo(folder).absoluteFilePath();
 }
 
 bool NivoCli::processFiles(const QStringList& files, const QString& password,

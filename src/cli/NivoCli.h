@@ -57,6 +57,14 @@ private:
     // The same for a processing run, which also needs the password: the stored one, else one
     // asked for when the key files are there.
     [[nodiscard]] bool prepareRun(bool passwordFromStdin, QString& password);
+    // Adds the options encrypt and decrypt share (after the command's own), parses, and gets the
+    // files and the password. The exit code when the command ends here; none when it goes on.
+    [[nodiscard]] std::optional<int> parseFileRun(QCommandLineParser& parser,
+                                                  const QStringList& arguments, QStringList& files,
+                                                  QString& password);
+    // The run's output folder (-o, else the remembered one, else the current folder); empty,
+    // with the message printed, when -o names no folder.
+    [[nodiscard]] QString runFolder(const QCommandLineParser& parser, const QString& remembered);
     void printAlert(const QString& message, const QString& informativeText);
     // The contact with a typed NIVO ID; an unknown one is looked up on the server and kept.
     // Reports a refusal and returns false.
@@ -66,7 +74,6 @@ private:
     [[nodiscard]] bool processFiles(const QStringList& files, const QString& password,
                                     const QList<Contact>& recipients, const QString& outputFolder,
                                     bool toEncrypt, bool json);
-    [[nodiscard]] QString chooseOutputFolder(const QString& given, const QString& remembered);
 
     CliConsole& m_console;
     const Command* m_command = nullptr;  // the one being run
