@@ -70,15 +70,14 @@ const QList<Marker>& checkLoginNameMarkers() {
 
 enum class Probe { Profile, ResponseCode };
 
-// The outcome of the steps every request shares: the transport's error, or the answer that no
-// marker claimed (to be read by the request's success path).
-struct Reading {
-    std::optional<QString> status;  // set: the request is decided with this text
-    QString answer;
+// The transport's part of a request: the layer's error text, or "" when the answer has no body;
+// none when there is a body to read.
+struct Sent {
+    std::optional<QString> status;
+    QString body;
 };
 
-Reading send(const QString& path, const HttpRequest::Fields& fields, Probe probe,
-             const QList<Marker>& markers) {
+Sent send(const QString& path, const HttpRequest::Fields& fields) {
     const HttpRequest::Result result = AccountServer::post(path, fields);
     if (result.failed()) {
         return {result.error, {}};
@@ -86,20 +85,32 @@ Reading send(const QString& path, const HttpRequest::Fields& fields, Probe probe
     if (result.body.isNull()) {
         return {QString(u""_s), {}};
     }
-    // The phrases are searched for in the wrapped text; parsing uses the answer itself.
-    const QString probeText = (probe == Probe::Profile ? u"{\"profile\":%1}"_s
-                                                       : u"{\"Response Code\":%1}"_s)
-                                  .arg(result.body);
-    for (const auto& [phrase, status] : markers) {
-        if (NivoProfileUtil::found(phrase, probeText)) {
-            return {*status, {}};
-        }
-    }
     return {std::nullopt, result.body};
 }
 
-QString statusOf(const Reading& reading) {
-    return reading.status.value_or(QString(u""_s));
+// The status text of the first marker phrase in the answer, or none. The phrases are searched
+// for in the wrapped text; parsing uses the answer itself.
+std::optional<QString> markedStatus(const QString& body, Probe probe,
+                                    const QList<Marker>& markers) {
+    const QString probeText = (probe == Probe::Profile ? u"{\"profile\":%1}"_s
+                                                       : u"{\"Response Code\":%1}"_s)
+                                  .arg(body);
+    for (const auto& [phrase, status] : markers) {
+        if (NivoProfileUtil::found(phrase, probeText)) {
+            return *status;
+        }
+    }
+    return std::nullopt;
+}
+
+// The outcome of a request answered with plain text: a marker's status, else "" (success).
+QString textStatus(const QString& path, const HttpRequest::Fields& fields,
+                   const QList<Marker>& markers) {
+    const Sent sent = send(path, fields);
+    if (sent.status) {
+        return *sent.status;
+    }
+    return markedStatus(sent.body, Probe::ResponseCode, markers).value_or(QString(u""_s));
 }
 
 NivoProfile emptyProfile(const QString& status) {
@@ -110,15 +121,19 @@ NivoProfile emptyProfile(const QString& status) {
 
 NivoProfile NivoProfileAdmin::downloadProfileWithLogInName(const QString& loginName,
                                                            const QString& password) {
-    const Reading reading = send(u"/nivo/GetProfile.aspx"_s,
-                                 {{u"logInName"_s, loginName.toLower()},
-                                  {u"logInPassword"_s, password}},
-                                 Probe::Profile, getProfileMarkers());
-    if (reading.status) {
-        return emptyProfile(*reading.status);
+    const Sent sent = send(u"/nivo/GetProfile.aspx"_s, {{u"logInName"_s, loginName.toLower()},
+                                                        {u"logInPassword"_s, password}});
+    return sent.status ? emptyProfile(*sent.status)
+                       : profileFromAnswer(sent.body, loginName, password);
+}
+
+NivoProfile NivoProfileAdmin::profileFromAnswer(const QString& answer, const QString& loginName,
+                                                const QString& password) {
+    if (const auto status = markedStatus(answer, Probe::Profile, getProfileMarkers())) {
+        return emptyProfile(*status);
     }
     try {
-        auto profile = extractNivoProfileFromResultString(reading.answer, loginName, password);
+        auto profile = extractNivoProfileFromResultString(answer, loginName, password);
         if (!profile) {
             return emptyProfile(u""_s);
         }
@@ -131,17 +146,19 @@ NivoProfile NivoProfileAdmin::downloadProfileWithLogInName(const QString& loginN
 
 NivoProfile NivoProfileAdmin::downloadNivoIdWithRequesterLogInName(
     const QString& requesterLoginName, const QString& loginNameToRetrieve) {
-    const Reading reading = send(u"/nivo/GetId.aspx"_s,
-                                 {{u"logInName"_s, requesterLoginName},
-                                  {u"logInPassword"_s, u""_s},
-                                  {u"logInNameToRetrieve"_s, loginNameToRetrieve},
-                                  {u"emailToRetrieve"_s, u""_s}},
-                                 Probe::Profile, getIdMarkers());
-    if (reading.status) {
-        return emptyProfile(*reading.status);
+    const Sent sent = send(u"/nivo/GetId.aspx"_s, {{u"logInName"_s, requesterLoginName},
+                                                   {u"logInPassword"_s, u""_s},
+                                                   {u"logInNameToRetrieve"_s, loginNameToRetrieve},
+                                                   {u"emailToRetrieve"_s, u""_s}});
+    return sent.status ? emptyProfile(*sent.status) : nivoIdFromAnswer(sent.body);
+}
+
+NivoProfile NivoProfileAdmin::nivoIdFromAnswer(const QString& answer) {
+    if (const auto status = markedStatus(answer, Probe::Profile, getIdMarkers())) {
+        return emptyProfile(*status);
     }
     NivoProfile result = emptyProfile(u""_s);
-    if (const auto certificate = extractNivoIdFromResulString(reading.answer)) {
+    if (const auto certificate = extractNivoIdFromResulString(answer)) {
         result.Cer = *certificate;
     }
     return result;
@@ -152,35 +169,35 @@ QString NivoProfileAdmin::createProfileWithLoginName(const QString& loginName,
                                                      const QString& firstName,
                                                      const QString& lastName,
                                                      const QString& email) {
-    return statusOf(send(u"/nivo/CreateProfile.aspx"_s,
-                         {{u"logInName"_s, loginName.toLower()},
-                          {u"logInPassword"_s, password},
-                          {u"firstName"_s, firstName},
-                          {u"lastName"_s, lastName},
-                          {u"email"_s, email},
-                          {u"mobilePhone"_s, u""_s},
-                          {u"dateOfBirth"_s, u""_s},
-                          {u"gender"_s, u""_s},
-                          {u"country"_s, u""_s},
-                          {u"city"_s, u""_s},
-                          {u"language"_s, u""_s},
-                          {u"recommendedBy"_s, u""_s}},
-                         Probe::ResponseCode, createProfileMarkers()));
+    return textStatus(u"/nivo/CreateProfile.aspx"_s,
+                      {{u"logInName"_s, loginName.toLower()},
+                       {u"logInPassword"_s, password},
+                       {u"firstName"_s, firstName},
+                       {u"lastName"_s, lastName},
+                       {u"email"_s, email},
+                       {u"mobilePhone"_s, u""_s},
+                       {u"dateOfBirth"_s, u""_s},
+                       {u"gender"_s, u""_s},
+                       {u"country"_s, u""_s},
+                       {u"city"_s, u""_s},
+                       {u"language"_s, u""_s},
+                       {u"recommendedBy"_s, u""_s}},
+                      createProfileMarkers());
 }
 
 QString NivoProfileAdmin::changePasswordWithLoginName(const QString& loginName,
                                                       const QString& oldPassword,
                                                       const QString& newPassword) {
-    return statusOf(send(u"/nivo/ChangePassword.aspx"_s,
-                         {{u"logInName"_s, loginName},
-                          {u"oldLogInPassword"_s, oldPassword},
-                          {u"newLogInPassword"_s, newPassword}},
-                         Probe::ResponseCode, getProfileMarkers()));
+    return textStatus(u"/nivo/ChangePassword.aspx"_s,
+                      {{u"logInName"_s, loginName},
+                       {u"oldLogInPassword"_s, oldPassword},
+                       {u"newLogInPassword"_s, newPassword}},
+                      getProfileMarkers());
 }
 
 QString NivoProfileAdmin::checkLogInNameAvailability(const QString& loginName) {
-    return statusOf(send(u"/nivo/CheckLoginName.aspx"_s, {{u"logInName"_s, loginName.toLower()}},
-                         Probe::ResponseCode, checkLoginNameMarkers()));
+    return textStatus(u"/nivo/CheckLoginName.aspx"_s, {{u"logInName"_s, loginName.toLower()}},
+                      checkLoginNameMarkers());
 }
 
 std::optional<Profile> NivoProfileAdmin::extractNivoProfileFromResulString(const QString& answer) {

@@ -39,6 +39,15 @@ public:
                                                              const QString& newPassword);
     [[nodiscard]] static QString checkLogInNameAvailability(const QString& loginName);
 
+    // What downloadProfileWithLogInName makes of the body of a GetProfile answer: a marker's
+    // status, the profile, or an empty profile with "" or the "Error:" text of a bad answer.
+    [[nodiscard]] static NivoProfile profileFromAnswer(const QString& answer,
+                                                       const QString& loginName,
+                                                       const QString& password);
+    // What downloadNivoIdWithRequesterLogInName makes of the body of a GetId answer; throws
+    // std::invalid_argument as that does.
+    [[nodiscard]] static NivoProfile nivoIdFromAnswer(const QString& answer);
+
     // A profile from a GetProfile answer, its certificate taken out of the PFX with the password
     // (absent when that fails). Absent without a "Pfx" member; throws std::invalid_argument when
     // the members have unexpected types or the login-name text is missing.

@@ -1,5 +1,6 @@
 #include "account/NivoProfileUtil.h"
 
+#include <cmath>
 #include <stdexcept>
 
 #include "crypto/ComTruvexIO_MemoryStream.h"
@@ -41,9 +42,18 @@ QByteArray NivoProfileUtil::NSArrayToNSData(const QJsonArray& numbers) {
         if (!value.isDouble()) {
             throw std::invalid_argument("byte array element is not a number");
         }
-        // Truncate toward zero like an integer conversion, then keep the low byte.
-        const auto integer = static_cast<long long>(value.toDouble());
-        bytes.append(static_cast<char>(static_cast<unsigned long long>(integer) & 0xFFu));
+        // The low byte of the number truncated toward zero, as two's complement has it. Worked
+        // out on the double itself: numbers beyond 64 bits come from a bad answer, and
+        // converting them to an integer type first would be undefined.
+        const double number = value.toDouble();
+        if (!std::isfinite(number)) {
+            throw std::invalid_argument("byte array element is not a finite number");
+        }
+        double low = std::fmod(std::trunc(number), 256.0);
+        if (low < 0) {
+            low += 256.0;
+        }
+        bytes.append(static_cast<char>(static_cast<unsigned char>(low)));
     }
     return bytes;
 }

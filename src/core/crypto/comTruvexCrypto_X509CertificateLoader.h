@@ -22,6 +22,7 @@ private:
     explicit comTruvexCrypto_X509CertificateLoader(TVXCryptoProvider& provider)
         : m_provider(&provider) {}
 
-    TVXCryptoProvider* m_provider;
+    // The provider the loader was made with; reading DER needs none of its services so far.
+    [[maybe_unused]] TVXCryptoProvider* m_provider;
     std::optional<TVXX509Certificate> m_certificate;
 };

@@ -25,6 +25,10 @@ TEST(NivoProfileUtilTest, NumbersBecomeTheirLowBytes) {
     EXPECT_EQ(NivoProfileUtil::NSArrayToNSData(json("[48, 130, 256, -1, 511, 7.9]")),
               QByteArray::fromHex("308200ffff07"));
     EXPECT_TRUE(NivoProfileUtil::NSArrayToNSData(json("[]")).isEmpty());
+    // Numbers beyond 64 bits, as a damaged answer holds them, still give their low byte.
+    EXPECT_EQ(NivoProfileUtil::NSArrayToNSData(
+                  json("[33333333333333333333337, -1e300, 4294967551, -257, -7.9]")),
+              QByteArray::fromHex("0000fffff9"));
     EXPECT_THROW((void)NivoProfileUtil::NSArrayToNSData(json("[1, \"2\"]")), std::invalid_argument);
     EXPECT_THROW((void)NivoProfileUtil::NSArrayToNSData(json("[1, null]")), std::invalid_argument);
 }

@@ -1,0 +1,35 @@
+// A protected file from anywhere, opened in memory as the batch run opens it, and its outline as
+// the command-line tool shows it without a key.
+#include "FuzzSupport.h"
+#include "crypto/CmsOutline.h"
+#include "crypto/NivoCryptoOperation.h"
+
+using namespace Qt::Literals::StringLiterals;
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const FuzzSupport::FixedUser& user = FuzzSupport::fixedUser();
+    const QByteArray message = FuzzSupport::bytesOf(data, size);
+    const QString outcome = FuzzSupport::checkDecrypt(
+        message, FuzzSupport::MessageInput::Memory,
+        [&user](const QByteArray& bytes, const QString&, const QString& outputPath,
+                QString& sender) {
+            return NivoCryptoOperation::decryptData(bytes, user.profile, user.password,
+                                                    outputPath, sender, {});
+        });
+
+    const CmsOutline outline = CmsOutline::inspect(message, {user.profile.Cer});
+    if (outcome.isEmpty()) {
+        // What opens with the user's key must show the user among its recipients.
+        FUZZ_CHECK(outline.failure.isEmpty(), u"an opened message has no outline: "_s + outline.failure);
+        bool named = false;
+        for (const CmsOutline::Recipient& recipient : outline.recipients) {
+            named = named || recipient.certificateIndex == 0;
+        }
+        FUZZ_CHECK(named, u"the outline of an opened message does not name its reader"_s);
+    }
+    for (const CmsOutline::Recipient& recipient : outline.recipients) {
+        FUZZ_CHECK(recipient.certificateIndex == -1 || recipient.certificateIndex == 0,
+                   u"a recipient points past the known certificates"_s);
+    }
+    return 0;
+}
