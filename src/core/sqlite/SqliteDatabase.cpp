@@ -22,6 +22,14 @@ SqliteDatabase::SqliteDatabase(const QString& path, Mode mode) {
         // turns its brief lock into a delay instead of a failed statement.
         constexpr int kBusyTimeoutMs = 2000;
         sqlite3_busy_timeout(owned.get(), kBusyTimeoutMs);
+        if (mode == Mode::ReadOnly) {
+            // A file opened read-only comes from outside (a backup, a profile file) and its
+            // schema may be anyone's. Our files hold tables only; a view named like one of our
+            // tables could run without end (a recursive query) behind a plain "select *", so
+            // views are refused, and functions in the schema get no more trust than SQL text.
+            sqlite3_db_config(owned.get(), SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
+            sqlite3_db_config(owned.get(), SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+        }
         m_connection = std::move(owned);
     }
 }

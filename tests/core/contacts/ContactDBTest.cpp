@@ -4,6 +4,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
 #include <QTemporaryDir>
 
 #include "SqliteShell.h"
@@ -159,6 +160,35 @@ TEST_F(ContactDBTest, FilesWithoutAProfileAreRefused) {
                   QStringLiteral("Unable to retrieve NIVO Profile from file."))
             << file.toStdString();
     }
+}
+
+TEST_F(ContactDBTest, ViewsInAFileFromOutsideAreRefusedInsteadOfRunForever) {
+    // Each table the imports read is a view over a query that never ends.
+    const QString endless =
+        QStringLiteral("WITH RECURSIVE n(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM n) ");
+    const QString file = dir.filePath(QStringLiteral("views.cbkm"));
+    QProcess shell;
+    shell.start(QStringLiteral("sqlite3"),
+                {file, QStringLiteral("CREATE VIEW CONTACT AS ") + endless +
+                           QStringLiteral("SELECT x AS ID, 'N' AS DisplayName, 'n' || x AS NivoID, "
+                                          "x'00' AS CertData FROM n; CREATE VIEW PRESET AS ") +
+                           endless + QStringLiteral("SELECT x AS PresetID, 'p' AS Name FROM n; "
+                                                    "CREATE VIEW NIVOPROFILE AS ") +
+                           endless +
+                           QStringLiteral("SELECT x AS UserID, 'alice' AS UserNivoID, "
+                                          "x'00' AS PfxData FROM n;")});
+    ASSERT_TRUE(shell.waitForFinished(10000));
+    ASSERT_EQ(shell.exitCode(), 0) << shell.readAllStandardError().toStdString();
+
+    EXPECT_EQ(db.importContactDB(file, QStringLiteral("alice")),
+              QStringLiteral("Unable to retrieve contacts from file."));
+    db.importContactMappingDB(file);
+    EXPECT_EQ(ContactDB::importProfileDB(file, QStringLiteral("alice"), QStringLiteral("secret"),
+                                         certificateFromPfx)
+                  .StatusText,
+              QStringLiteral("Unable to retrieve NIVO Profile from file."));
+    EXPECT_TRUE(db.getContactList().isEmpty());
+    EXPECT_TRUE(db.GetContactPreset().isEmpty());
 }
 
 TEST_F(ContactDBTest, AnUnusableDatabaseGivesFailureValuesAndCreatesNothing) {
