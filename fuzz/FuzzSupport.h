@@ -48,6 +48,10 @@ using Decrypt = std::function<QString(const QByteArray& message, const QString& 
 
 enum class MessageInput { Memory, File };
 
+// A target for another way of decrypting is cms_decrypt.cpp with its own `decrypt` call
+// (MessageInput::File when the call reads a file), its name in NIVOGX_FUZZ_TARGETS in
+// CMakeLists.txt, and fuzz/corpus/<name> (a link to corpus/cms_decrypt serves).
+//
 // Decrypts `message` with `decrypt` and checks what every decryption promises: no exception
 // with the right key, and either success with the content written, or a failure text with nothing
 // written and the sender untouched. Leaves nothing behind in the scratch folder. Returns the
@@ -56,9 +60,9 @@ QString checkDecrypt(const QByteArray& message, MessageInput input, const Decryp
 
 }  // namespace FuzzSupport
 
-#define FUZZ_CHECK(condition, what)                                                              \
-    do {                                                                                         \
-        if (!(condition)) {                                                                      \
+#define FUZZ_CHECK(condition, what)                                                             \
+    do {                                                                                        \
+        if (!(condition)) {                                                                     \
             FuzzSupport::fail(QStringLiteral("%1 (%2)").arg(what, QStringLiteral(#condition))); \
-        }                                                                                        \
+        }                                                                                       \
     } while (false)

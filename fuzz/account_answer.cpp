@@ -31,8 +31,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                                             NivoProfileAdmin::kUsernameNotRegistered,
                                             NivoProfileAdmin::kWrongPassword};
     FUZZ_CHECK(!profile.StatusText.isNull(), u"GetProfile gave no status text"_s);
-    FUZZ_CHECK(profileTexts.contains(profile.StatusText) || profile.StatusText.startsWith(u"Error:"_s),
-               u"GetProfile gave an unknown status text: "_s + profile.StatusText);
+    FUZZ_CHECK(
+        profileTexts.contains(profile.StatusText) || profile.StatusText.startsWith(u"Error:"_s),
+        u"GetProfile gave an unknown status text: "_s + profile.StatusText);
     checkFailureIsBare(profile);
     FUZZ_CHECK(profile.Cer.isEmpty() || !profile.Pfx.isEmpty(),
                u"a certificate without the key file it came from"_s);

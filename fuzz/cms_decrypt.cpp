@@ -13,14 +13,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         message, FuzzSupport::MessageInput::Memory,
         [&user](const QByteArray& bytes, const QString&, const QString& outputPath,
                 QString& sender) {
-            return NivoCryptoOperation::decryptData(bytes, user.profile, user.password,
-                                                    outputPath, sender, {});
+            return NivoCryptoOperation::decryptData(bytes, user.profile, user.password, outputPath,
+                                                    sender, {});
         });
 
     const CmsOutline outline = CmsOutline::inspect(message, {user.profile.Cer});
     if (outcome.isEmpty()) {
         // What opens with the user's key must show the user among its recipients.
-        FUZZ_CHECK(outline.failure.isEmpty(), u"an opened message has no outline: "_s + outline.failure);
+        FUZZ_CHECK(outline.failure.isEmpty(),
+                   u"an opened message has no outline: "_s + outline.failure);
         bool named = false;
         for (const CmsOutline::Recipient& recipient : outline.recipients) {
             named = named || recipient.certificateIndex == 0;

@@ -2,10 +2,12 @@
 // sent, and how malformed answers end. The real server's behaviour is tested in tests/server.
 #include <gtest/gtest.h>
 
+#include <QStringList>
 #include <QTcpServer>
 #include <QUrlQuery>
 
 #include "ScriptedHttpsServer.h"
+#include "TestPki.h"
 #include "account/AccountServer.h"
 #include "account/NivoProfileAdmin.h"
 
@@ -150,6 +152,40 @@ TEST_F(NivoProfileAdminTest, IdAnswerWithUnexpectedTypesEscapesToTheCaller) {
         NivoProfileAdmin::downloadNivoIdWithRequesterLogInName(QStringLiteral("a"), QStringLiteral("a"));
     EXPECT_EQ(none.StatusText, QString());
     EXPECT_TRUE(none.Cer.isEmpty());
+}
+
+// A JSON array of the bytes, as the server sends key files and certificates.
+QString byteArrayJson(const QByteArray& bytes) {
+    QStringList numbers;
+    for (const char byte : bytes) {
+        numbers.append(QString::number(static_cast<unsigned char>(byte)));
+    }
+    return u'[' + numbers.join(u',') + u']';
+}
+
+TEST(NivoProfileAdminAnswerTest, AnswerBodiesAreReadWithoutAServer) {
+    TestPki pki;
+    const TestPki::Identity alice = pki.createUser(QStringLiteral("alice"));
+    const QString answer = QStringLiteral("{\"Pfx\":%1,\"LogInInfo\":\"alice||Al||Ice||a@b.co\"}")
+                               .arg(byteArrayJson(alice.pfx));
+
+    const NivoProfile profile =
+        NivoProfileAdmin::profileFromAnswer(answer, QStringLiteral("ALICE"), TestPki::kPassword);
+    EXPECT_TRUE(profile.isUsable());
+    EXPECT_EQ(profile.LoginName, QStringLiteral("alice"));
+    EXPECT_EQ(profile.Pfx, alice.pfx);
+    EXPECT_EQ(profile.Cer, alice.certDer);
+    EXPECT_TRUE(NivoProfileAdmin::profileFromAnswer(answer, QStringLiteral("alice"),
+                                                    QStringLiteral("not it"))
+                    .Cer.isNull());
+
+    const NivoProfile id = NivoProfileAdmin::nivoIdFromAnswer(
+        QStringLiteral("{\"Pfx\":%1}").arg(byteArrayJson(alice.certDer)));
+    EXPECT_EQ(id.Cer, alice.certDer);
+    EXPECT_EQ(id.StatusText, QString());
+    EXPECT_EQ(
+        NivoProfileAdmin::nivoIdFromAnswer(QStringLiteral("alice is not registered")).StatusText,
+        QStringLiteral("Invalid NIVO ID name"));
 }
 
 TEST_F(NivoProfileAdminTest, TransportFailuresAreTheLayersTexts) {
