@@ -170,7 +170,9 @@ QString ContactDB::getNIVOIDfromCertData(const QByteArray& certData) const {
 }
 
 qint64 ContactDB::addPreset(const QString& name) const {
-    const QString lowerName = name.toLower();
+    // A missing name (a NULL in an imported file) is the empty name: bound as NULL it would
+    // never match, and every import would add another nameless preset.
+    const QString lowerName = name.isNull() ? u""_s : name.toLower();
     SqliteDatabase db(m_defaultDBPath, Mode::ReadWriteCreate);
     if (!db.isOpen()) {
         return kFailed;

@@ -97,6 +97,22 @@ TEST_F(ContactDBTest, PresetsMatchNamesInAnyCaseAndTheirMembersAreReplacedInOrde
     EXPECT_EQ(sqliteCount(path(), QStringLiteral("PRESET")), 3);
 }
 
+TEST_F(ContactDBTest, NamelessPresetsOfAnImportedFileBecomeOnePreset) {
+    const QString file = dir.filePath(QStringLiteral("nameless.cbkm"));
+    db.exportDB(file);
+    QProcess shell;
+    shell.start(QStringLiteral("sqlite3"),
+                {file, QStringLiteral("insert into PRESET (Name) values (NULL), (NULL)")});
+    ASSERT_TRUE(shell.waitForFinished(10000));
+    ASSERT_EQ(shell.exitCode(), 0);
+
+    db.importContactMappingDB(file);
+    db.importContactMappingDB(file);
+    const QList<ContactPreset> presets = db.GetContactPreset();
+    ASSERT_EQ(presets.size(), 1);
+    EXPECT_EQ(presets.first().name, QStringLiteral(""));
+}
+
 TEST_F(ContactDBTest, DeletingAContactTakesItOutOfEveryPreset) {
     const qint64 a = db.addContact(contact(QStringLiteral("a"), QStringLiteral("A"), "A"));
     const qint64 b = db.addContact(contact(QStringLiteral("b"), QStringLiteral("B"), "B"));
