@@ -3,18 +3,31 @@
 #include <sqlite3.h>
 
 #include <QFile>
+#include <QFileInfo>
+#include <QUrl>
 
 void SqliteDatabase::Closer::operator()(sqlite3* connection) const noexcept {
     // Waits for any statement still alive instead of failing with "busy".
     sqlite3_close_v2(connection);
 }
 
+namespace {
+
+// A file from outside is opened as one that cannot change. SQLite then writes nothing next to
+// it: a database in WAL mode would otherwise leave "-wal" and "-shm" files in the user's folder.
+QByteArray unchangeableFileUri(const QString& path) {
+    return QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()).toEncoded() + "?immutable=1";
+}
+
+}  // namespace
+
 SqliteDatabase::SqliteDatabase(const QString& path, Mode mode) {
-    const int flags =
-        mode == Mode::ReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    const bool readOnly = mode == Mode::ReadOnly;
+    const int flags = readOnly ? SQLITE_OPEN_READONLY | SQLITE_OPEN_URI
+                               : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    const QByteArray name = readOnly ? unchangeableFileUri(path) : QFile::encodeName(path);
     sqlite3* connection = nullptr;
-    const int result =
-        sqlite3_open_v2(QFile::encodeName(path).constData(), &connection, flags, nullptr);
+    const int result = sqlite3_open_v2(name.constData(), &connection, flags, nullptr);
     // SQLite hands out a connection object even when opening fails; it still has to be closed.
     std::unique_ptr<sqlite3, Closer> owned(connection);
     if (result == SQLITE_OK) {
@@ -22,7 +35,7 @@ SqliteDatabase::SqliteDatabase(const QString& path, Mode mode) {
         // turns its brief lock into a delay instead of a failed statement.
         constexpr int kBusyTimeoutMs = 2000;
         sqlite3_busy_timeout(owned.get(), kBusyTimeoutMs);
-        if (mode == Mode::ReadOnly) {
+        if (readOnly) {
             // A file opened read-only comes from outside (a backup, a profile file) and its
             // schema may be anyone's. Our files hold tables only; a view named like one of our
             // tables could run without end (a recursive query) behind a plain "select *", so

@@ -15,8 +15,8 @@ class SqliteDatabase {
 public:
     enum class Mode {
         ReadWriteCreate,  // the file is created when absent
-        ReadOnly,         // the file must already exist and is never written to; it may come
-                          // from anywhere, so its views are refused
+        ReadOnly,         // the file must already exist; nothing is written to it or next to
+                          // it; it may come from anywhere, so its views are refused
     };
 
     SqliteDatabase(const QString& path, Mode mode);

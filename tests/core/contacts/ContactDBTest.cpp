@@ -2,6 +2,7 @@
 // case, the profile row and the profile file read back, and failure values for an unusable file.
 #include <gtest/gtest.h>
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
@@ -205,6 +206,38 @@ TEST_F(ContactDBTest, ViewsInAFileFromOutsideAreRefusedInsteadOfRunForever) {
               QStringLiteral("Unable to retrieve NIVO Profile from file."));
     EXPECT_TRUE(db.getContactList().isEmpty());
     EXPECT_TRUE(db.GetContactPreset().isEmpty());
+}
+
+TEST_F(ContactDBTest, ImportingAFileInWalModeWritesNothingNextToIt) {
+    db.addContact(contact(QStringLiteral("bob"), QStringLiteral("Bob"), "B"));
+    QDir(dir.path()).mkdir(QStringLiteral("chosen"));
+    const QString file = dir.filePath(QStringLiteral("chosen/wal.cbkm"));
+    db.exportDB(file);
+    QProcess shell;
+    shell.start(QStringLiteral("sqlite3"), {file, QStringLiteral("PRAGMA journal_mode=WAL;")});
+    ASSERT_TRUE(shell.waitForFinished(10000));
+    ASSERT_EQ(shell.exitCode(), 0);
+    const QByteArray bytes = [&file] {
+        QFile f(file);
+        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    }();
+
+    ContactDB other;
+    other.initDB(dir.filePath(QStringLiteral("Contact_carol.db")));
+    EXPECT_EQ(other.importContactDB(file, QStringLiteral("carol")), QStringLiteral(""));
+    other.importContactMappingDB(file);
+    EXPECT_EQ(ContactDB::importProfileDB(file, QStringLiteral("carol"), QStringLiteral("secret"),
+                                         certificateFromPfx)
+                  .StatusText,
+              QStringLiteral("Unable to retrieve NIVO Profile from file."));
+    ASSERT_EQ(other.getContactList().size(), 1);
+    EXPECT_EQ(other.getContactList().first().NivoID, QStringLiteral("bob"));
+    EXPECT_EQ(QDir(dir.filePath(QStringLiteral("chosen")))
+                  .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+              QStringList{QStringLiteral("wal.cbkm")});
+    QFile after(file);
+    ASSERT_TRUE(after.open(QIODevice::ReadOnly));
+    EXPECT_EQ(after.readAll(), bytes);
 }
 
 TEST_F(ContactDBTest, AnUnusableDatabaseGivesFailureValuesAndCreatesNothing) {
