@@ -140,9 +140,6 @@ ContactController::ContactController(NotificationHub& hub, Prompter& prompter, Q
     connect(&m_hub, &NotificationHub::contactImportCompleted, this,
             &ContactController::handleImportComplete);
 
-    auto* searchRow = new QHBoxLayout;
-    searchRow->addWidget(m_searchField, 1);
-    searchRow->addWidget(m_progressIndicator);
 
     auto* tables = new QGridLayout;
     tables->addWidget(m_tableViewAvailable, 0, 0);
@@ -168,6 +165,8 @@ ContactController::ContactController(NotificationHub& hub, Prompter& prompter, Q
     selfNote->setForegroundRole(QPalette::PlaceholderText);
     auto* bottom = new QHBoxLayout;
     bottom->addWidget(selfNote, 1);
+    bottom->addWidget(m_progressIndicator);
+    bottom->addSpacing(8);
     bottom->addWidget(cancel);
     bottom->addWidget(next);
 
@@ -177,7 +176,7 @@ ContactController::ContactController(NotificationHub& hub, Prompter& prompter, Q
     headingFont.setBold(true);
     heading->setFont(headingFont);
     layout->addWidget(heading);
-    layout->addLayout(searchRow);
+    layout->addWidget(m_searchField);
     layout->addLayout(tables, 1);
     layout->addSpacing(4);
     layout->addLayout(bottom);
