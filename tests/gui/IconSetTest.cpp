@@ -42,18 +42,4 @@ TEST(IconSetTest, EveryImageDrawsAtSmallAndLargeSizes) {
     EXPECT_TRUE(IconSet::named(QString()).isNull());
 }
 
-TEST(IconSetTest, GreyPadlocksHaveNoColour) {
-    for (const QString& name : {IconSet::kEncryptGrey, IconSet::kDecryptGrey}) {
-        const QImage image = IconSet::named(name).pixmap(32, 32).toImage();
-        for (int y = 0; y < image.height(); ++y) {
-            for (int x = 0; x < image.width(); ++x) {
-                const QColor colour = image.pixelColor(x, y);
-                if (colour.alpha() > 0) {
-                    ASSERT_LT(colour.hsvSaturation(), 20) << name.toStdString();
-                }
-            }
-        }
-    }
-}
-
 }  // namespace
