@@ -32,7 +32,11 @@ RecipientSelection::RecipientSelection(QObject* parent)
     RecipientChoice::sortByNivoId(m_selectedList);
 }
 
-RecipientSelection::~RecipientSelection() = default;
+// The models read the lists; they go first, while the lists still exist.
+RecipientSelection::~RecipientSelection() {
+    delete m_availableModel;
+    delete m_selectedModel;
+}
 
 void RecipientSelection::clickInAvailableTable(qsizetype selectedRow) {
     if (inRange(selectedRow, m_contactList)) {
