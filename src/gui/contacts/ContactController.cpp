@@ -62,8 +62,8 @@ QTableView* makeTable(QWidget* parent, ContactTableModel* model, const QString& 
     table->horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     table->horizontalHeader()->setSectionsClickable(false);
     table->setMinimumWidth(190);
-    // A reload keeps the selected row, as the platform's tables do; the row last clicked, which
-    // Remove works on, is kept too.
+    // A reload leaves the highlight on the same row, which is also the row Remove goes on
+    // working on after a deletion.
     auto remembered = std::make_shared<int>(-1);
     QObject::connect(model, &QAbstractItemModel::modelAboutToBeReset, table, [table, remembered] {
         *remembered = table->currentIndex().isValid() &&
