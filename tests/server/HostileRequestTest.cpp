@@ -7,8 +7,7 @@
 #include <QRandomGenerator>
 #include <QSslSocket>
 
-#include "ServerThread.h"
-#include "account/AccountServer.h"
+#include "LiveServerTest.h"
 #include "account/NivoProfileAdmin.h"
 #include "server/AccountHttpServer.h"
 
@@ -55,24 +54,12 @@ QByteArray post(const QByteArray& path, const QByteArray& body, const QByteArray
            body;
 }
 
-class HostileRequestTest : public ::testing::Test {
+class HostileRequestTest : public LiveServerTest {
 protected:
-    static void SetUpTestSuite() {
-        server = new ServerThread;
-        AccountServer::setBaseUrl(server->baseUrl());
-    }
-    static void TearDownTestSuite() {
-        AccountServer::setBaseUrl(QString());
-        delete server;
-    }
-    void SetUp() override { ASSERT_FALSE(server->baseUrl().isEmpty()); }
-
     // A plain request after the hostile ones: the server still works.
     static void expectServing() {
         EXPECT_EQ(NivoProfileAdmin::checkLogInNameAvailability(u"stillthere"_s), QString());
     }
-
-    static inline ServerThread* server = nullptr;
 };
 
 TEST_F(HostileRequestTest, PasswordGuessingIsThrottledAndLocksOutTheRightPasswordToo) {

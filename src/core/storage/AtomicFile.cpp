@@ -162,7 +162,10 @@ bool AtomicFile::openNamed(unsigned mode) {
     return fail(kCannotCreate.arg(m_path, systemError(errno)));
 }
 
-bool AtomicFile::linkIntoPlace() {
+bool AtomicFile::putInPlace() {
+    if (::fsync(m_fd) != 0) {
+        return fail(kCannotWrite.arg(m_path, systemError(errno)));
+    }
     const QByteArray target = QFile::encodeName(m_path);
     if (m_temporaryPath.isEmpty()) {
         const QByteArray self = "/proc/self/fd/" + QByteArray::number(m_fd);
@@ -192,32 +195,6 @@ bool AtomicFile::linkIntoPlace() {
         return fail(kCannotWrite.arg(m_path, systemError(errno)));
     }
     m_temporaryPath.clear();
-    return true;
-}
-
-bool AtomicFile::commit() {
-    if (m_fd < 0 || !m_file.isOpen()) {
-        return fail(kNotOpen.arg(m_path));
-    }
-    const bool written = m_file.flush() && m_file.error() == QFileDevice::NoError;
-    const QString reason = m_file.errorString();
-    m_file.close();
-    if (!written) {
-        discard();
-        return fail(kCannotWrite.arg(m_path, reason));
-    }
-    if (::fsync(m_fd) != 0) {
-        const int error = errno;
-        discard();
-        return fail(kCannotWrite.arg(m_path, systemError(error)));
-    }
-    if (!linkIntoPlace()) {
-        discard();
-        return false;
-    }
-    ::close(m_fd);
-    m_fd = -1;
-    m_committed = true;
     return true;
 }
 
@@ -281,7 +258,7 @@ bool AtomicFile::open(std::optional<QFileDevice::Permissions> permissions) {
 bool AtomicFile::openNamed(unsigned) { return false; }
 bool AtomicFile::openUnnamed(unsigned) { return false; }
 
-bool AtomicFile::linkIntoPlace() {
+bool AtomicFile::putInPlace() {
     std::error_code error;
     std::filesystem::rename(QFile::encodeName(m_temporaryPath).toStdString(),
                             QFile::encodeName(m_path).toStdString(), error);
@@ -289,25 +266,6 @@ bool AtomicFile::linkIntoPlace() {
         return fail(kCannotWrite.arg(m_path, QString::fromStdString(error.message())));
     }
     m_temporaryPath.clear();
-    return true;
-}
-
-bool AtomicFile::commit() {
-    if (!m_file.isOpen()) {
-        return fail(kNotOpen.arg(m_path));
-    }
-    const bool written = m_file.flush() && m_file.error() == QFileDevice::NoError;
-    const QString reason = m_file.errorString();
-    m_file.close();
-    if (!written) {
-        discard();
-        return fail(kCannotWrite.arg(m_path, reason));
-    }
-    if (!linkIntoPlace()) {
-        discard();
-        return false;
-    }
-    m_committed = true;
     return true;
 }
 
@@ -335,6 +293,27 @@ int AtomicFile::removeStaleTemporaries(const QString& folder) {
 }
 
 #endif
+
+bool AtomicFile::commit() {
+    if (!m_file.isOpen()) {
+        return fail(kNotOpen.arg(m_path));
+    }
+    const bool written = m_file.flush() && m_file.error() == QFileDevice::NoError;
+    const QString reason = m_file.errorString();
+    m_file.close();
+    if (!written) {
+        discard();
+        return fail(kCannotWrite.arg(m_path, reason));
+    }
+    if (!putInPlace()) {
+        discard();
+        return false;
+    }
+    // Only closes what is still open: the temporary file is the final one now.
+    discard();
+    m_committed = true;
+    return true;
+}
 
 bool AtomicFile::isTemporaryName(QStringView fileName) {
     return temporaryName().match(fileName.toString()).hasMatch();

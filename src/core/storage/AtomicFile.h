@@ -57,7 +57,8 @@ private:
     bool fail(const QString& message);
     [[nodiscard]] bool openNamed(unsigned mode);
     [[nodiscard]] bool openUnnamed(unsigned mode);
-    [[nodiscard]] bool linkIntoPlace();
+    // Syncs the bytes to disk and gives the file its final name.
+    [[nodiscard]] bool putInPlace();
 
     QString m_path;
     QString m_temporaryPath;  // empty while the temporary file has no name

@@ -42,6 +42,16 @@ protected:
     QString livePath() const { return NivoGXUtil::contactDBPath(QStringLiteral("alice")); }
     QString file(const QString& name) const { return QDir(sandbox.root()).filePath(name); }
 
+    // A database file of the statements given, as some other program might have written it.
+    QString database(const QString& name, std::initializer_list<SqlText> statements) const {
+        const QString path = file(name);
+        SqliteDatabase db(path, SqliteDatabase::Mode::ReadWriteCreate);
+        for (const SqlText sql : statements) {
+            EXPECT_TRUE(db.execute(sql)) << sql.c_str();
+        }
+        return path;
+    }
+
     // Imports `path` and checks that the file was only read; returns the message.
     QString import(const QString& path) const {
         const QByteArray before = digest(path);
@@ -61,55 +71,43 @@ protected:
 };
 
 TEST_F(HostileBackupTest, ADatabaseOfAnotherProgramIsRefused) {
-    const QString path = file(QStringLiteral("other.cbkm"));
-    {
-        SqliteDatabase db(path, SqliteDatabase::Mode::ReadWriteCreate);
-        ASSERT_TRUE(db.execute("create table NOTES (ID integer primary key, Text text)"));
-        ASSERT_TRUE(db.execute("insert into NOTES (Text) values ('not a contact')"));
-        ASSERT_TRUE(db.execute("create table CONTACTS (NivoID text, CertData blob)"));
-        ASSERT_TRUE(db.execute("insert into CONTACTS values ('mallory', x'3082')"));
-    }
+    const QString path = database(QStringLiteral("other.cbkm"),
+                                  {"create table NOTES (ID integer primary key, Text text)",
+                                   "insert into NOTES (Text) values ('not a contact')",
+                                   "create table CONTACTS (NivoID text, CertData blob)",
+                                   "insert into CONTACTS values ('mallory', x'3082')"});
     EXPECT_EQ(import(path), QStringLiteral("Unable to retrieve contacts from file."));
     expectContactsUnchanged();
 }
 
 TEST_F(HostileBackupTest, ContactRowsWithValuesOfTheWrongKindsAreSkipped) {
-    const QString path = file(QStringLiteral("types.cbkm"));
-    {
-        SqliteDatabase db(path, SqliteDatabase::Mode::ReadWriteCreate);
-        // No declared types, so every value keeps the kind it was given.
-        ASSERT_TRUE(db.execute("create table CONTACT (ID, DisplayName, NivoID, CertData)"));
-        ASSERT_TRUE(db.execute("insert into CONTACT values ('one', 'Num', 42, x'3082')"));
-        ASSERT_TRUE(db.execute("insert into CONTACT values (2, x'4e616d65', 'blobname', x'30')"));
-        ASSERT_TRUE(db.execute("insert into CONTACT values (3, 'Text Cert', 'textcert', 'cert')"));
-        ASSERT_TRUE(db.execute("insert into CONTACT values (4, 'Real', 'floaty', 1.5)"));
-        ASSERT_TRUE(db.execute("create table PRESET (x)"));
-    }
+    // No declared types, so every value keeps the kind it was given.
+    const QString path =
+        database(QStringLiteral("types.cbkm"),
+                 {"create table CONTACT (ID, DisplayName, NivoID, CertData)",
+                  "insert into CONTACT values ('one', 'Num', 42, x'3082')",
+                  "insert into CONTACT values (2, x'4e616d65', 'blobname', x'30')",
+                  "insert into CONTACT values (3, 'Text Cert', 'textcert', 'cert')",
+                  "insert into CONTACT values (4, 'Real', 'floaty', 1.5)",
+                  "create table PRESET (x)"});
     EXPECT_EQ(import(path), QString());
     expectContactsUnchanged();
 
     // A table with none of the columns imports nothing either.
-    const QString bare = file(QStringLiteral("bare.cbkm"));
-    {
-        SqliteDatabase db(bare, SqliteDatabase::Mode::ReadWriteCreate);
-        ASSERT_TRUE(db.execute("create table CONTACT (a, b)"));
-        ASSERT_TRUE(db.execute("insert into CONTACT values ('x', x'30')"));
-    }
-    EXPECT_EQ(import(bare), QString());
+    EXPECT_EQ(import(database(QStringLiteral("bare.cbkm"),
+                              {"create table CONTACT (a, b)", "insert into CONTACT values ('x', x'30')"})),
+              QString());
     expectContactsUnchanged();
 }
 
 TEST_F(HostileBackupTest, AHugeCertificateIsSkippedAndAFileCutShortAddsNothing) {
-    const QString path = file(QStringLiteral("big.cbkm"));
-    {
-        SqliteDatabase db(path, SqliteDatabase::Mode::ReadWriteCreate);
-        ASSERT_TRUE(db.execute("create table CONTACT (ID integer primary key autoincrement, "
-                               "DisplayName text, NivoID text, CertData blob)"));
-        ASSERT_TRUE(db.execute("insert into CONTACT (DisplayName, NivoID, CertData) "
-                               "values ('Erin', 'erin', x'3082')"));
-        ASSERT_TRUE(db.execute("insert into CONTACT (DisplayName, NivoID, CertData) "
-                               "values ('Big', 'big', zeroblob(100 * 1024 * 1024))"));
-    }
+    const QString path = database(
+        QStringLiteral("big.cbkm"),
+        {"create table CONTACT (ID integer primary key autoincrement, DisplayName text, "
+         "NivoID text, CertData blob)",
+         "insert into CONTACT (DisplayName, NivoID, CertData) values ('Erin', 'erin', x'3082')",
+         "insert into CONTACT (DisplayName, NivoID, CertData) "
+         "values ('Big', 'big', zeroblob(100 * 1024 * 1024))"});
     // The file cut in the middle of the big value: Erin's row reads fine, then the file ends.
     const QString cut = file(QStringLiteral("cut.cbkm"));
     ASSERT_TRUE(QFile::copy(path, cut));

@@ -19,13 +19,6 @@ using namespace CryptoTestKit;
 
 namespace {
 
-struct People {
-    TestPki pki;
-    TestPki::Identity alice = pki.createUser(u"Alice Sender"_s);
-    TestPki::Identity bob = pki.createUser(u"Bob Recipient"_s);
-    TestPki::Identity carol = pki.createUser(u"Carol Other"_s);
-};
-
 // Header size and content length of the definite-length DER element at `at`.
 std::pair<qsizetype, qsizetype> elementAt(const QByteArray& der, qsizetype at) {
     const auto first = static_cast<quint8>(der[at + 1]);
@@ -115,18 +108,8 @@ QByteArray envelopeFor(const QList<const QByteArray*>& recipients, const QByteAr
     return der;
 }
 
-class HostileProtectedFileTest : public ::testing::Test {
+class HostileProtectedFileTest : public PeopleTest {
 protected:
-    static void SetUpTestSuite() { s_people = new People; }
-    static void TearDownTestSuite() {
-        delete s_people;
-        s_people = nullptr;
-    }
-
-    const TestPki::Identity& alice() { return s_people->alice; }
-    const TestPki::Identity& bob() { return s_people->bob; }
-    const TestPki::Identity& carol() { return s_people->carol; }
-    QString out(const QString& name) const { return m_dir.filePath(name); }
 
     // A real protected file from Alice to Bob.
     QByteArray realMessage() {
@@ -156,12 +139,7 @@ protected:
         EXPECT_TRUE(QDir(m_dir.path()).entryList(QDir::Files | QDir::Hidden).isEmpty()) << what;
         return {inMemory.outcome, fromFile.outcome};
     }
-
-    static People* s_people;
-    QTemporaryDir m_dir;
 };
-
-People* HostileProtectedFileTest::s_people = nullptr;
 
 bool isDamagedText(const QString& text) {
     return text.startsWith(u"The message is damaged or incomplete ("_s);
@@ -211,7 +189,7 @@ TEST_F(HostileProtectedFileTest, HugeDeclaredLengthsAreRefusedWithoutReadingOn) 
 
 TEST_F(HostileProtectedFileTest, TenThousandRecipientsAreSearchedAndTheOwnEntryFound) {
     const QByteArray signedContent =
-        opensslSign(s_people->pki, "for many eyes"_ba, {&alice()});
+        opensslSign(pki(), "for many eyes"_ba, {&alice()});
     QList<const QByteArray*> recipients;
     for (int i = 0; i < 10'000; ++i) {
         recipients << &carol().certDer;
@@ -232,7 +210,7 @@ TEST_F(HostileProtectedFileTest, TenThousandRecipientsAreSearchedAndTheOwnEntryF
 TEST_F(HostileProtectedFileTest, NestingAThousandDeepIsRefused) {
     // A thousand enveloped layers, each addressed to Bob: only a signed layer may follow an
     // enveloped one, so opening stops at the second.
-    QByteArray layered = opensslSign(s_people->pki, "deep inside"_ba, {&alice()});
+    QByteArray layered = opensslSign(pki(), "deep inside"_ba, {&alice()});
     for (int i = 0; i < 1'000; ++i) {
         layered = envelopeLabelled(bob(), layered, NID_pkcs7_enveloped);
     }
@@ -242,7 +220,7 @@ TEST_F(HostileProtectedFileTest, NestingAThousandDeepIsRefused) {
 
     // The real ciphertext for Bob, cut into a BER string of strings 1,000 levels deep.
     const QByteArray real =
-        envelopeFor({&bob().certDer}, opensslSign(s_people->pki, "deep inside"_ba, {&alice()}));
+        envelopeFor({&bob().certDer}, opensslSign(pki(), "deep inside"_ba, {&alice()}));
     const QList<QByteArray> contentInfo = children(real);
     const QList<QByteArray> enveloped = children(children(contentInfo[1])[0]);
     const QList<QByteArray> encryptedContent = children(enveloped[2]);

@@ -65,8 +65,12 @@ TEST_P(AtomicFileTest, NothingAppearsBeforeCommitAndAFailureLeavesNothing) {
     EXPECT_EQ(contentOf(path), QByteArray("old"));
 }
 
+std::string temporaryKind(const ::testing::TestParamInfo<bool>& named) {
+    return named.param ? "Named" : "Unnamed";
+}
+
 INSTANTIATE_TEST_SUITE_P(Temporaries, AtomicFileTest, ::testing::Values(false, true),
-                         [](const auto& info) { return info.param ? "Named" : "Unnamed"; });
+                         temporaryKind);
 
 TEST(AtomicFileCleanup, RemovesOnlyTemporariesWhoseWriterIsGone) {
     QTemporaryDir dir;
