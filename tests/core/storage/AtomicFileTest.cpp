@@ -5,7 +5,9 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 
+#include "UserSandbox.h"
 #include "storage/AtomicFile.h"
+#include "storage/NivoGXUtil.h"
 
 namespace {
 
@@ -109,6 +111,36 @@ TEST(AtomicFileCleanup, RemovesOnlyTemporariesWhoseWriterIsGone) {
     EXPECT_EQ(contentOf(dir.filePath(QStringLiteral("live.bin"))), QByteArray("still writing"));
     EXPECT_EQ(AtomicFile::removeStaleTemporaries(dir.path()), 0);
     EXPECT_EQ(AtomicFile::removeStaleTemporaries(QString()), 0);
+}
+
+TEST(AtomicFileCleanup, StartUpClearsTheApplicationAndRememberedOutputFoldersOnly) {
+    UserSandbox sandbox;
+    (void)NivoGXUtil::generateRequiredDirectory();
+    const QDir root(sandbox.root());
+    const QString sent = root.filePath(QStringLiteral("sent"));
+    const QString received = root.filePath(QStringLiteral("received"));
+    const QString elsewhere = root.filePath(QStringLiteral("elsewhere"));
+    for (const QString& folder : {sent, received, elsewhere}) {
+        ASSERT_TRUE(QDir().mkpath(folder));
+    }
+    NivoGXUtil::saveSettings(QString(), QString(), QString(), sent, received);
+
+    const QString stale = QStringLiteral(".x.tvf.nivogx-Ab3dE6gH.part");
+    const QStringList folders{NivoGXUtil::pfxFolder(), NivoGXUtil::contactsFolder(), sent,
+                              received, elsewhere};
+    for (const QString& folder : folders) {
+        for (const QString& name : {stale, QStringLiteral("x.tvf")}) {
+            QFile file(QDir(folder).filePath(name));
+            ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        }
+    }
+    NivoGXUtil::removeStaleTemporaries();
+    for (const QString& folder : folders) {
+        const QStringList expected =
+            folder == elsewhere ? QStringList{stale, QStringLiteral("x.tvf")}
+                                : QStringList{QStringLiteral("x.tvf")};
+        EXPECT_EQ(entries(folder), expected) << folder.toStdString();
+    }
 }
 
 }  // namespace
