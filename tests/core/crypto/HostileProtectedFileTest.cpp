@@ -12,6 +12,7 @@
 
 #include "CryptoTestKit.h"
 #include "TestPki.h"
+#include "crypto/CmsOutline.h"
 #include "crypto/NivoCryptoOperation.h"
 
 using namespace Qt::Literals::StringLiterals;
@@ -134,11 +135,17 @@ protected:
             EXPECT_FALSE(result->outputWritten) << what;
             EXPECT_EQ(result->sender, kSenderUntouched) << what;
         }
+        // What the tool shows of a file without opening it must cope with the same input.
+        const CmsOutline outline = CmsOutline::inspect(message, {bob().certDer});
+        m_outlineFailures << outline.failure;
         QFile::remove(input);
         QFile::remove(out(u"plain"_s));
         EXPECT_TRUE(QDir(m_dir.path()).entryList(QDir::Files | QDir::Hidden).isEmpty()) << what;
         return {inMemory.outcome, fromFile.outcome};
     }
+
+    // The outline reader's failure texts for the messages refused so far, in order.
+    QStringList m_outlineFailures;
 };
 
 bool isDamagedText(const QString& text) {
@@ -151,6 +158,7 @@ TEST_F(HostileProtectedFileTest, EmptyAndOneByteFilesAreNotProtectedFiles) {
             EXPECT_EQ(text, NivoCryptoOperation::kNotEncryptedOrNotSupported);
         }
     }
+    EXPECT_EQ(m_outlineFailures.count(QString()), 0);
 }
 
 TEST_F(HostileProtectedFileTest, AFileCutAtAnyBoundaryOfItsStructureIsRefused) {
@@ -185,6 +193,7 @@ TEST_F(HostileProtectedFileTest, HugeDeclaredLengthsAreRefusedWithoutReadingOn) 
                 << text.toStdString();
         }
     }
+    EXPECT_EQ(m_outlineFailures.count(QString()), 0) << m_outlineFailures.join(u"; "_s).toStdString();
 }
 
 TEST_F(HostileProtectedFileTest, TenThousandRecipientsAreSearchedAndTheOwnEntryFound) {
@@ -201,6 +210,8 @@ TEST_F(HostileProtectedFileTest, TenThousandRecipientsAreSearchedAndTheOwnEntryF
     for (const QString& text : refusedByBoth(forOthers, "10,000 others")) {
         EXPECT_EQ(text, NivoCryptoOperation::kNotRecipient);
     }
+    EXPECT_EQ(m_outlineFailures, QStringList{QString()});
+    EXPECT_EQ(CmsOutline::inspect(forAll, {bob().certDer}).recipients.size(), 10'001);
     const Decrypted opened = decryptAs(bob(), u"bob"_s, forAll, out(u"plain"_s));
     EXPECT_EQ(opened.outcome, QString());
     EXPECT_EQ(opened.output, "for many eyes"_ba);
