@@ -1,10 +1,10 @@
 #include "crypto/ComTruvexIO_FileStream.h"
 
 #include <QFile>
-#include <QSaveFile>
 
 #include "crypto/OpenSsl.h"
 #include "crypto/comTruvexUtil_ExceptionUtil.h"
+#include "storage/AtomicFile.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -22,9 +22,9 @@ struct ComTruvexIO_FileStream::Bio {
     nivossl::BioPtr bio;
 };
 
-ComTruvexIO_FileStream::ComTruvexIO_FileStream(QString path, std::unique_ptr<QIODevice> device,
-                                               bool writing)
-    : m_path(std::move(path)), m_device(std::move(device)), m_writing(writing) {}
+ComTruvexIO_FileStream::ComTruvexIO_FileStream(QString path, std::unique_ptr<QFile> input,
+                                               std::unique_ptr<AtomicFile> output)
+    : m_path(std::move(path)), m_input(std::move(input)), m_output(std::move(output)) {}
 
 ComTruvexIO_FileStream::~ComTruvexIO_FileStream() {
     close();
@@ -37,51 +37,48 @@ std::unique_ptr<ComTruvexIO_FileStream> ComTruvexIO_FileStream::initForReading(
         nivossl::fail(TVXStreamOperationException, kCannotRead.arg(path, file->errorString()));
     }
     return std::unique_ptr<ComTruvexIO_FileStream>(
-        new ComTruvexIO_FileStream(path, std::move(file), false));
+        new ComTruvexIO_FileStream(path, std::move(file), nullptr));
 }
 
 std::unique_ptr<ComTruvexIO_FileStream> ComTruvexIO_FileStream::initForWriting(
     const QString& path, std::optional<QFileDevice::Permissions> permissions) {
-    auto file = std::make_unique<QSaveFile>(path);
+    auto file = std::make_unique<AtomicFile>(path);
     // Permissions go on the temporary file before any byte lands in it.
-    if (!file->open(QIODevice::WriteOnly) ||
-        (permissions && !file->setPermissions(*permissions))) {
+    if (!file->open(permissions)) {
         nivossl::fail(TVXStreamOperationException, kCannotWrite.arg(path, file->errorString()));
     }
     return std::unique_ptr<ComTruvexIO_FileStream>(
-        new ComTruvexIO_FileStream(path, std::move(file), true));
+        new ComTruvexIO_FileStream(path, nullptr, std::move(file)));
 }
 
 void ComTruvexIO_FileStream::commit() {
-    auto* file = dynamic_cast<QSaveFile*>(m_device.get());
-    if (file == nullptr || m_committed) {
+    if (!m_output || m_committed) {
         nivossl::fail(TVXStreamOperationException, kClosed.arg(m_path));
     }
     m_bio.reset();
-    if (!file->commit()) {
-        nivossl::fail(TVXStreamOperationException, kCannotCommit.arg(m_path, file->errorString()));
+    if (!m_output->commit()) {
+        nivossl::fail(TVXStreamOperationException,
+                      kCannotCommit.arg(m_path, m_output->errorString()));
     }
     m_committed = true;
 }
 
 void ComTruvexIO_FileStream::close() {
     m_bio.reset();
-    if (!m_device) {
-        return;
-    }
-    if (auto* file = dynamic_cast<QSaveFile*>(m_device.get()); file != nullptr && !m_committed) {
-        file->cancelWriting();
-    }
-    m_device.reset();
+    m_input.reset();
+    // Without a commit nothing appears under the name.
+    m_output.reset();
 }
 
 bio_st* ComTruvexIO_FileStream::bio() {
-    if (!m_device || m_committed) {
+    QIODevice* device = m_input ? static_cast<QIODevice*>(m_input.get())
+                                : (m_output && !m_committed ? m_output->device() : nullptr);
+    if (device == nullptr) {
         nivossl::fail(TVXStreamOperationException, kClosed.arg(m_path));
     }
     if (!m_bio) {
         auto made = std::make_unique<Bio>();
-        made->bio = nivossl::deviceBio(m_device.get());
+        made->bio = nivossl::deviceBio(device);
         if (!made->bio) {
             nivossl::fail(TVXStreamOperationException, kNoBio.arg(m_path));
         }
@@ -91,8 +88,8 @@ bio_st* ComTruvexIO_FileStream::bio() {
 }
 
 QByteArray ComTruvexIO_FileStream::readAll() {
-    if (!m_device || m_writing) {
+    if (!m_input) {
         nivossl::fail(TVXStreamOperationException, kClosed.arg(m_path));
     }
-    return m_device->readAll();
+    return m_input->readAll();
 }

@@ -7,11 +7,12 @@
 
 #include "crypto/TVXStream.h"
 
-class QIODevice;
+class AtomicFile;
+class QFile;
 
-// A stream over a file. A writing stream puts its bytes in a temporary file beside the target and
-// renames it into place only on commit(); closing without commit() leaves nothing behind, so a
-// failed operation never leaves a partial file under the target name.
+// A stream over a file. A writing stream puts its bytes in a temporary file beside the target that
+// takes the target's name only on commit() (see AtomicFile); closing without commit() leaves
+// nothing behind, so a failed operation never leaves a partial file under the target name.
 class ComTruvexIO_FileStream final : public TVXStream {
 public:
     ~ComTruvexIO_FileStream() override;
@@ -31,11 +32,12 @@ public:
     [[nodiscard]] QByteArray readAll() override;
 
 private:
-    ComTruvexIO_FileStream(QString path, std::unique_ptr<QIODevice> device, bool writing);
+    ComTruvexIO_FileStream(QString path, std::unique_ptr<QFile> input,
+                           std::unique_ptr<AtomicFile> output);
 
     QString m_path;
-    std::unique_ptr<QIODevice> m_device;
-    bool m_writing = false;
+    std::unique_ptr<QFile> m_input;         // reading
+    std::unique_ptr<AtomicFile> m_output;   // writing
     bool m_committed = false;
     struct Bio;
     std::unique_ptr<Bio> m_bio;

@@ -124,6 +124,18 @@ bool NivoGXUtil::generateRequiredDirectory() {
     return true;
 }
 
+void NivoGXUtil::removeStaleTemporaries() {
+    computeFolders();
+    const State& s = state();
+    QStringList folders{s.applicationFolder, s.pfxFolder, s.certificateFolder, s.contactsFolder,
+                        s.logFolder};
+    folders << getLastOutputEncryptFolder() << getLastOutputDecryptFolder();
+    folders.removeDuplicates();
+    for (const QString& folder : folders) {
+        (void)AtomicFile::removeStaleTemporaries(folder);
+    }
+}
+
 bool NivoGXUtil::hasRequiredCredentials() {
     return credentialsAndFilesPresent();
 }

@@ -43,6 +43,9 @@ public:
     [[nodiscard]] static std::optional<NivoProfile> getNivoProfile();
     // Keeps the user name, forgets the password and deletes the user's pfx and certificate.
     static void logout();
+    // Removes what a killed or crashed run left half written (AtomicFile's temporaries) from
+    // the application folders and the remembered output folders. Run at start.
+    static void removeStaleTemporaries();
 
     // Applies each non-empty argument: a user name stores the credentials, a folder its setting.
     static void saveSettings(const QString& userName, const QString& password,

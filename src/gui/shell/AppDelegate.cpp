@@ -104,6 +104,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     }
     connect(&m_hub, &NotificationHub::loginCompleted, this, &AppDelegate::loginCompleted);
     connect(&m_hub, &NotificationHub::addToExternalFile, this, &AppDelegate::addToExternalFiles);
+    NivoGXUtil::removeStaleTemporaries();
     if (!NivoGXUtil::generateRequiredDirectory()) {
         m_loginController = std::make_unique<LoginController>(m_hub, m_prompter);
         installMenu(m_loginController->menuBar());

@@ -23,13 +23,6 @@ using namespace CryptoTestKit;
 
 namespace {
 
-struct People {
-    TestPki pki;
-    TestPki::Identity alice = pki.createUser(u"Alice Sender"_s);
-    TestPki::Identity bob = pki.createUser(u"Bob Recipient"_s);
-    TestPki::Identity carol = pki.createUser(u"Carol Other"_s);
-};
-
 using CmsPtr = std::unique_ptr<CMS_ContentInfo, decltype(&CMS_ContentInfo_free)>;
 
 CmsPtr parse(const QByteArray& der) {
@@ -64,20 +57,9 @@ QList<long> recipientSerials(const QByteArray& message) {
     return serials;
 }
 
-class CmsOperationTest : public ::testing::Test {
+class CmsOperationTest : public PeopleTest {
 protected:
-    static void SetUpTestSuite() { s_people = new People; }
-    static void TearDownTestSuite() {
-        delete s_people;
-        s_people = nullptr;
-    }
     void TearDown() override { NivoCryptoOperation::setNivoIdLookup({}); }
-
-    TestPki& pki() { return s_people->pki; }
-    const TestPki::Identity& alice() { return s_people->alice; }
-    const TestPki::Identity& bob() { return s_people->bob; }
-    const TestPki::Identity& carol() { return s_people->carol; }
-    QString out(const QString& name) const { return m_dir.filePath(name); }
 
     QByteArray encryptAsAlice(const QByteArray& content, const QList<QByteArray>& recipients,
                               const QString& name = u"message.tvf"_s) {
@@ -87,12 +69,7 @@ protected:
                   u""_s);
         return readFile(path);
     }
-
-    static People* s_people;
-    QTemporaryDir m_dir;
 };
-
-People* CmsOperationTest::s_people = nullptr;
 
 TEST_F(CmsOperationTest, ProtectedFileUsesTheFixedAlgorithmsAndLayering) {
     const QByteArray content = "quarterly figures\0with a zero byte"_ba;
