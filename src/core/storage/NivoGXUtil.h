@@ -41,7 +41,8 @@ public:
     // Writes a freshly obtained profile's files and makes it current.
     static void setNivoProfile(const NivoProfile& profile);
     [[nodiscard]] static std::optional<NivoProfile> getNivoProfile();
-    // Keeps the user name, forgets the password and deletes the user's pfx and certificate.
+    // Keeps the user name, forgets the password and deletes the user's pfx and certificate; the
+    // key files the crypto layer kept open are forgotten too.
     static void logout();
 
     // Applies each non-empty argument: a user name stores the credentials, a folder its setting.

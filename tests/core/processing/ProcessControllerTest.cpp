@@ -167,26 +167,37 @@ TEST_F(ProcessControllerTest, ACancelledDecryptionLogsNobodyAndItsWorkOutlivesTh
     EXPECT_EQ(kit.files(u"out"_s), QStringList{});
 }
 
-TEST_F(ProcessControllerTest, ProgressCountsTheInputThenTurnsIndeterminate) {
+TEST_F(ProcessControllerTest, ProgressCountsTheInputConsumedInBothDirections) {
     QDir().mkpath(kit.path(u"out"_s));
     const qint64 size = 3 * 1024 * 1024 + 17;
     const QString input = kit.writeFile(u"in/large.bin"_s, QByteArray(size, 'p'));
-    ProcessController controller;
-    QSignalSpy progress(&controller, &ProcessController::progress);
-    EXPECT_EQ(run(controller, input, true), u""_s);
-
-    QList<std::pair<qint64, qint64>> reports;
-    for (const QVariantList& report : progress) {
-        reports.append({report.at(0).toLongLong(), report.at(1).toLongLong()});
-    }
-    ASSERT_FALSE(reports.isEmpty());
-    EXPECT_TRUE(reports.contains(std::pair<qint64, qint64>{size, size}));
-    EXPECT_EQ(reports.last(), (std::pair<qint64, qint64>{0, 0}));
-    for (qsizetype i = 1; i < reports.size(); ++i) {
-        if (reports.at(i).second == size && reports.at(i - 1).second == size) {
+    const auto reportsOf = [this](const QString& path, bool toEncrypt, const QString& folder) {
+        ProcessController controller;
+        QSignalSpy progress(&controller, &ProcessController::progress);
+        EXPECT_EQ(run(controller, path, toEncrypt, {}, TestPki::kPassword, folder), u""_s);
+        QList<std::pair<qint64, qint64>> reports;
+        for (const QVariantList& report : progress) {
+            reports.append({report.at(0).toLongLong(), report.at(1).toLongLong()});
+        }
+        return reports;
+    };
+    const auto expectSteadyUpTo = [](const QList<std::pair<qint64, qint64>>& reports,
+                                     qint64 total) {
+        ASSERT_GE(reports.size(), 3);
+        // Indeterminate until the input is open, then counting up to the whole input.
+        EXPECT_EQ(reports.first(), (std::pair<qint64, qint64>{0, 0}));
+        EXPECT_EQ(reports.last(), (std::pair<qint64, qint64>{total, total}));
+        for (qsizetype i = 2; i < reports.size(); ++i) {
+            EXPECT_EQ(reports.at(i).second, total);
             EXPECT_LE(reports.at(i - 1).first, reports.at(i).first);
         }
-    }
+    };
+    expectSteadyUpTo(reportsOf(input, true, kit.path(u"out"_s)), size);
+
+    const QString protectedPath = kit.path(u"out/large.bin.tvf"_s);
+    QDir().mkpath(kit.path(u"back"_s));
+    expectSteadyUpTo(reportsOf(protectedPath, false, kit.path(u"back"_s)),
+                     QFileInfo(protectedPath).size());
 }
 
 }  // namespace
