@@ -2,6 +2,9 @@
 // the memory variants, nothing at the output path unless everything checked out, the openssl
 // command on the other side, and the key file opened once per batch.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <csignal>
 
 #include <QDir>
 #include <QFile>
@@ -158,6 +161,39 @@ TEST_F(StreamingCmsTest, FailuresMatchTheMemoryVariantAndNeverTouchTheOutputPath
                      {"not a certificate"_ba}, kept),
                  TVXException);
     EXPECT_EQ(readFile(kept), "an earlier file"_ba);
+}
+
+TEST_F(StreamingCmsTest, AFullDiskFailsBothDirectionsCleanly) {
+    const QByteArray content = TVXRandom::randomDataWithLength(3 * 1024 * 1024);
+    const QString input = out(u"big"_s);
+    writeFile(input, content);
+    const QString protectedPath = encryptFileForBob(content, u"big2"_s);
+    writeFile(out(u"earlier"_s), "an earlier file"_ba);
+
+    // Files may grow to 1 MiB only: the writes fail as on a full disk, on whichever thread
+    // writes the output.
+    rlimit saved{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
+    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit small = saved;
+    small.rlim_cur = 1024 * 1024;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+
+    EXPECT_THROW((void)NivoCryptoOperation::encryptFile(
+                     input, TestPki::profileFor(alice(), u"alice"_s), TestPki::kPassword,
+                     {bob().certDer}, out(u"earlier"_s)),
+                 TVXException);
+    QString sender = kSenderUntouched;
+    const QString outcome =
+        NivoCryptoOperation::decryptFile(protectedPath, TestPki::profileFor(bob(), u"bob"_s),
+                                         TestPki::kPassword, out(u"earlier"_s), sender);
+
+    setrlimit(RLIMIT_FSIZE, &saved);
+    std::signal(SIGXFSZ, previousHandler);
+    EXPECT_TRUE(outcome.startsWith(u"Cannot write"_s)) << outcome.toStdString();
+    EXPECT_EQ(sender, kSenderUntouched);
+    EXPECT_EQ(readFile(out(u"earlier"_s)), "an earlier file"_ba);
+    EXPECT_EQ(filesHere(), (QStringList{u"big"_s, u"big2"_s, u"big2.tvf"_s, u"earlier"_s}));
 }
 
 TEST_F(StreamingCmsTest, OpensslReadsOurStreamsAndWeReadItsStreams) {
