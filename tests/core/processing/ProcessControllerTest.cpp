@@ -11,6 +11,7 @@
 
 #include "ProcessingTestKit.h"
 #include "crypto/NivoCryptoOperation.h"
+#include "crypto/comTruvexCrypto_Pkcs12Loader.h"
 #include "processing/ProcessController.h"
 #include "storage/NivoGXUtil.h"
 
@@ -74,6 +75,28 @@ TEST_F(ProcessControllerTest, EncryptsForTheRecipientsAndTheUserAndLogsThemAll) 
               "quarterly numbers");
     EXPECT_EQ(ProcessingTestKit::loggedEvents(),
               QStringList{u"Encrypt | %1 | bob,carol,alice | Success"_s.arg(input)});
+}
+
+TEST_F(ProcessControllerTest, ABatchOpensTheKeyFileOnceAndSignOutForgetsIt) {
+    QDir().mkpath(kit.path(u"out"_s));
+    const auto encrypt = [this](const QString& name) {
+        ProcessController controller;
+        EXPECT_EQ(run(controller, kit.writeFile(u"in/"_s + name, "batch"), true), u""_s);
+    };
+    encrypt(u"first"_s);
+    const quint64 opened = comTruvexCrypto_Pkcs12Loader::keyDerivations();
+    encrypt(u"second"_s);
+    encrypt(u"third"_s);
+    EXPECT_EQ(comTruvexCrypto_Pkcs12Loader::keyDerivations(), opened);
+
+    // A wrong password is not let through by what was kept.
+    ProcessController wrong;
+    EXPECT_NE(run(wrong, kit.writeFile(u"in/wrong"_s, "batch"), true, {}, u"not it"_s), u""_s);
+
+    NivoGXUtil::logout();
+    const quint64 beforeNext = comTruvexCrypto_Pkcs12Loader::keyDerivations();
+    encrypt(u"after sign-out"_s);
+    EXPECT_EQ(comTruvexCrypto_Pkcs12Loader::keyDerivations(), beforeNext + 1);
 }
 
 TEST_F(ProcessControllerTest, FailuresBecomeTheOutcomeAndLeaveNoOutput) {
