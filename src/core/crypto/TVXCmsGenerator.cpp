@@ -146,16 +146,8 @@ private:
 class HandoffPipe {
 public:
     explicit HandoffPipe(BIO* downstream) : m_downstream(downstream) {
-        static const nivossl::BioMethodPtr method = [] {
-            nivossl::BioMethodPtr m(
-                BIO_meth_new(BIO_get_new_index() | BIO_TYPE_SOURCE_SINK, "handoff"));
-            if (m) {
-                BIO_meth_set_write(m.get(), pipeWrite);
-                BIO_meth_set_ctrl(m.get(), pipeCtrl);
-                BIO_meth_set_create(m.get(), pipeCreate);
-            }
-            return m;
-        }();
+        static const nivossl::BioMethodPtr method =
+            nivossl::sourceSinkMethod("handoff", nullptr, pipeWrite, pipeCtrl);
         m_bio.reset(method ? BIO_new(method.get()) : nullptr);
         if (!m_bio) {
             nivossl::fail(TVXCryptoOperationException, kCannotStart);
@@ -220,11 +212,6 @@ private:
             return pipe->m_filling.empty() || pipe->handOver() ? 1 : 0;
         }
         return 0;
-    }
-
-    static int pipeCreate(BIO* bio) {
-        BIO_set_init(bio, 1);
-        return 1;
     }
 
     // Queues the block being filled and takes a fresh one; false once the second thread failed.

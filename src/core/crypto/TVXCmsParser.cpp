@@ -214,22 +214,9 @@ long octetsCtrl(BIO* bio, int command, long /*number*/, void* /*pointer*/) {
     }
 }
 
-int octetsCreate(BIO* bio) {
-    BIO_set_init(bio, 1);
-    return 1;
-}
-
 nivossl::BioPtr octetsBio(OctetsFeed& feed) {
-    static const nivossl::BioMethodPtr method = [] {
-        nivossl::BioMethodPtr m(
-            BIO_meth_new(BIO_get_new_index() | BIO_TYPE_SOURCE_SINK, "BER octets"));
-        if (m) {
-            BIO_meth_set_read(m.get(), octetsRead);
-            BIO_meth_set_ctrl(m.get(), octetsCtrl);
-            BIO_meth_set_create(m.get(), octetsCreate);
-        }
-        return m;
-    }();
+    static const nivossl::BioMethodPtr method =
+        nivossl::sourceSinkMethod("BER octets", octetsRead, nullptr, octetsCtrl);
     nivossl::BioPtr bio(method ? BIO_new(method.get()) : nullptr);
     if (!bio) {
         throw MessageError{kCannotDecrypt.arg(nivossl::Errors::drain().text())};
