@@ -38,9 +38,10 @@ public:
     // (ContentInfo, EnvelopedData, the inner SignedData, constructed OCTET STRINGs); more is
     // refused rather than followed.
     static constexpr int kMaxDepth = 32;
-    // The largest element capture() keeps. Recipient lists, certificates and signer entries are a
-    // few KiB each; this leaves room for hundreds of recipients and still bounds memory.
-    static constexpr qint64 kMaxKeptElement = qint64{4} << 20;
+    // The largest element capture() keeps. A recipient entry is well under 1 KiB, a certificate
+    // or signer entry a few KiB; this leaves room for a thousand recipients and keeps the handful
+    // of kept elements, and OpenSSL's parsed copies of them, far below the memory a run may use.
+    static constexpr qint64 kMaxKeptElement = qint64{1} << 20;
 
     static constexpr quint8 kUniversal = 0x00;
     static constexpr quint8 kContext = 0x80;
