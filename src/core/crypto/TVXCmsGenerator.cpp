@@ -1,12 +1,9 @@
 #include "crypto/TVXCmsGenerator.h"
 
 #include <array>
-#include <condition_variable>
-#include <deque>
-#include <mutex>
-#include <thread>
 
 #include "crypto/CmsAlgorithmsOpenSsl.h"
+#include "crypto/HandoffPipe.h"
 #include "crypto/OpenSsl.h"
 #include "crypto/TVXStream.h"
 #include "crypto/comTruvexUtil_ExceptionUtil.h"
@@ -140,164 +137,6 @@ private:
     std::vector<std::unique_ptr<LayerEncoder>> m_encoders;
 };
 
-// Hands the innermost layer's encoding over to a second thread that feeds it to the outer
-// layers, so that the content is digested on one core while it is encrypted on the other. The
-// blocks in flight are bounded, and reused rather than allocated again.
-class HandoffPipe {
-public:
-    explicit HandoffPipe(BIO* downstream) : m_downstream(downstream) {
-        static const nivossl::BioMethodPtr method =
-            nivossl::sourceSinkMethod("handoff", nullptr, pipeWrite, pipeCtrl);
-        m_bio.reset(method ? BIO_new(method.get()) : nullptr);
-        if (!m_bio) {
-            nivossl::fail(TVXCryptoOperationException, kCannotStart);
-        }
-        BIO_set_data(m_bio.get(), this);
-        m_filling.reserve(kBlockSize);
-        m_worker = std::thread([this] { run(); });
-    }
-    ~HandoffPipe() {
-        if (m_worker.joinable()) {
-            {
-                const std::lock_guard lock(m_mutex);
-                m_aborted = true;
-            }
-            m_changed.notify_all();
-            m_worker.join();
-        }
-    }
-    HandoffPipe(const HandoffPipe&) = delete;
-    HandoffPipe& operator=(const HandoffPipe&) = delete;
-
-    [[nodiscard]] BIO* bio() const noexcept { return m_bio.get(); }
-
-    // Waits until everything handed over went through and the outer layers are finished; the
-    // failure text of the second thread, or "" when all went well.
-    [[nodiscard]] QString finish() {
-        if (!m_filling.empty()) {
-            (void)handOver();
-        }
-        {
-            const std::lock_guard lock(m_mutex);
-            m_ended = true;
-        }
-        m_changed.notify_all();
-        m_worker.join();
-        return m_failed ? (m_failure.isEmpty() ? kCannotWrite : kCannotWrite + u" ("_s +
-                                                                     m_failure + u')')
-                        : QString();
-    }
-
-private:
-    static constexpr size_t kBlockSize = 256 * 1024;
-    static constexpr size_t kBlocksInFlight = 8;
-
-    static int pipeWrite(BIO* bio, const char* data, int size) {
-        auto* pipe = static_cast<HandoffPipe*>(BIO_get_data(bio));
-        const auto length = static_cast<size_t>(size);
-        for (size_t taken = 0; taken < length;) {
-            const size_t count = std::min(length - taken, kBlockSize - pipe->m_filling.size());
-            pipe->m_filling.insert(pipe->m_filling.end(), data + taken, data + taken + count);
-            taken += count;
-            if (pipe->m_filling.size() == kBlockSize && !pipe->handOver()) {
-                return -1;
-            }
-        }
-        return size;
-    }
-
-    static long pipeCtrl(BIO* bio, int command, long /*number*/, void* /*pointer*/) {
-        auto* pipe = static_cast<HandoffPipe*>(BIO_get_data(bio));
-        if (command == BIO_CTRL_FLUSH) {
-            return pipe->m_filling.empty() || pipe->handOver() ? 1 : 0;
-        }
-        return 0;
-    }
-
-    // Queues the block being filled and takes a fresh one; false once the second thread failed.
-    bool handOver() {
-        std::unique_lock lock(m_mutex);
-        m_changed.wait(lock, [this] { return m_queue.size() < kBlocksInFlight || m_failed; });
-        if (m_failed) {
-            return false;
-        }
-        m_queue.push_back(std::move(m_filling));
-        if (m_spare.empty()) {
-            m_filling = {};
-            m_filling.reserve(kBlockSize);
-        } else {
-            m_filling = std::move(m_spare.back());
-            m_spare.pop_back();
-        }
-        lock.unlock();
-        m_changed.notify_all();
-        return true;
-    }
-
-    void run() {
-        ERR_clear_error();
-        for (;;) {
-            std::vector<char> block;
-            {
-                std::unique_lock lock(m_mutex);
-                m_changed.wait(lock, [this] { return !m_queue.empty() || m_ended || m_aborted; });
-                if (m_aborted) {
-                    return;
-                }
-                if (m_queue.empty()) {
-                    break;
-                }
-                block = std::move(m_queue.front());
-                m_queue.pop_front();
-            }
-            m_changed.notify_all();
-            for (size_t written = 0; written < block.size();) {
-                const int taken = BIO_write(m_downstream, block.data() + written,
-                                            static_cast<int>(block.size() - written));
-                if (taken <= 0) {
-                    fail();
-                    return;
-                }
-                written += static_cast<size_t>(taken);
-            }
-            block.clear();
-            const std::lock_guard lock(m_mutex);
-            m_spare.push_back(std::move(block));
-        }
-        // Flushing the outermost of the remaining layers finishes them all, inside out.
-        if (bioControl(m_downstream, BIO_CTRL_FLUSH) <= 0) {
-            fail();
-        }
-        ERR_clear_error();
-    }
-
-    void fail() {
-        // OpenSSL's error queue belongs to this thread; its text travels to the other one.
-        const QString text = nivossl::Errors::drain().text();
-        {
-            const std::lock_guard lock(m_mutex);
-            m_failed = true;
-            m_failure = text;
-        }
-        m_changed.notify_all();
-    }
-
-    static long bioControl(BIO* bio, int command) { return BIO_ctrl(bio, command, 0, nullptr); }
-
-    BIO* m_downstream;
-    nivossl::BioPtr m_bio;
-    std::vector<char> m_filling;  // touched by the writing thread only
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::deque<std::vector<char>> m_queue;
-    std::vector<std::vector<char>> m_spare;
-    bool m_ended = false;
-    bool m_aborted = false;
-    bool m_failed = false;
-    QString m_failure;
-    std::thread m_worker;
-};
-
 long bioControl(BIO* bio, int command) {
     return BIO_ctrl(bio, command, 0, nullptr);
 }
@@ -407,14 +246,13 @@ void TVXCmsGenerator::encodeFromSource(TVXStream& source, TVXStream& sink) {
     // Flushing the innermost encoder finishes it and, through the pipe, every outer layer.
     const bool finished = bioControl(next, BIO_CTRL_FLUSH) > 0;
     innerEncoder.clear();
-    const QString failure = pipe ? pipe->finish() : QString();
+    QString failure;
+    const bool handedOver = !pipe || pipe->finish(failure);
     pipe.reset();
     outerEncoders.clear();
-    if (!finished) {
-        nivossl::fail(TVXCryptoOperationException, kCannotWrite);
-    }
-    if (!failure.isEmpty()) {
-        nivossl::fail(TVXCryptoOperationException, failure);
+    if (!finished || !handedOver) {
+        nivossl::fail(TVXCryptoOperationException,
+                      failure.isEmpty() ? kCannotWrite : kCannotWrite + u" ("_s + failure + u')');
     }
     ERR_clear_error();
 }

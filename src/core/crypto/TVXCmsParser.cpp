@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "crypto/BerReader.h"
+#include "crypto/HandoffPipe.h"
 #include "crypto/OpenSsl.h"
 #include "crypto/TVXCmsParserCallback.h"
 #include "crypto/TVXStream.h"
@@ -224,6 +225,28 @@ nivossl::BioPtr octetsBio(OctetsFeed& feed) {
     BIO_set_data(bio.get(), &feed);
     return bio;
 }
+
+// The digest BIOs that CMS_dataInit pushed on a BIO we do not own; frees exactly those.
+class DigestChain {
+public:
+    DigestChain(BIO* head, BIO* below) : m_head(head), m_below(below) {}
+    ~DigestChain() {
+        BIO* bio = m_head;
+        while (bio != nullptr && bio != m_below) {
+            BIO* next = BIO_pop(bio);
+            BIO_free(bio);
+            bio = next;
+        }
+    }
+    DigestChain(const DigestChain&) = delete;
+    DigestChain& operator=(const DigestChain&) = delete;
+
+    [[nodiscard]] BIO* head() const noexcept { return m_head; }
+
+private:
+    BIO* m_head;
+    BIO* m_below;
+};
 
 // Reads the message front to back: the small parts (recipient entries, algorithms, certificates,
 // signer entries) are kept and handed to OpenSSL as content-less messages; the content streams
@@ -484,17 +507,30 @@ private:
         }
         BIO* out = decoded->bio();
 
-        // Digests for the listed algorithms; the signer entries come after the content.
+        // Digests for the listed algorithms (the signer entries come after the content), on top of
+        // the decoded stream: a second thread digests and writes the content while this one
+        // decrypts and reads it.
         const nivossl::CmsPtr digests = contentInfo(NID_pkcs7_signed, fields + "\x31\x00"_ba);
-        OctetsFeed feed{&reader, &m_pending, {}, false};
-        nivossl::BioPtr content = octetsBio(feed);
-        reader.beginOctets(*octets);
-        const nivossl::BioPtr chain(CMS_dataInit(digests.get(), content.get()));
-        if (!chain) {
+        const DigestChain chain(CMS_dataInit(digests.get(), out), out);
+        if (chain.head() == nullptr) {
             throw MessageError{kCannotVerify.arg(nivossl::Errors::drain().text())};
         }
-        (void)content.release();
-        copyAll(chain.get(), out);
+        reader.beginOctets(*octets);
+        {
+            HandoffPipe pipe(chain.head());
+            std::array<char, kCopyChunk> buffer{};
+            while (const qint64 read = reader.readOctets(buffer.data(), kCopyChunk)) {
+                if (BIO_write(pipe.bio(), buffer.data(), static_cast<int>(read)) != read) {
+                    break;  // the second thread failed; finish() says so
+                }
+            }
+            QString failure;
+            if (!pipe.finish(failure)) {
+                nivossl::fail(TVXStreamOperationException,
+                              failure.isEmpty() ? kCannotWriteDecoded
+                                                : kCannotWriteDecoded + u" ("_s + failure + u')');
+            }
+        }
         reader.leave();
         reader.leave();
 
@@ -508,30 +544,7 @@ private:
         }
         reader.leave();
         const nivossl::CmsPtr cms = contentInfo(NID_pkcs7_signed, fields);
-        verify(cms.get(), chain.get(), level);
-    }
-
-    void copyAll(BIO* in, BIO* out) {
-        std::array<char, kCopyChunk> buffer{};
-        for (;;) {
-            const int read = BIO_read(in, buffer.data(), static_cast<int>(buffer.size()));
-            if (read < 0 || (read == 0 && BIO_ctrl(in, BIO_CTRL_EOF, 0, nullptr) != 1)) {
-                if (m_pending) {
-                    std::rethrow_exception(std::exchange(m_pending, nullptr));
-                }
-                throw BerReader::Error(u"the signed content cannot be read"_s);
-            }
-            if (read == 0) {
-                return;
-            }
-            for (int written = 0; written < read;) {
-                const int taken = BIO_write(out, buffer.data() + written, read - written);
-                if (taken <= 0) {
-                    nivossl::fail(TVXStreamOperationException, kCannotWriteDecoded);
-                }
-                written += taken;
-            }
-        }
+        verify(cms.get(), chain.head(), level);
     }
 
     // Each signature must match its certificate (trust in the certificate is decided elsewhere:
