@@ -1,6 +1,7 @@
 #include "crypto/ComTruvexIO_FileStream.h"
 
 #include <QFile>
+#include <algorithm>
 
 #include "crypto/OpenSsl.h"
 #include "crypto/comTruvexUtil_ExceptionUtil.h"
@@ -15,6 +16,41 @@ const QString kCannotWrite = u"Cannot create %1: %2"_s;
 const QString kCannotCommit = u"Cannot write %1: %2"_s;
 const QString kClosed = u"The file stream for %1 is closed"_s;
 const QString kNoBio = u"Cannot attach the file stream for %1"_s;
+
+// Progress is told in steps of this many bytes: often enough for a smooth bar, rarely enough to
+// cost nothing.
+constexpr qint64 kProgressStep = qint64{1} << 20;
+
+// A file that counts what is read from it.
+class CountingFile final : public QFile {
+public:
+    CountingFile(const QString& path, ComTruvexIO_FileStream::ReadProgress progress)
+        : QFile(path), m_progress(std::move(progress)) {}
+
+    void start() {
+        m_total = size();
+        m_progress(0, m_total);
+    }
+
+protected:
+    qint64 readData(char* data, qint64 maxSize) override {
+        const qint64 read = QFile::readData(data, maxSize);
+        if (read > 0) {
+            m_done += read;
+            if (m_done - m_reported >= kProgressStep || m_done >= m_total) {
+                m_reported = m_done;
+                m_progress(m_done, std::max(m_total, m_done));
+            }
+        }
+        return read;
+    }
+
+private:
+    ComTruvexIO_FileStream::ReadProgress m_progress;
+    qint64 m_total = 0;
+    qint64 m_done = 0;
+    qint64 m_reported = 0;
+};
 
 }  // namespace
 
@@ -31,10 +67,22 @@ ComTruvexIO_FileStream::~ComTruvexIO_FileStream() {
 }
 
 std::unique_ptr<ComTruvexIO_FileStream> ComTruvexIO_FileStream::initForReading(
-    const QString& path) {
-    auto file = std::make_unique<QFile>(path);
-    if (!file->open(QIODevice::ReadOnly)) {
+    const QString& path, ReadProgress progress) {
+    std::unique_ptr<QFile> file;
+    CountingFile* counting = nullptr;
+    if (progress) {
+        auto made = std::make_unique<CountingFile>(path, std::move(progress));
+        counting = made.get();
+        file = std::move(made);
+    } else {
+        file = std::make_unique<QFile>(path);
+    }
+    // The CMS layer reads in large pieces; a second buffer would only copy them once more.
+    if (!file->open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
         nivossl::fail(TVXStreamOperationException, kCannotRead.arg(path, file->errorString()));
+    }
+    if (counting != nullptr) {
+        counting->start();
     }
     return std::unique_ptr<ComTruvexIO_FileStream>(
         new ComTruvexIO_FileStream(path, std::move(file), nullptr));

@@ -2,6 +2,7 @@
 
 #include <QFileDevice>
 #include <QString>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -17,9 +18,14 @@ class ComTruvexIO_FileStream final : public TVXStream {
 public:
     ~ComTruvexIO_FileStream() override;
 
+    // Bytes read so far and the file's size.
+    using ReadProgress = std::function<void(qint64 done, qint64 total)>;
+
     // Both throw a TVXException (TVXStreamOperationException) when the file cannot be opened.
+    // A reading stream tells `progress` (when given) how far it has read: at the start, about
+    // every MiB and at the end.
     [[nodiscard]] static std::unique_ptr<ComTruvexIO_FileStream> initForReading(
-        const QString& path);
+        const QString& path, ReadProgress progress = {});
     // The file gets `permissions` when given, else the usual ones for new files.
     [[nodiscard]] static std::unique_ptr<ComTruvexIO_FileStream> initForWriting(
         const QString& path, std::optional<QFileDevice::Permissions> permissions = std::nullopt);

@@ -7,6 +7,7 @@
 #include <QStandardPaths>
 
 #include "contacts/ContactDB.h"
+#include "crypto/NivoCryptoOperation.h"
 #include "log/ActivityLog.h"
 #include "storage/AtomicFile.h"
 #include "storage/QKKeychain.h"
@@ -182,6 +183,7 @@ void NivoGXUtil::logout() {
     s.certificatePath = QDir(s.certificateFolder).filePath(fileStem(userName) + u".cer"_s);
     QFile::remove(s.pfxPath);
     QFile::remove(s.certificatePath);
+    NivoCryptoOperation::forgetOpenedKeys();
 }
 
 void NivoGXUtil::saveSettings(const QString& userName, const QString& password,

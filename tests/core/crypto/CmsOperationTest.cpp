@@ -247,11 +247,11 @@ TEST_F(CmsOperationTest, FileVariantsStreamTheSameMessageAndLeaveNothingOnFailur
     EXPECT_EQ(opened.sender, alice().commonName);
     EXPECT_EQ(decryptAs(bob(), u"bob"_s, readFile(protectedPath), out(u"f2"_s)).output, content);
 
-    // A failed decryption deletes an earlier output file and writes none.
+    // A failed decryption keeps an earlier output file as it was.
     writeFile(out(u"f3"_s), "earlier"_ba);
     opened = decryptFileAs(bob(), u"bob"_s, input, out(u"f3"_s));
     EXPECT_EQ(opened.outcome, NivoCryptoOperation::kNotEncryptedOrNotSupported);
-    EXPECT_FALSE(opened.outputWritten);
+    EXPECT_EQ(opened.output, "earlier"_ba);
     EXPECT_EQ(opened.sender, kSenderUntouched);
 
     // A missing input throws and leaves no output behind.
@@ -262,7 +262,7 @@ TEST_F(CmsOperationTest, FileVariantsStreamTheSameMessageAndLeaveNothingOnFailur
     EXPECT_FALSE(QFile::exists(out(u"missing.tvf"_s)));
     // No temporary file is left behind by the failures either.
     EXPECT_EQ(QDir(m_dir.path()).entryList(QDir::Files | QDir::Hidden, QDir::Name),
-              (QStringList{u"f1"_s, u"f2"_s, u"input.bin"_s, u"input.bin.tvf"_s}));
+              (QStringList{u"f1"_s, u"f2"_s, u"f3"_s, u"input.bin"_s, u"input.bin.tvf"_s}));
 }
 
 TEST_F(CmsOperationTest, EncryptFailuresThrowAndKeepTheEarlierOutput) {
