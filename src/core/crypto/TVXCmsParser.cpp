@@ -108,6 +108,9 @@ constexpr qint64 kMaxOidSize = 64;
 constexpr qint64 kMaxTagSize = 64;
 // Stand-in tag for opening AuthEnvelopedData before its tag (which follows the content) is read.
 constexpr int kPlaceholderTagSize = 16;
+// The recipient list is kept whole until the user's entry is found in it. An entry for an
+// RSA-3072 key takes about 550 bytes, so this admits some fifteen thousand recipients.
+constexpr qint64 kMaxRecipientList = qint64{8} << 20;
 // The piece in which decoded content is passed on.
 constexpr int kCopyChunk = 64 * 1024;
 
@@ -148,8 +151,15 @@ nivossl::CmsPtr contentInfo(int typeNid, const QByteArray& fields) {
     return cms;
 }
 
+// A fault of the layer that carries the one being read (the ciphertext around decrypted
+// content): it damages the message as a whole, whatever the inner reader made of it so far.
+class CarrierError final : public BerReader::Error {
+public:
+    using BerReader::Error::Error;
+};
+
 // A BerSource reading a BIO. Faults raised further down the chain (inside another reader's BIO)
-// were parked in `pending` and are raised again here.
+// were parked in `pending` and are raised again here, faults of the encoding as CarrierError.
 class BioSource final : public BerSource {
 public:
     BioSource(BIO* bio, std::exception_ptr& pending) : m_bio(bio), m_pending(pending) {}
@@ -161,10 +171,14 @@ public:
             return read;
         }
         if (m_pending) {
-            std::rethrow_exception(std::exchange(m_pending, nullptr));
+            try {
+                std::rethrow_exception(std::exchange(m_pending, nullptr));
+            } catch (const BerReader::Error& error) {
+                throw CarrierError(error.message());
+            }
         }
         if (read < 0 && BIO_ctrl(m_bio, BIO_CTRL_EOF, 0, nullptr) != 1) {
-            throw BerReader::Error(u"the data cannot be read"_s);
+            throw CarrierError(u"the data cannot be read"_s);
         }
         return 0;
     }
@@ -340,6 +354,8 @@ private:
             }
             reader.enter(*outer);
             first = reader.next();
+        } catch (const CarrierError&) {
+            throw;
         } catch (const BerReader::Error& error) {
             throw notContentInfo(error.message());
         }
@@ -352,6 +368,8 @@ private:
         if (first && first->isUniversal(BerReader::kTagOid) && !first->constructed) {
             try {
                 type = oidNid(reader.capture(*first, kMaxOidSize));
+            } catch (const CarrierError&) {
+                throw;
             } catch (const BerReader::Error& error) {
                 throw notContentInfo(error.message());
             }
@@ -377,7 +395,7 @@ private:
         if (!header || !header->isUniversal(BerReader::kTagSet) || !header->constructed) {
             throw BerReader::Error(u"the recipient list is missing"_s);
         }
-        fields += reader.capture(*header);
+        fields += reader.capture(*header, kMaxRecipientList);
         reader.enter(reader.expect(BerReader::kUniversal, BerReader::kTagSequence, true,
                                    "encrypted content information"));
         QByteArray encryptedContentInfo =
