@@ -6,6 +6,7 @@
 #include <QTime>
 #include <algorithm>
 #include <limits>
+#include <numeric>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -40,22 +41,31 @@ QString folded(const QString& text) {
     return result.toCaseFolded();
 }
 
+bool isAscii(QStringView text) {
+    return std::all_of(text.begin(), text.end(), [](QChar c) { return c.unicode() < 0x80; });
+}
+
 int sign(int value) {
     return (value > 0) - (value < 0);
 }
 
-int compareText(const QString& a, const QString& b) {
-    return sign(QString::compare(a, b, Qt::CaseSensitive));
+int compareText(QStringView a, QStringView b) {
+    return sign(a.compare(b, Qt::CaseSensitive));
 }
 
-// An entry with its date and time parsed: the day and millisecond numbers, or kUnparsed for
-// text that does not parse, which is "nothing": equal to nothing, before every real value.
+// An entry ready for comparing: its date and time parsed into day and millisecond numbers, or
+// kUnparsed for text that does not parse, which is "nothing": equal to nothing, before every
+// real value; the texts it is compared by, at hand without going through the entry; and the
+// place of its date text among the others' (for the descending Date order).
 struct Parsed {
     static constexpr qint64 kUnparsed = std::numeric_limits<qint64>::min();
 
     const LogEntry* entry;
+    QStringView text;  // the column's text (Type, File, Recipient, Status), otherwise the path
+    QStringView path;
     qint64 date;
     qint64 time;
+    qint64 dateText;
 };
 
 qint64 dateKey(const QLocale& locale, const QString& text) {
@@ -94,9 +104,6 @@ std::optional<qint64> plainTimeKey(QStringView text) {
 bool asciiDigits(const QLocale& locale) {
     return locale.zeroDigit() == u"0"_s;
 }
-Parsed parsed(const QLocale& locale, const LogEntry& e) {
-    return {&e, dateKey(locale, e.date), timeKey(locale, e.time)};
-}
 
 int threeWay(qint64 a, qint64 b) {
     return (a > b) - (a < b);
@@ -107,9 +114,11 @@ int byDate(const Parsed& a, const Parsed& b) {
 int byTime(const Parsed& a, const Parsed& b) {
     return threeWay(a.time, b.time);
 }
-template <QString LogEntry::*field>
-int byText(const Parsed& a, const Parsed& b) {
-    return compareText(a.entry->*field, b.entry->*field);
+int byColumnText(const Parsed& a, const Parsed& b) {
+    return compareText(a.text, b.text);
+}
+int byPath(const Parsed& a, const Parsed& b) {
+    return compareText(a.path, b.path);
 }
 
 // The first key that tells the entries apart decides.
@@ -121,25 +130,21 @@ int firstDifference(const Parsed& a, const Parsed& b, Keys... keys) {
 }
 
 int ascending(const Parsed& a, const Parsed& b, LogQuery::Column column) {
-    constexpr auto path = byText<&LogEntry::filePath>;
     using C = LogQuery::Column;
     switch (column) {
         case C::Date:
-            return firstDifference(a, b, byDate, byTime, path);
-        case C::Time:
-            return firstDifference(a, b, byTime, byDate, path);
-        case C::Type:
-            return firstDifference(a, b, byText<&LogEntry::operationType>, byDate, byTime, path);
-        case C::File:
-            return firstDifference(a, b, path, byDate, byTime);
-        case C::Recipient:
-            return firstDifference(a, b, byText<&LogEntry::recipients>, byDate, byTime, path);
-        case C::Status:
-            return firstDifference(a, b, byText<&LogEntry::status>, byDate, byTime, path);
         case C::None:
+            return firstDifference(a, b, byDate, byTime, byPath);
+        case C::Time:
+            return firstDifference(a, b, byTime, byDate, byPath);
+        case C::File:
+            return firstDifference(a, b, byPath, byDate, byTime);
+        case C::Type:
+        case C::Recipient:
+        case C::Status:
             break;
     }
-    return firstDifference(a, b, byDate, byTime, path);
+    return firstDifference(a, b, byColumnText, byDate, byTime, byPath);
 }
 
 int descending(const Parsed& a, const Parsed& b, LogQuery::Column column) {
@@ -147,9 +152,9 @@ int descending(const Parsed& a, const Parsed& b, LogQuery::Column column) {
     // Two quirks users have long seen are kept: dates that differ are ordered by their text
     // (months by abbreviation), and within one status differing dates stay ascending.
     if (column == C::Date && byDate(a, b) != 0) {
-        return compareText(a.entry->date, b.entry->date) > 0 ? -1 : 1;
+        return a.dateText > b.dateText ? -1 : 1;
     }
-    if (column == C::Status && byText<&LogEntry::status>(a, b) == 0 && byDate(a, b) != 0) {
+    if (column == C::Status && byColumnText(a, b) == 0 && byDate(a, b) != 0) {
         return byDate(a, b);
     }
     // Never "equal": a full tie comes after.
@@ -207,45 +212,100 @@ QList<LogEntry> LogQuery::search(const QList<LogEntry>& entries, const QString& 
         field = &LogEntry::status;
     }
     const QString needle = folded(text);
+    const bool asciiNeedle = isAscii(needle);
     QList<LogEntry> result;
     std::copy_if(entries.begin(), entries.end(), std::back_inserter(result),
-                 [&](const LogEntry& e) { return folded(e.*field).contains(needle); });
+                 [&](const LogEntry& e) {
+                     const QString& haystack = e.*field;
+                     // Folding leaves ASCII text ASCII and changes only its capitals, so most
+                     // fields need no folded copy: a case-blind search gives the same answer.
+                     if (isAscii(haystack)) {
+                         return asciiNeedle && haystack.contains(needle, Qt::CaseInsensitive);
+                     }
+                     return folded(haystack).contains(needle);
+                 });
     return result;
 }
 
-int LogQuery::compare(const LogEntry& a, const LogEntry& b, Column column, bool ascendingOrder) {
+namespace {
+
+QString LogEntry::*columnText(LogQuery::Column column) {
+    switch (column) {
+        case LogQuery::Column::Type:
+            return &LogEntry::operationType;
+        case LogQuery::Column::Recipient:
+            return &LogEntry::recipients;
+        case LogQuery::Column::Status:
+            return &LogEntry::status;
+        default:
+            return &LogEntry::filePath;
+    }
+}
+
+// The entries ready for comparing by `column`. Each distinct date and time text is parsed once
+// (a log repeats few dates), and times written as the log writes them skip the locale's parser.
+std::vector<Parsed> parsedEntries(const LogEntry* entries, qsizetype count,
+                                  LogQuery::Column column) {
     const QLocale locale;
-    return compareParsed(parsed(locale, a), parsed(locale, b), column, ascendingOrder);
+    const bool plain = asciiDigits(locale);
+    QString LogEntry::*text = columnText(column);
+    // Distinct dates: their text and parsed value, and which one each entry has.
+    QHash<QString, qsizetype> dateIndex;
+    QList<QStringView> dateTexts;
+    std::vector<qint64> dateValues;
+    QHash<QString, qint64> times;
+    std::vector<Parsed> items;
+    items.reserve(static_cast<std::size_t>(count));
+    std::vector<qsizetype> dateOf;
+    dateOf.reserve(static_cast<std::size_t>(count));
+    for (const LogEntry* e = entries; e != entries + count; ++e) {
+        auto date = dateIndex.constFind(e->date);
+        if (date == dateIndex.cend()) {
+            date = dateIndex.insert(e->date, dateTexts.size());
+            dateTexts.append(e->date);
+            dateValues.push_back(dateKey(locale, e->date));
+        }
+        dateOf.push_back(*date);
+        std::optional<qint64> time = plain ? plainTimeKey(e->time) : std::nullopt;
+        if (!time) {
+            auto known = times.constFind(e->time);
+            if (known == times.cend()) {
+                known = times.insert(e->time, timeKey(locale, e->time));
+            }
+            time = *known;
+        }
+        items.push_back(
+            {e, e->*text, e->filePath, dateValues[static_cast<std::size_t>(*date)], *time, 0});
+    }
+    // The date texts in text order, so that a number tells which comes first.
+    std::vector<qsizetype> byText(static_cast<std::size_t>(dateTexts.size()));
+    std::iota(byText.begin(), byText.end(), qsizetype{0});
+    std::sort(byText.begin(), byText.end(), [&dateTexts](qsizetype a, qsizetype b) {
+        return compareText(dateTexts[a], dateTexts[b]) < 0;
+    });
+    std::vector<qint64> textOrder(byText.size());
+    for (std::size_t place = 0; place < byText.size(); ++place) {
+        textOrder[static_cast<std::size_t>(byText[place])] = static_cast<qint64>(place);
+    }
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        items[i].dateText = textOrder[static_cast<std::size_t>(dateOf[i])];
+    }
+    return items;
+}
+
+}  // namespace
+
+int LogQuery::compare(const LogEntry& a, const LogEntry& b, Column column, bool ascendingOrder) {
+    const LogEntry pair[] = {a, b};
+    const std::vector<Parsed> items = parsedEntries(pair, 2, column);
+    return compareParsed(items[0], items[1], column, ascendingOrder);
 }
 
 void LogQuery::sort(QList<LogEntry>& entries, Column column, bool ascendingOrder) {
     if (entries.size() < 2) {
         return;
     }
-    // Each distinct date and time text is parsed once (a log repeats few of them), not at every
-    // comparison; the comparisons themselves are those of compare().
-    const QLocale locale;
-    QHash<QString, qint64> dates;
-    QHash<QString, qint64> times;
-    const bool plain = asciiDigits(locale);
-    std::vector<Parsed> items;
-    items.reserve(static_cast<std::size_t>(entries.size()));
-    for (const LogEntry& e : std::as_const(entries)) {
-        auto date = dates.constFind(e.date);
-        if (date == dates.cend()) {
-            date = dates.insert(e.date, dateKey(locale, e.date));
-        }
-        // Times are nearly all distinct and nearly all plain: most skip the locale's parser.
-        std::optional<qint64> time = plain ? plainTimeKey(e.time) : std::nullopt;
-        if (!time) {
-            auto known = times.constFind(e.time);
-            if (known == times.cend()) {
-                known = times.insert(e.time, timeKey(locale, e.time));
-            }
-            time = *known;
-        }
-        items.push_back({&e, *date, *time});
-    }
+    std::vector<Parsed> items = parsedEntries(entries.constData(), entries.size(), column);
     // The descending quirks do not make a strict order; a merge sort stays within bounds
     // whatever the comparator answers.
     std::stable_sort(items.begin(), items.end(),
