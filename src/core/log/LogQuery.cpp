@@ -305,7 +305,11 @@ void LogQuery::sort(QList<LogEntry>& entries, Column column, bool ascendingOrder
     if (entries.size() < 2) {
         return;
     }
-    std::vector<Parsed> items = parsedEntries(entries.constData(), entries.size(), column);
+    // Entries are moved into their new places, not copied: a copy touches every text's data,
+    // which in sorted order lies all over the memory. A list still shared is copied first, in
+    // file order.
+    LogEntry* const unsorted = entries.data();
+    std::vector<Parsed> items = parsedEntries(unsorted, entries.size(), column);
     // The descending quirks do not make a strict order; a merge sort stays within bounds
     // whatever the comparator answers.
     std::stable_sort(items.begin(), items.end(),
@@ -315,7 +319,7 @@ void LogQuery::sort(QList<LogEntry>& entries, Column column, bool ascendingOrder
     QList<LogEntry> sorted;
     sorted.reserve(entries.size());
     for (const Parsed& item : items) {
-        sorted.append(*item.entry);
+        sorted.append(std::move(unsorted[item.entry - unsorted]));
     }
     entries = std::move(sorted);
 }
