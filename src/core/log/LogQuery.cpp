@@ -8,6 +8,7 @@
 #include <limits>
 #include <numeric>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -245,7 +246,7 @@ QString LogEntry::*columnText(LogQuery::Column column) {
 // The entries ready for comparing by `column`. Each distinct date and time text is parsed once
 // (a log repeats few dates), and times written as the log writes them skip the locale's parser.
 std::vector<Parsed> parsedEntries(const LogEntry* entries, qsizetype count,
-                                  LogQuery::Column column) {
+                                  LogQuery::Column column, std::u16string& arena) {
     const QLocale locale;
     const bool plain = asciiDigits(locale);
     QString LogEntry::*text = columnText(column);
@@ -258,6 +259,14 @@ std::vector<Parsed> parsedEntries(const LogEntry* entries, qsizetype count,
     items.reserve(static_cast<std::size_t>(count));
     std::vector<qsizetype> dateOf;
     dateOf.reserve(static_cast<std::size_t>(count));
+    // The texts compared go side by side into `arena`, in file order: read from there, a sort
+    // does not wander over the entries' scattered text data.
+    const bool textIsPath = text == &LogEntry::filePath;
+    qsizetype textLength = 0;
+    for (const LogEntry* e = entries; e != entries + count; ++e) {
+        textLength += e->filePath.size() + (textIsPath ? 0 : (e->*text).size());
+    }
+    arena.reserve(static_cast<std::size_t>(textLength));
     for (const LogEntry* e = entries; e != entries + count; ++e) {
         auto date = dateIndex.constFind(e->date);
         if (date == dateIndex.cend()) {
@@ -274,8 +283,16 @@ std::vector<Parsed> parsedEntries(const LogEntry* entries, qsizetype count,
             }
             time = *known;
         }
-        items.push_back(
-            {e, e->*text, e->filePath, dateValues[static_cast<std::size_t>(*date)], *time, 0});
+        // Reserved beforehand, the arena never moves while it fills.
+        const auto kept = [&arena](const QString& value) {
+            const std::size_t at = arena.size();
+            arena.append(reinterpret_cast<const char16_t*>(value.utf16()),
+                         static_cast<std::size_t>(value.size()));
+            return QStringView(arena.data() + at, value.size());
+        };
+        const QStringView path = kept(e->filePath);
+        const QStringView sortText = textIsPath ? path : kept(e->*text);
+        items.push_back({e, sortText, path, dateValues[static_cast<std::size_t>(*date)], *time, 0});
     }
     // The date texts in text order, so that a number tells which comes first.
     std::vector<qsizetype> byText(static_cast<std::size_t>(dateTexts.size()));
@@ -297,7 +314,8 @@ std::vector<Parsed> parsedEntries(const LogEntry* entries, qsizetype count,
 
 int LogQuery::compare(const LogEntry& a, const LogEntry& b, Column column, bool ascendingOrder) {
     const LogEntry pair[] = {a, b};
-    const std::vector<Parsed> items = parsedEntries(pair, 2, column);
+    std::u16string arena;
+    const std::vector<Parsed> items = parsedEntries(pair, 2, column, arena);
     return compareParsed(items[0], items[1], column, ascendingOrder);
 }
 
@@ -309,7 +327,8 @@ void LogQuery::sort(QList<LogEntry>& entries, Column column, bool ascendingOrder
     // which in sorted order lies all over the memory. A list still shared is copied first, in
     // file order.
     LogEntry* const unsorted = entries.data();
-    std::vector<Parsed> items = parsedEntries(unsorted, entries.size(), column);
+    std::u16string arena;
+    std::vector<Parsed> items = parsedEntries(unsorted, entries.size(), column, arena);
     // The descending quirks do not make a strict order; a merge sort stays within bounds
     // whatever the comparator answers.
     std::stable_sort(items.begin(), items.end(),
