@@ -78,33 +78,74 @@ qint64 timeKey(const QLocale& locale, const QString& text) {
     return time.isValid() ? time.msecsSinceStartOfDay() : Parsed::kUnparsed;
 }
 
-// What timeKey() gives for a time written the way the log writes it, "HH:mm:ss" in ASCII digits
-// within range; none for any other text, which needs the locale's parser. Only for locales whose
-// digits are ASCII (asciiDigits()).
-std::optional<qint64> plainTimeKey(QStringView text) {
-    if (text.size() != 8 || text[2] != u':' || text[5] != u':') {
-        return std::nullopt;
-    }
-    const auto twoDigits = [text](qsizetype at) {
-        const char16_t high = text[at].unicode();
-        const char16_t low = text[at + 1].unicode();
-        if (high < u'0' || high > u'9' || low < u'0' || low > u'9') {
-            return -1;
+// Reads dates and times written the way the log writes them ("yyyy-MMM-dd" with the locale's
+// month abbreviations, "HH:mm:ss", ASCII digits) without the locale's parser, giving what
+// dateKey() and timeKey() give; none for any other text, which needs that parser. Locales with
+// other digits, or whose month abbreviations their parser does not read back, get no shortcut.
+class PlainDates {
+public:
+    PlainDates(const QLocale& locale, bool enabled) {
+        if (!enabled || locale.zeroDigit() != u"0"_s) {
+            return;
         }
-        return (high - u'0') * 10 + (low - u'0');
-    };
-    const int hours = twoDigits(0);
-    const int minutes = twoDigits(3);
-    const int seconds = twoDigits(6);
-    if (hours < 0 || hours > 23 || minutes < 0 || minutes > 59 || seconds < 0 || seconds > 59) {
-        return std::nullopt;
+        for (int month = 1; month <= 12; ++month) {
+            const QDate first(2001, month, 1);
+            const QString name = locale.toString(first, u"MMM"_s);
+            if (name.isEmpty() || m_months.contains(name) ||
+                locale.toDate(u"2001-%1-01"_s.arg(name), kDateFormat) != first) {
+                m_months.clear();
+                break;
+            }
+            m_months.append(name);
+        }
+        m_enabled = true;
     }
-    return ((hours * 60 + minutes) * 60 + seconds) * qint64{1000};
-}
 
-bool asciiDigits(const QLocale& locale) {
-    return locale.zeroDigit() == u"0"_s;
-}
+    [[nodiscard]] std::optional<qint64> date(QStringView text) const {
+        const qsizetype dayAt = text.size() - 2;
+        if (m_months.isEmpty() || text.size() < 9 || text[4] != u'-' || text[dayAt - 1] != u'-') {
+            return std::nullopt;
+        }
+        const qsizetype month = m_months.indexOf(text.sliced(5, dayAt - 6));
+        const int year = digits(text, 0, 4);
+        const int day = digits(text, dayAt, 2);
+        if (month < 0 || year < 1000 || day < 0 || !QDate::isValid(year, int(month) + 1, day)) {
+            return std::nullopt;
+        }
+        return QDate(year, int(month) + 1, day).toJulianDay();
+    }
+
+    [[nodiscard]] std::optional<qint64> time(QStringView text) const {
+        if (!m_enabled || text.size() != 8 || text[2] != u':' || text[5] != u':') {
+            return std::nullopt;
+        }
+        const int hours = digits(text, 0, 2);
+        const int minutes = digits(text, 3, 2);
+        const int seconds = digits(text, 6, 2);
+        if (hours < 0 || hours > 23 || minutes < 0 || minutes > 59 || seconds < 0 ||
+            seconds > 59) {
+            return std::nullopt;
+        }
+        return ((hours * 60 + minutes) * 60 + seconds) * qint64{1000};
+    }
+
+private:
+    // The number written with `count` ASCII digits from `at`; -1 when any is not a digit.
+    static int digits(QStringView text, qsizetype at, qsizetype count) {
+        int value = 0;
+        for (qsizetype i = at; i < at + count; ++i) {
+            const char16_t c = text[i].unicode();
+            if (c < u'0' || c > u'9') {
+                return -1;
+            }
+            value = value * 10 + (c - u'0');
+        }
+        return value;
+    }
+
+    bool m_enabled = false;
+    QStringList m_months;
+};
 
 int threeWay(qint64 a, qint64 b) {
     return (a > b) - (a < b);
@@ -243,12 +284,13 @@ QString LogEntry::*columnText(LogQuery::Column column) {
     }
 }
 
-// The entries ready for comparing by `column`. Each distinct date and time text is parsed once
-// (a log repeats few dates), and times written as the log writes them skip the locale's parser.
+// The entries ready for comparing by `column`. Each distinct date and time text is parsed once,
+// and with `shortcuts` those written as the log writes them skip the locale's parser.
 std::vector<Parsed> parsedEntries(const LogEntry* entries, qsizetype count,
-                                  LogQuery::Column column, std::u16string& arena) {
+                                  LogQuery::Column column, bool shortcuts,
+                                  std::u16string& arena) {
     const QLocale locale;
-    const bool plain = asciiDigits(locale);
+    const PlainDates plain(locale, shortcuts);
     QString LogEntry::*text = columnText(column);
     // Distinct dates: their text and parsed value, and which one each entry has.
     QHash<QString, qsizetype> dateIndex;
@@ -267,15 +309,23 @@ std::vector<Parsed> parsedEntries(const LogEntry* entries, qsizetype count,
         textLength += e->filePath.size() + (textIsPath ? 0 : (e->*text).size());
     }
     arena.reserve(static_cast<std::size_t>(textLength));
+    // Reserved beforehand, the arena never moves while it fills.
+    const auto kept = [&arena](const QString& value) {
+        const std::size_t at = arena.size();
+        arena.append(reinterpret_cast<const char16_t*>(value.utf16()),
+                     static_cast<std::size_t>(value.size()));
+        return QStringView(arena.data() + at, value.size());
+    };
     for (const LogEntry* e = entries; e != entries + count; ++e) {
         auto date = dateIndex.constFind(e->date);
         if (date == dateIndex.cend()) {
             date = dateIndex.insert(e->date, dateTexts.size());
             dateTexts.append(e->date);
-            dateValues.push_back(dateKey(locale, e->date));
+            const std::optional<qint64> day = plain.date(e->date);
+            dateValues.push_back(day ? *day : dateKey(locale, e->date));
         }
         dateOf.push_back(*date);
-        std::optional<qint64> time = plain ? plainTimeKey(e->time) : std::nullopt;
+        std::optional<qint64> time = plain.time(e->time);
         if (!time) {
             auto known = times.constFind(e->time);
             if (known == times.cend()) {
@@ -283,13 +333,6 @@ std::vector<Parsed> parsedEntries(const LogEntry* entries, qsizetype count,
             }
             time = *known;
         }
-        // Reserved beforehand, the arena never moves while it fills.
-        const auto kept = [&arena](const QString& value) {
-            const std::size_t at = arena.size();
-            arena.append(reinterpret_cast<const char16_t*>(value.utf16()),
-                         static_cast<std::size_t>(value.size()));
-            return QStringView(arena.data() + at, value.size());
-        };
         const QStringView path = kept(e->filePath);
         const QStringView sortText = textIsPath ? path : kept(e->*text);
         items.push_back({e, sortText, path, dateValues[static_cast<std::size_t>(*date)], *time, 0});
@@ -315,7 +358,8 @@ std::vector<Parsed> parsedEntries(const LogEntry* entries, qsizetype count,
 int LogQuery::compare(const LogEntry& a, const LogEntry& b, Column column, bool ascendingOrder) {
     const LogEntry pair[] = {a, b};
     std::u16string arena;
-    const std::vector<Parsed> items = parsedEntries(pair, 2, column, arena);
+    // Each text through the locale's parser, as the viewer has always read them.
+    const std::vector<Parsed> items = parsedEntries(pair, 2, column, false, arena);
     return compareParsed(items[0], items[1], column, ascendingOrder);
 }
 
@@ -328,7 +372,7 @@ void LogQuery::sort(QList<LogEntry>& entries, Column column, bool ascendingOrder
     // file order.
     LogEntry* const unsorted = entries.data();
     std::u16string arena;
-    std::vector<Parsed> items = parsedEntries(unsorted, entries.size(), column, arena);
+    std::vector<Parsed> items = parsedEntries(unsorted, entries.size(), column, true, arena);
     // The descending quirks do not make a strict order; a merge sort stays within bounds
     // whatever the comparator answers.
     std::stable_sort(items.begin(), items.end(),
