@@ -145,7 +145,7 @@ bool FileListModel::deleteKeyPressedForTableView(int selectedRow) {
     if (m_isProcessing && selectedRow < m_fileIndexCounter && m_fileIndexCounter >= 1) {
         --m_fileIndexCounter;
     }
-    removeRow(selectedRow);
+    dropRow(selectedRow);
     return true;
 }
 
@@ -297,11 +297,11 @@ void FileListModel::applyOutcome(const QString& processResult) {
         }
         ++m_fileIndexCounter;
     } else if (m_fileIndexCounter < m_fileList.size()) {
-        removeRow(m_fileIndexCounter);
+        dropRow(m_fileIndexCounter);
     }
 }
 
-void FileListModel::removeRow(qsizetype row) {
+void FileListModel::dropRow(qsizetype row) {
     beginRemoveRows({}, static_cast<int>(row), static_cast<int>(row));
     m_listedPaths.remove(m_fileList.at(row).filePath);
     m_fileList.removeAt(row);

@@ -144,7 +144,8 @@ private:
     void markUnmarked(const QString& status, bool protectedOnly);
     void sortFileList();
     void launch(qsizetype row, bool toEncrypt, const RunInputs& inputs);
-    void removeRow(qsizetype row);
+    // Takes a row out of the list and its path out of m_listedPaths.
+    void dropRow(qsizetype row);
 
     QList<FileDetails> m_fileList;
     // The paths of m_fileList, for the check that a path is listed already.
