@@ -2,16 +2,14 @@
 // listing 10,000 contacts, naming a sender among them, and reading a 100,000-line log.
 // Run: build/bench/contacts/bench_contacts [folder for the scratch files]
 #include <QCoreApplication>
-#include <QDateTime>
 #include <QDir>
-#include <QElapsedTimer>
-#include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTextStream>
-#include <algorithm>
 #include <functional>
-#include <vector>
 
+#include "BenchClock.h"
+#include "BenchData.h"
 #include "contacts/ContactDB.h"
 #include "log/ActivityLog.h"
 #include "sqlite/SqliteDatabase.h"
@@ -30,20 +28,8 @@ QByteArray certificate(int n) {
     return cert;
 }
 
-// Median and fastest of several runs, in milliseconds.
 void report(QTextStream& out, const QString& what, const std::function<qsizetype()>& run) {
-    std::vector<double> times;
-    qsizetype items = 0;
-    for (int i = 0; i < kRuns; ++i) {
-        QElapsedTimer timer;
-        timer.start();
-        items = run();
-        times.push_back(static_cast<double>(timer.nsecsElapsed()) / 1e6);
-    }
-    std::sort(times.begin(), times.end());
-    out << what << ": median " << QString::number(times[times.size() / 2], 'f', 1) << " ms, best "
-        << QString::number(times.front(), 'f', 1) << " ms (" << items << " items, " << kRuns
-        << " runs)\n";
+    out << what << ": " << BenchClock::describe(BenchClock::time(kRuns, run)) << "\n";
     out.flush();
 }
 
@@ -84,20 +70,7 @@ int main(int argc, char** argv) {
     });
 
     ActivityLog log(scratch.filePath(QStringLiteral("bench.log")));
-    {
-        QFile file(log.path());
-        file.open(QIODevice::WriteOnly);
-        const QDateTime when = QDateTime::currentDateTime();
-        for (int i = 0; i < kLogLines; ++i) {
-            file.write(
-                ActivityLog::formatLine(
-                    when, i % 2 ? QStringLiteral("Encrypt") : QStringLiteral("Decrypt"),
-                    QStringLiteral("/home/user/Documents/reports/quarterly report %1.pdf").arg(i),
-                    {QStringLiteral("bob.smith"), QStringLiteral("carol.jones")},
-                    QStringLiteral("Completed"))
-                    .toUtf8());
-        }
-    }
+    BenchData::writeActivityLog(log.path(), kLogLines);
     out << "activity log: " << QFileInfo(log.path()).size() / 1024 << " KiB\n";
     report(out, QStringLiteral("getLogEntries, 100,000 lines"),
            [&log] { return log.getLogEntries().size(); });

@@ -4,6 +4,7 @@
 
 #include "shell/AppDelegate.h"
 #include "shell/DialogPrompter.h"
+#include "shell/IconSet.h"
 #include "shell/NIVOGXService.h"
 #include "shell/NotificationHub.h"
 
@@ -22,6 +23,9 @@ int main(int argc, char* argv[]) {
     QApplication::setApplicationName(u"NIVO-GX"_s);
     QApplication::setOrganizationName(u"NIVO-GX"_s);
     QApplication::setApplicationVersion(QStringLiteral(NIVOGX_VERSION));
+    // Ties the windows to the installed desktop entry, whose icon the desktop shows for them.
+    QGuiApplication::setDesktopFileName(u"nivogx"_s);
+    QApplication::setWindowIcon(IconSet::named(IconSet::kApplication));
     // The windows decide when the application ends: closing the sign-in window or the main
     // window quits, the sign-in window closing after a sign-in does not.
     QApplication::setQuitOnLastWindowClosed(false);

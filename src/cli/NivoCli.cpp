@@ -247,8 +247,9 @@ int NivoCli::run(const QStringList& arguments) {
     if (parser.isSet(serverOption)) {
         AccountServer::setBaseUrl(parser.value(serverOption));
     }
-    // The folder tree, as the app makes it at start.
+    // The folder tree, as the app makes it at start, cleared of what a killed run left.
     (void)NivoGXUtil::generateRequiredDirectory();
+    NivoGXUtil::removeStaleTemporaries();
     m_command = command;
     return (this->*command->handler)(rest);
 }

@@ -11,7 +11,8 @@
 // JSON out.
 class AccountHttpServer {
 public:
-    // Larger form bodies are refused unread.
+    // Larger form bodies are refused unparsed. The HTTP layer has read them into memory by then:
+    // a public deployment puts a body limit in front of the server.
     static constexpr qsizetype kMaxFormBytes = 64 * 1024;
 
     explicit AccountHttpServer(AccountService& service);

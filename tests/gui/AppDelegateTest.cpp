@@ -4,6 +4,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QFileOpenEvent>
 #include <QSignalSpy>
 
 #include "GuiTestKit.h"
@@ -93,6 +94,33 @@ TEST_F(AppDelegateTest, SignUpSignsInAndDeliversTheFilesThatWaited) {
     app.application(later);
     EXPECT_TRUE(main->fileList().contains(later));
     EXPECT_EQ(app.externalFile(), QString());
+}
+
+TEST_F(AppDelegateTest, DocumentOpenEventsWaitForSignInThenGoStraightToTheList) {
+    const auto openWithApplication = [](const QString& path) {
+        QFileOpenEvent event(path);
+        return QCoreApplication::sendEvent(QCoreApplication::instance(), &event);
+    };
+    const QString early = makeFile(QStringLiteral("early.txt"));
+    app.applicationDidFinishLaunching();
+    ASSERT_NE(app.loginController(), nullptr);
+    EXPECT_TRUE(openWithApplication(early));
+    EXPECT_TRUE(openWithApplication(sandbox.root())) << "a folder is taken and left out";
+    EXPECT_EQ(app.externalFileArray(), QStringList{early});
+
+    leaveCompleteSignIn(QStringLiteral("erin"));
+    NivoGXUtil::generateUserContactDB(QStringLiteral("erin"));
+    hub.postLoginCompleted();
+    ASSERT_NE(app.fileController(), nullptr);
+    EXPECT_EQ(app.fileController()->fileList(), QStringList{early});
+    EXPECT_TRUE(app.externalFileArray().isEmpty());
+
+    const QString later = makeFile(QStringLiteral("later.txt"));
+    EXPECT_TRUE(openWithApplication(later));
+    EXPECT_EQ(app.fileController()->fileList(), (QStringList{early, later}));
+    EXPECT_TRUE(openWithApplication(QStringLiteral("/no/such/file.tvf")));
+    EXPECT_EQ(app.fileController()->fileList().size(), 2);
+    EXPECT_EQ(prompter.count(), 0);
 }
 
 TEST_F(AppDelegateTest, CompleteSignInOpensTheMainWindowAndKeepsBackAVanishedFile) {

@@ -2,33 +2,20 @@
 // through the compiled-in communication CAs only.
 #include <gtest/gtest.h>
 
-#include "ServerThread.h"
-#include "account/AccountServer.h"
+#include "LiveServerTest.h"
 #include "account/NivoProfileAdmin.h"
 #include "account/NivoProfileCommon.h"
 #include "account/NivoProfileUtil.h"
 
 namespace {
 
-class ClientServerTest : public ::testing::Test {
+class ClientServerTest : public LiveServerTest {
 protected:
-    static void SetUpTestSuite() {
-        server = new ServerThread;
-        AccountServer::setBaseUrl(server->baseUrl());
-    }
-    static void TearDownTestSuite() {
-        AccountServer::setBaseUrl(QString());
-        delete server;
-    }
-    void SetUp() override { ASSERT_FALSE(server->baseUrl().isEmpty()); }
-
     static QString signUp(const QString& name, const QString& password) {
         return NivoProfileAdmin::createProfileWithLoginName(name, password, QStringLiteral("First"),
                                                             QStringLiteral("Last"),
                                                             QStringLiteral("first@example.org"));
     }
-
-    static inline ServerThread* server = nullptr;
 };
 
 TEST_F(ClientServerTest, SignUpThenSignInGivesAUsableProfile) {

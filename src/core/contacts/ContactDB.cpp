@@ -85,6 +85,16 @@ QList<ContactPreset> readPresets(SqliteDatabase& db) {
     return presets;
 }
 
+// Whether a row of another file's CONTACT table holds values of the kinds this program writes
+// there, with a certificate of a believable size; anything else is not a contact of ours.
+bool holdsContact(const SqliteStatement& row) {
+    constexpr qint64 kMaxCertificateBytes = 64 * 1024;
+    using Kind = SqliteStatement::Kind;
+    return row.columnKind("NivoID") == Kind::Text && row.columnKind("DisplayName") == Kind::Text &&
+           row.columnKind("CertData") == Kind::Blob &&
+           row.columnBytes("CertData") <= kMaxCertificateBytes;
+}
+
 QString withoutNoError(const QString& message) {
     return message == SqliteDatabase::noErrorMessage() ? u""_s : message;
 }
@@ -274,6 +284,9 @@ QString ContactDB::importContactDB(const QString& path, const QString& currentUs
         // lower-cased already.
         const QString ownAccount = currentUser.toLower();
         while (rows.next()) {
+            if (!holdsContact(rows)) {
+                continue;
+            }
             Contact contact = contactFromRow(rows);
             if (!contact.NivoID.isEmpty() && !contact.CertData.isEmpty() &&
                 !contact.DisplayName.isEmpty() && contact.NivoID != ownAccount) {
@@ -281,6 +294,11 @@ QString ContactDB::importContactDB(const QString& path, const QString& currentUs
             }
         }
         message = source.lastErrorMessage();
+    }
+    // A file that breaks off part way (damaged, cut short) adds nothing: half an import would
+    // leave the user guessing which contacts came over.
+    if (message != SqliteDatabase::noErrorMessage()) {
+        return message;
     }
     for (const Contact& contact : accepted) {
         addContact(contact);

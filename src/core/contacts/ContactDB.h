@@ -69,7 +69,9 @@ public:
     // only once complete; failures are not reported.
     void exportDB(const QString& path) const;
     // Adds the acceptable contacts of another database file (never the user's own account) and
-    // returns an empty string, or a message for the user. The file is only read.
+    // returns an empty string, or a message for the user. The file is only read. Rows whose
+    // values are not of the kinds this program writes are skipped; a file that cannot be read to
+    // its end adds nothing.
     QString importContactDB(const QString& path, const QString& currentUser) const;
     // Takes over the presets of another database file, matched by name; members are copied as
     // the row numbers they are in that file.

@@ -1,6 +1,7 @@
 #include "contacts/RecipientChoice.h"
 
 #include <QLoggingCategory>
+#include <algorithm>
 #include <stdexcept>
 
 #include "account/NivoProfileAdmin.h"
@@ -52,6 +53,12 @@ QString RecipientChoice::normalized(const QString& typed) {
 
 bool RecipientChoice::isSelf(const QString& name) {
     return name == NivoGXUtil::getNivoUsername().toLower();
+}
+
+void RecipientChoice::sortByNivoId(QList<Contact>& contacts) {
+    std::stable_sort(contacts.begin(), contacts.end(), [](const Contact& a, const Contact& b) {
+        return a.NivoID.compare(b.NivoID, Qt::CaseInsensitive) < 0;
+    });
 }
 
 qsizetype RecipientChoice::indexOf(const QList<Contact>& contacts, const QString& name) {

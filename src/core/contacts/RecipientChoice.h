@@ -30,6 +30,8 @@ public:
     [[nodiscard]] static QString normalized(const QString& typed);
     // Whether `name` (normalized) is the signed-in user, who is always a recipient anyway.
     [[nodiscard]] static bool isSelf(const QString& name);
+    // Ascending by account name, ignoring case; equal names keep their order.
+    static void sortByNivoId(QList<Contact>& contacts);
     // Row in `contacts` of the contact with this account name, or -1.
     [[nodiscard]] static qsizetype indexOf(const QList<Contact>& contacts, const QString& name);
 

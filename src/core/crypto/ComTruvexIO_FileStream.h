@@ -2,23 +2,30 @@
 
 #include <QFileDevice>
 #include <QString>
+#include <functional>
 #include <memory>
 #include <optional>
 
 #include "crypto/TVXStream.h"
 
-class QIODevice;
+class AtomicFile;
+class QFile;
 
-// A stream over a file. A writing stream puts its bytes in a temporary file beside the target and
-// renames it into place only on commit(); closing without commit() leaves nothing behind, so a
-// failed operation never leaves a partial file under the target name.
+// A stream over a file. A writing stream puts its bytes in a temporary file beside the target that
+// takes the target's name only on commit() (see AtomicFile); closing without commit() leaves
+// nothing behind, so a failed operation never leaves a partial file under the target name.
 class ComTruvexIO_FileStream final : public TVXStream {
 public:
     ~ComTruvexIO_FileStream() override;
 
+    // Bytes read so far and the file's size.
+    using ReadProgress = std::function<void(qint64 done, qint64 total)>;
+
     // Both throw a TVXException (TVXStreamOperationException) when the file cannot be opened.
+    // A reading stream tells `progress` (when given) how far it has read: at the start, about
+    // every MiB and at the end.
     [[nodiscard]] static std::unique_ptr<ComTruvexIO_FileStream> initForReading(
-        const QString& path);
+        const QString& path, ReadProgress progress = {});
     // The file gets `permissions` when given, else the usual ones for new files.
     [[nodiscard]] static std::unique_ptr<ComTruvexIO_FileStream> initForWriting(
         const QString& path, std::optional<QFileDevice::Permissions> permissions = std::nullopt);
@@ -31,11 +38,12 @@ public:
     [[nodiscard]] QByteArray readAll() override;
 
 private:
-    ComTruvexIO_FileStream(QString path, std::unique_ptr<QIODevice> device, bool writing);
+    ComTruvexIO_FileStream(QString path, std::unique_ptr<QFile> input,
+                           std::unique_ptr<AtomicFile> output);
 
     QString m_path;
-    std::unique_ptr<QIODevice> m_device;
-    bool m_writing = false;
+    std::unique_ptr<QFile> m_input;         // reading
+    std::unique_ptr<AtomicFile> m_output;   // writing
     bool m_committed = false;
     struct Bio;
     std::unique_ptr<Bio> m_bio;

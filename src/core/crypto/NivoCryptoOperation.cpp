@@ -1,7 +1,5 @@
 #include "crypto/NivoCryptoOperation.h"
 
-#include <QFile>
-#include <QSaveFile>
 #include <mutex>
 #include <optional>
 #include <variant>
@@ -16,7 +14,9 @@
 #include "crypto/TVXCmsParserCallback.h"
 #include "crypto/TVXCryptoProvider.h"
 #include "crypto/comTruvexCryptoBusinessLogic_CryptoParticipant.h"
+#include "crypto/comTruvexCrypto_Pkcs12Loader.h"
 #include "crypto/comTruvexUtil_ExceptionUtil.h"
+#include "storage/AtomicFile.h"
 
 using namespace Qt::Literals::StringLiterals;
 using Participant = comTruvexCryptoBusinessLogic_CryptoParticipant;
@@ -52,13 +52,12 @@ NivoCryptoOperation::NivoIdLookup& lookupSlot() {
 // Replaces the file at `path` in one step; throws when that fails.
 void writeWhole(const QString& path, const QByteArray& bytes,
                 std::optional<QFileDevice::Permissions> permissions) {
-    QSaveFile file(path);
-    const bool written = file.open(QIODevice::WriteOnly) &&
-                         (!permissions || file.setPermissions(*permissions)) &&
-                         file.write(bytes) == bytes.size() && file.commit();
+    AtomicFile file(path);
+    const bool written = file.open(permissions) &&
+                         file.device()->write(bytes) == bytes.size() && file.commit();
     if (!written) {
-        const QString reason = file.errorString();
-        file.cancelWriting();
+        const QString reason =
+            file.errorString().isEmpty() ? file.device()->errorString() : file.errorString();
         nivossl::fail(TVXStreamOperationException, kCannotWrite.arg(path, reason));
     }
 }
@@ -125,15 +124,18 @@ QString NivoCryptoOperation::encryptData(const QByteArray& data, const NivoProfi
 QString NivoCryptoOperation::encryptFile(const QString& inputPath, const NivoProfile& profile,
                                          const QString& password,
                                          const QList<QByteArray>& recipientList,
-                                         const QString& outputPath) {
-    QFile::remove(outputPath);
-    const auto source = ComTruvexIO_FileStream::initForReading(inputPath);
+                                         const QString& outputPath, const Progress& progress) {
+    const auto source = ComTruvexIO_FileStream::initForReading(inputPath, progress);
     const auto sink = ComTruvexIO_FileStream::initForWriting(outputPath);
     encode(*source, *sink, profile, password, recipientList);
     sink->commit();
     sink->close();
     source->close();
     return u""_s;
+}
+
+void NivoCryptoOperation::forgetOpenedKeys() {
+    comTruvexCrypto_Pkcs12Loader::forgetOpenedKeyFiles();
 }
 
 QString NivoCryptoOperation::judge(const TVXCmsParseResult& result, const NivoProfile& profile,
@@ -178,25 +180,38 @@ QString NivoCryptoOperation::decryptData(const QByteArray& data, const NivoProfi
     return decryptData(data, profile, password, outputPath, sender, installedLookup());
 }
 
-QString NivoCryptoOperation::decryptData(const QByteArray& data, const NivoProfile& profile,
-                                         const QString& password, const QString& outputPath,
-                                         QString& sender, const NivoIdLookup& lookup) {
+// Opens the message in `source` into `sink`; "" when every signature checked out, with the sender
+// named, else the failure text with `sender` untouched.
+QString NivoCryptoOperation::decodeTo(TVXStream& source, TVXStream& sink,
+                                      const NivoProfile& profile, const QString& password,
+                                      const NivoIdLookup& lookup, QString& sender) {
     TVXCryptoProvider& provider = TVXDefaultCryptoProvider();
-    ComTruvexIO_MemoryStream source(data);
     ComTruvexIO_MemoryStream pfxStream(profile.Pfx);
     const Participant user = Participant::participantPfx(pfxStream, password, provider);
-    ComTruvexIO_MemoryStream sink;
+    pfxStream.close();
 
     TVXCmsParserCallback callback({user}, {user}, &sink, &source);
     const TVXCmsParseResult result = TVXCmsParser().parseEncodedStream(source, callback);
     QString named = sender;
     const QString outcome = judge(result, profile, lookup, named);
     if (outcome.isEmpty()) {
+        sender = named;
+    }
+    return outcome;
+}
+
+QString NivoCryptoOperation::decryptData(const QByteArray& data, const NivoProfile& profile,
+                                         const QString& password, const QString& outputPath,
+                                         QString& sender, const NivoIdLookup& lookup) {
+    ComTruvexIO_MemoryStream source(data);
+    ComTruvexIO_MemoryStream sink;
+    QString named = sender;
+    const QString outcome = decodeTo(source, sink, profile, password, lookup, named);
+    if (outcome.isEmpty()) {
         writeWhole(outputPath, sink.readDataFromStartToEnd(), kPlainFilePermissions);
         sender = named;
     }
     source.close();
-    pfxStream.close();
     sink.close();
     return outcome;
 }
@@ -204,17 +219,17 @@ QString NivoCryptoOperation::decryptData(const QByteArray& data, const NivoProfi
 QString NivoCryptoOperation::decryptFile(const QString& inputPath, const NivoProfile& profile,
                                          const QString& password, const QString& outputPath,
                                          QString& sender) {
-    QFile::remove(outputPath);
-    TVXCryptoProvider& provider = TVXDefaultCryptoProvider();
-    const auto source = ComTruvexIO_FileStream::initForReading(inputPath);
-    const auto sink = ComTruvexIO_FileStream::initForWriting(outputPath, kPlainFilePermissions);
-    ComTruvexIO_MemoryStream pfxStream(profile.Pfx);
-    const Participant user = Participant::participantPfx(pfxStream, password, provider);
+    return decryptFile(inputPath, profile, password, outputPath, sender, installedLookup());
+}
 
-    TVXCmsParserCallback callback({user}, {user}, sink.get(), source.get());
-    const TVXCmsParseResult result = TVXCmsParser().parseEncodedStream(*source, callback);
+QString NivoCryptoOperation::decryptFile(const QString& inputPath, const NivoProfile& profile,
+                                         const QString& password, const QString& outputPath,
+                                         QString& sender, const NivoIdLookup& lookup,
+                                         const Progress& progress) {
+    const auto source = ComTruvexIO_FileStream::initForReading(inputPath, progress);
+    const auto sink = ComTruvexIO_FileStream::initForWriting(outputPath, kPlainFilePermissions);
     QString named = sender;
-    const QString outcome = judge(result, profile, installedLookup(), named);
+    const QString outcome = decodeTo(*source, *sink, profile, password, lookup, named);
     if (outcome.isEmpty()) {
         sink->commit();
         sender = named;
@@ -222,6 +237,5 @@ QString NivoCryptoOperation::decryptFile(const QString& inputPath, const NivoPro
     // Without a commit the content written so far is discarded.
     sink->close();
     source->close();
-    pfxStream.close();
     return outcome;
 }

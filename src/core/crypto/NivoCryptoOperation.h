@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QList>
 #include <QString>
+#include <QtGlobal>
 #include <functional>
 
 #include "account/NivoProfile.h"
@@ -29,25 +30,34 @@ public:
     // one, senders other than the user are named by their certificate's CN.
     static void setNivoIdLookup(NivoIdLookup lookup);
 
+    // Bytes of the input consumed so far and its size, called now and then on the working thread.
+    using Progress = std::function<void(qint64 done, qint64 total)>;
+
+    // Forgets every key file opened so far (see comTruvexCrypto_Pkcs12Loader); called at sign-out.
+    static void forgetOpenedKeys();
+
     // Both return "" on success and throw a TVXException on any failure (wrong password, a bad
-    // recipient certificate, a write failure). Duplicate recipients are kept; the user is always
-    // added as the last recipient. An existing file at the output path is replaced; on failure
-    // nothing new appears there.
+    // recipient certificate, a read or write failure). Duplicate recipients are kept; the user is
+    // always added as the last recipient. An existing file at the output path is replaced only on
+    // success; on failure it stays as it was and nothing new appears there.
     [[nodiscard]] static QString encryptData(const QByteArray& data, const NivoProfile& profile,
                                              const QString& password,
                                              const QList<QByteArray>& recipientList,
                                              const QString& outputPath);
-    // Streams from the input file; any existing output file is deleted first.
+    // Streams from the input file to the output in constant memory, whatever the file's size;
+    // the output is written beside its path and takes its place only once complete.
     [[nodiscard]] static QString encryptFile(const QString& inputPath, const NivoProfile& profile,
                                              const QString& password,
                                              const QList<QByteArray>& recipientList,
-                                             const QString& outputPath);
+                                             const QString& outputPath,
+                                             const Progress& progress = {});
 
     // Both return "" on success, with the sender named in `sender`: the user's LoginName for the
     // user's own certificate, else the contact's NIVO ID, else the certificate's CN. Any failure
     // of the message comes back as a text, with nothing written and `sender` untouched. They
     // throw a TVXException only when the key file cannot be opened (e.g. wrong password) or a
-    // file cannot be read or written.
+    // file cannot be read or written. As with encryption, an existing output file is replaced
+    // only on success.
     [[nodiscard]] static QString decryptData(const QByteArray& data, const NivoProfile& profile,
                                              const QString& password, const QString& outputPath,
                                              QString& sender);
@@ -57,15 +67,25 @@ public:
     [[nodiscard]] static QString decryptData(const QByteArray& data, const NivoProfile& profile,
                                              const QString& password, const QString& outputPath,
                                              QString& sender, const NivoIdLookup& lookup);
-    // Any existing output file is deleted first.
+    // Streams in constant memory, whatever the file's size, with the same outcomes as
+    // decryptData for the same bytes. The content goes to a temporary file beside the output path
+    // and takes its place only after every signature checked out, so unverified content never
+    // appears under the output's name.
     [[nodiscard]] static QString decryptFile(const QString& inputPath, const NivoProfile& profile,
                                              const QString& password, const QString& outputPath,
                                              QString& sender);
+    [[nodiscard]] static QString decryptFile(const QString& inputPath, const NivoProfile& profile,
+                                             const QString& password, const QString& outputPath,
+                                             QString& sender, const NivoIdLookup& lookup,
+                                             const Progress& progress = {});
 
 private:
     static void encode(TVXStream& source, TVXStream& sink, const NivoProfile& profile,
                        const QString& password, const QList<QByteArray>& recipientList);
     // "" when the content may be written, else the failure text; names the sender on success.
+    [[nodiscard]] static QString decodeTo(TVXStream& source, TVXStream& sink,
+                                          const NivoProfile& profile, const QString& password,
+                                          const NivoIdLookup& lookup, QString& sender);
     [[nodiscard]] static QString judge(const TVXCmsParseResult& result, const NivoProfile& profile,
                                        const NivoIdLookup& lookup, QString& sender);
     // The lookup installed with setNivoIdLookup, taken under its lock.

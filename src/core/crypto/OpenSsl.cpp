@@ -35,23 +35,14 @@ long deviceCtrl(BIO* bio, int command, long /*number*/, void* /*pointer*/) {
     }
 }
 
-int deviceCreate(BIO* bio) {
+int readyOnCreation(BIO* bio) {
     BIO_set_init(bio, 1);
     return 1;
 }
 
 const BIO_METHOD* deviceMethod() {
-    static const nivossl::BioMethodPtr method = [] {
-        nivossl::BioMethodPtr m(BIO_meth_new(BIO_get_new_index() | BIO_TYPE_SOURCE_SINK,
-                                             "Qt device"));
-        if (m) {
-            BIO_meth_set_write(m.get(), deviceWrite);
-            BIO_meth_set_read(m.get(), deviceRead);
-            BIO_meth_set_ctrl(m.get(), deviceCtrl);
-            BIO_meth_set_create(m.get(), deviceCreate);
-        }
-        return m;
-    }();
+    static const nivossl::BioMethodPtr method =
+        nivossl::sourceSinkMethod("Qt device", deviceRead, deviceWrite, deviceCtrl);
     return method.get();
 }
 
@@ -140,6 +131,19 @@ BioPtr deviceBio(QIODevice* device) {
         BIO_set_data(bio.get(), device);
     }
     return bio;
+}
+
+BioMethodPtr sourceSinkMethod(const char* name, int (*read)(BIO*, char*, int),
+                              int (*write)(BIO*, const char*, int),
+                              long (*ctrl)(BIO*, int, long, void*)) {
+    BioMethodPtr method(BIO_meth_new(BIO_get_new_index() | BIO_TYPE_SOURCE_SINK, name));
+    if (method && ((read != nullptr && BIO_meth_set_read(method.get(), read) != 1) ||
+                   (write != nullptr && BIO_meth_set_write(method.get(), write) != 1) ||
+                   (ctrl != nullptr && BIO_meth_set_ctrl(method.get(), ctrl) != 1) ||
+                   BIO_meth_set_create(method.get(), readyOnCreation) != 1)) {
+        method.reset();
+    }
+    return method;
 }
 
 BioPtr readOnlyBio(const QByteArray& bytes) {

@@ -81,6 +81,11 @@ private:
 [[nodiscard]] QByteArray memBioBytes(BIO* bio);
 // A BIO reading and writing `device`, which must stay open while the BIO lives.
 [[nodiscard]] BioPtr deviceBio(QIODevice* device);
+// A source/sink BIO method of our own with the given callbacks (any may be null); the BIOs it makes
+// are ready for use at once, their data set with BIO_set_data. Null when OpenSSL refuses.
+[[nodiscard]] BioMethodPtr sourceSinkMethod(const char* name, int (*read)(BIO*, char*, int),
+                                            int (*write)(BIO*, const char*, int),
+                                            long (*ctrl)(BIO*, int, long, void*));
 // A read-only memory BIO over `bytes`, which must outlive it.
 [[nodiscard]] BioPtr readOnlyBio(const QByteArray& bytes);
 

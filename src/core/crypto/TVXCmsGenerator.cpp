@@ -3,6 +3,7 @@
 #include <array>
 
 #include "crypto/CmsAlgorithmsOpenSsl.h"
+#include "crypto/HandoffPipe.h"
 #include "crypto/OpenSsl.h"
 #include "crypto/TVXStream.h"
 #include "crypto/comTruvexUtil_ExceptionUtil.h"
@@ -224,21 +225,34 @@ void TVXCmsGenerator::encodeFromSource(TVXStream& source, TVXStream& sink) {
         return;
     }
     // Outermost layer first, so that each inner layer writes its encoding into the next outer
-    // one. The encoders are destroyed innermost first.
-    EncoderStack encoders;
+    // one. With more than one layer, the innermost one runs on this thread and the others on a
+    // second one. The encoders are destroyed innermost first, the outer ones after their thread.
+    EncoderStack outerEncoders;
     BIO* next = out;
-    for (auto message = messages.rbegin(); message != messages.rend(); ++message) {
-        next = encoders.push(message->get(), next);
+    for (auto message = messages.rbegin(); message + 1 != messages.rend(); ++message) {
+        next = outerEncoders.push(message->get(), next);
     }
+    std::unique_ptr<HandoffPipe> pipe;
+    if (messages.size() > 1) {
+        pipe = std::make_unique<HandoffPipe>(next);
+        next = pipe->bio();
+    }
+    EncoderStack innerEncoder;
+    next = innerEncoder.push(messages.front().get(), next);
     do {
         writeAll(next, buffer.data(), read);
         read = readChunk(in, buffer.data(), static_cast<int>(buffer.size()));
     } while (read > 0);
-    // Flushing the innermost encoder finishes every layer, inside out.
+    // Flushing the innermost encoder finishes it and, through the pipe, every outer layer.
     const bool finished = bioControl(next, BIO_CTRL_FLUSH) > 0;
-    encoders.clear();
-    if (!finished) {
-        nivossl::fail(TVXCryptoOperationException, kCannotWrite);
+    innerEncoder.clear();
+    QString failure;
+    const bool handedOver = !pipe || pipe->finish(failure);
+    pipe.reset();
+    outerEncoders.clear();
+    if (!finished || !handedOver) {
+        nivossl::fail(TVXCryptoOperationException,
+                      failure.isEmpty() ? kCannotWrite : kCannotWrite + u" ("_s + failure + u')');
     }
     ERR_clear_error();
 }

@@ -9,7 +9,9 @@ class TVXStream;
 
 // Opens a protected message: enveloped layers with the callback's keys, signed layers checked with
 // every signature, the content written to the callback's decoded stream. The outermost layer must
-// be an enveloped one.
+// be an enveloped one. The source is read once, front to back, and memory stays small whatever
+// its size: only recipient entries, algorithms, certificates and signer entries are kept (each
+// bounded, see BerReader), while the content streams through decryption and digests.
 class TVXCmsParser {
 public:
     // The refusals of data that is no protected message, for those who look before opening.

@@ -1,5 +1,12 @@
 #include "crypto/comTruvexCrypto_Pkcs12Loader.h"
 
+#include <openssl/rand.h>
+
+#include <QCryptographicHash>
+#include <atomic>
+#include <deque>
+#include <mutex>
+
 #include "crypto/OpenSsl.h"
 #include "crypto/TVXCryptoProvider.h"
 #include "crypto/TVXStream.h"
@@ -16,6 +23,52 @@ const QString kIncomplete = u"The key file holds no private key or no certificat
 const QString kNothingLoaded = u"No key file has been loaded"_s;
 
 enum class Outcome { Loaded, NeedsLegacy };
+
+// Key files kept at once: the user's own, and room for a change of account within a run.
+constexpr size_t kMaxKeptKeyFiles = 4;
+constexpr int kSaltSize = 32;
+
+struct KeptKeyFile {
+    QByteArray fingerprint;
+    TVXX509Certificate certificate;
+    std::shared_ptr<evp_pkey_st> key;
+};
+
+struct KeyFileMemory {
+    std::mutex mutex;
+    QByteArray salt;  // per process, so that a fingerprint is no password check elsewhere
+    std::deque<KeptKeyFile> files;  // most recently opened first
+    std::atomic<quint64> derivations{0};
+};
+
+KeyFileMemory& keyFileMemory() {
+    static KeyFileMemory memory;
+    return memory;
+}
+
+// Salted SHA-256 of the file's bytes and the password; lengths keep the two apart.
+QByteArray fingerprintOf(const QByteArray& der, const QByteArray& password) {
+    KeyFileMemory& memory = keyFileMemory();
+    QByteArray salt;
+    {
+        const std::lock_guard lock(memory.mutex);
+        if (memory.salt.isEmpty()) {
+            memory.salt.resize(kSaltSize);
+            if (RAND_bytes(reinterpret_cast<unsigned char*>(memory.salt.data()), kSaltSize) != 1) {
+                memory.salt.clear();
+                ERR_clear_error();
+                return {};
+            }
+        }
+        salt = memory.salt;
+    }
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    hash.addData(salt);
+    hash.addData(QByteArray::number(der.size()) + ':');
+    hash.addData(der);
+    hash.addData(password);
+    return hash.result();
+}
 
 struct Contents {
     nivossl::PkeyPtr key;
@@ -94,6 +147,19 @@ void comTruvexCrypto_Pkcs12Loader::loadFromStream(TVXStream& stream, const QStri
         nivossl::fail(TVXCryptoOperationException, kNotPkcs12);
     }
     const QByteArray utf8Password = password.toUtf8();
+    const QByteArray fingerprint = fingerprintOf(der, utf8Password);
+    KeyFileMemory& memory = keyFileMemory();
+    if (!fingerprint.isEmpty()) {
+        const std::lock_guard lock(memory.mutex);
+        for (const KeptKeyFile& kept : memory.files) {
+            if (kept.fingerprint == fingerprint) {
+                m_key = kept.key;
+                m_certificate = kept.certificate;
+                return;
+            }
+        }
+    }
+    ++memory.derivations;
     Contents contents;
     if (parse(pfx.get(), utf8Password, contents) == Outcome::NeedsLegacy) {
         // Older exports protect their contents with RC2, RC4 or DES, which OpenSSL only offers
@@ -108,6 +174,23 @@ void comTruvexCrypto_Pkcs12Loader::loadFromStream(TVXStream& stream, const QStri
     }
     m_key = nivossl::shareKey(std::move(contents.key));
     m_certificate = TVXX509Certificate(nivossl::shareCert(std::move(contents.certificate)));
+    if (!fingerprint.isEmpty()) {
+        const std::lock_guard lock(memory.mutex);
+        memory.files.push_front(KeptKeyFile{fingerprint, *m_certificate, m_key});
+        if (memory.files.size() > kMaxKeptKeyFiles) {
+            memory.files.pop_back();
+        }
+    }
+}
+
+void comTruvexCrypto_Pkcs12Loader::forgetOpenedKeyFiles() {
+    KeyFileMemory& memory = keyFileMemory();
+    const std::lock_guard lock(memory.mutex);
+    memory.files.clear();
+}
+
+quint64 comTruvexCrypto_Pkcs12Loader::keyDerivations() {
+    return keyFileMemory().derivations.load();
 }
 
 TVXX509Certificate comTruvexCrypto_Pkcs12Loader::x509Certificate() const {

@@ -5,6 +5,7 @@
 #include <QFileInfo>
 #include <QLocale>
 #include <QUrl>
+#include <array>
 
 #include "log/XRFileReader.h"
 #include "storage/AtomicFile.h"
@@ -58,9 +59,26 @@ QList<LogEntry> ActivityLog::getLogEntries() const {
         return entries;
     }
     reader->enumerateLinesUsingBlock([&entries](const QString& line, bool&) {
-        const QStringList fields = line.split(kFieldSeparator);
-        if (fields.size() == kFieldCount) {
-            entries.append({fields[0], fields[1], fields[2], fields[3], fields[4], fields[5]});
+        // The pieces between the separators, as splitting at each would give; a line with more
+        // or fewer than six is skipped.
+        std::array<QStringView, kFieldCount> fields;
+        qsizetype count = 0;
+        qsizetype from = 0;
+        while (count < kFieldCount) {
+            const qsizetype at = line.indexOf(kFieldSeparator, from);
+            fields[static_cast<std::size_t>(count++)] =
+                QStringView(line).sliced(from, (at < 0 ? line.size() : at) - from);
+            if (at < 0) {
+                break;
+            }
+            from = at + kFieldSeparator.size();
+            if (count == kFieldCount) {
+                return;  // a seventh piece follows
+            }
+        }
+        if (count == kFieldCount) {
+            entries.append({fields[0].toString(), fields[1].toString(), fields[2].toString(),
+                            fields[3].toString(), fields[4].toString(), fields[5].toString()});
         }
     });
     return entries;

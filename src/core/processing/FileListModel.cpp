@@ -25,12 +25,12 @@ const QString FileListModel::kRemoveAllFiles = u"Do you wish to remove all files
 namespace {
 
 // By file name, then by the whole path, both ignoring letter case.
-bool listedBefore(const FileDetails& a, const FileDetails& b) {
-    if (const int byName = a.getFilename().compare(b.getFilename(), Qt::CaseInsensitive);
-        byName != 0) {
+bool listedBefore(const QString& nameA, const QString& pathA, const QString& nameB,
+                  const QString& pathB) {
+    if (const int byName = nameA.compare(nameB, Qt::CaseInsensitive); byName != 0) {
         return byName < 0;
     }
-    return a.filePath.compare(b.filePath, Qt::CaseInsensitive) < 0;
+    return pathA.compare(pathB, Qt::CaseInsensitive) < 0;
 }
 
 FileListModel::RunInputs storedRunInputs() {
@@ -93,25 +93,27 @@ QVariant FileListModel::headerData(int section, Qt::Orientation orientation, int
 // --- adding and removing ---
 
 int FileListModel::addFiles(const QStringList& paths) {
-    int added = 0;
+    QStringList unlisted;
     for (const QString& path : paths) {
-        const bool listed =
-            std::any_of(m_fileList.cbegin(), m_fileList.cend(),
-                        [&path](const FileDetails& e) { return e.filePath == path; });
-        if (listed) {
-            continue;
+        if (!m_listedPaths.contains(path)) {
+            m_listedPaths.insert(path);
+            unlisted.append(path);
         }
-        const auto row = static_cast<int>(m_fileList.size());
-        beginInsertRows({}, row, row);
-        m_fileList.append(FileDetails{path, QString()});
+    }
+    if (!unlisted.isEmpty()) {
+        const auto first = static_cast<int>(m_fileList.size());
+        beginInsertRows({}, first, first + static_cast<int>(unlisted.size()) - 1);
+        m_fileList.reserve(m_fileList.size() + unlisted.size());
+        for (const QString& path : std::as_const(unlisted)) {
+            m_fileList.append(FileDetails{path, QString()});
+        }
         endInsertRows();
-        ++added;
     }
     // A run walks the rows by index; sorting under it would make it skip or repeat files.
     if (!m_isProcessing) {
         sortFileList();
     }
-    return added;
+    return static_cast<int>(unlisted.size());
 }
 
 int FileListModel::addDroppedFiles(const QStringList& paths) {
@@ -128,6 +130,7 @@ int FileListModel::addDroppedFiles(const QStringList& paths) {
 void FileListModel::clear() {
     beginResetModel();
     m_fileList.clear();
+    m_listedPaths.clear();
     endResetModel();
 }
 
@@ -142,9 +145,7 @@ bool FileListModel::deleteKeyPressedForTableView(int selectedRow) {
     if (m_isProcessing && selectedRow < m_fileIndexCounter && m_fileIndexCounter >= 1) {
         --m_fileIndexCounter;
     }
-    beginRemoveRows({}, selectedRow, selectedRow);
-    m_fileList.removeAt(selectedRow);
-    endRemoveRows();
+    dropRow(selectedRow);
     return true;
 }
 
@@ -296,11 +297,15 @@ void FileListModel::applyOutcome(const QString& processResult) {
         }
         ++m_fileIndexCounter;
     } else if (m_fileIndexCounter < m_fileList.size()) {
-        const auto row = static_cast<int>(m_fileIndexCounter);
-        beginRemoveRows({}, row, row);
-        m_fileList.removeAt(row);
-        endRemoveRows();
+        dropRow(m_fileIndexCounter);
     }
+}
+
+void FileListModel::dropRow(qsizetype row) {
+    beginRemoveRows({}, static_cast<int>(row), static_cast<int>(row));
+    m_listedPaths.remove(m_fileList.at(row).filePath);
+    m_fileList.removeAt(row);
+    endRemoveRows();
 }
 
 void FileListModel::setStatus(qsizetype row, const QString& status) {
@@ -318,10 +323,17 @@ void FileListModel::setProcessing(bool processing) {
 }
 
 void FileListModel::sortFileList() {
+    // The names are taken once, not at every comparison.
+    QStringList names;
+    names.reserve(m_fileList.size());
+    for (const FileDetails& entry : std::as_const(m_fileList)) {
+        names.append(entry.getFilename());
+    }
     std::vector<int> order(static_cast<std::size_t>(m_fileList.size()));
     std::iota(order.begin(), order.end(), 0);
-    std::stable_sort(order.begin(), order.end(), [this](int a, int b) {
-        return listedBefore(m_fileList.at(a), m_fileList.at(b));
+    std::stable_sort(order.begin(), order.end(), [this, &names](int a, int b) {
+        return listedBefore(names.at(a), m_fileList.at(a).filePath, names.at(b),
+                            m_fileList.at(b).filePath);
     });
     if (std::is_sorted(order.begin(), order.end())) {
         return;

@@ -3,6 +3,7 @@
 #include <QAbstractTableModel>
 #include <QList>
 #include <QPointer>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <functional>
@@ -143,8 +144,12 @@ private:
     void markUnmarked(const QString& status, bool protectedOnly);
     void sortFileList();
     void launch(qsizetype row, bool toEncrypt, const RunInputs& inputs);
+    // Takes a row out of the list and its path out of m_listedPaths.
+    void dropRow(qsizetype row);
 
     QList<FileDetails> m_fileList;
+    // The paths of m_fileList, for the check that a path is listed already.
+    QSet<QString> m_listedPaths;
     QList<Contact> m_recipientList;
     qsizetype m_fileIndexCounter = 0;
     bool m_isProcessing = false;

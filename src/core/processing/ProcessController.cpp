@@ -7,10 +7,8 @@
 #include <QPointer>
 #include <QThreadPool>
 #include <QtConcurrent/QtConcurrentRun>
-#include <algorithm>
 #include <functional>
 #include <limits>
-#include <new>
 #include <optional>
 
 #include "contacts/ContactDB.h"
@@ -32,7 +30,6 @@ const QString ProcessController::kInputDoesNotExist = u"%1 does not exists."_s;
 const QString ProcessController::kEncryptionCancelled = u"Encryption cancelled"_s;
 const QString ProcessController::kDecryptionCancelled = u"Decryption cancelled"_s;
 const QString ProcessController::kCannotRead = u"Cannot read %1: %2"_s;
-const QString ProcessController::kNotEnoughMemory = u"Not enough memory to process %1"_s;
 const QString ProcessController::kEncryptAction = u"Encrypt"_s;
 const QString ProcessController::kDecryptAction = u"Decrypt"_s;
 const QString ProcessController::kSuccess = u"Success"_s;
@@ -40,10 +37,6 @@ const QString ProcessController::kFailed = u"Failed"_s;
 const QString ProcessController::kCancelled = u"Cancelled"_s;
 
 namespace {
-
-// Reading in pieces lets the run report how far it is; the piece is large enough that the
-// bookkeeping costs nothing next to the crypto work.
-constexpr qint64 kReadChunk = qint64{1} << 20;
 
 // Marks that cut a decrypted file's inner extension, tried in this order.
 constexpr QChar kExtensionCuts[] = {u'-', u'_', u' ', u'('};
@@ -140,46 +133,20 @@ QString decryptedName(const QString& fileName) {
     return name.isEmpty() ? fileName : name;
 }
 
-// Called on the worker thread with bytes done and the total; a total of 0 means "busy, amount
-// unknown".
-using ProgressReport = std::function<void(qint64 done, qint64 total)>;
-
-// Reads the whole input, reporting progress in pieces of kReadChunk; "" or the failure text.
-QString readInput(const QString& path, QByteArray& data, const ProgressReport& report) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        return ProcessController::kCannotRead.arg(path, file.errorString());
-    }
-    const qint64 size = file.size();
-    data.reserve(size);
-    report(0, size);
-    while (!file.atEnd()) {
-        const QByteArray piece = file.read(kReadChunk);
-        if (piece.isEmpty() && file.error() != QFileDevice::NoError) {
-            return ProcessController::kCannotRead.arg(path, file.errorString());
-        }
-        if (piece.isEmpty()) {
-            break;
-        }
-        data.append(piece);
-        report(data.size(), std::max(size, data.size()));
-    }
-    return {};
-}
+// Called on the worker thread with bytes done and the total.
+using ProgressReport = NivoCryptoOperation::Progress;
 
 Outcome work(const Job& job, const ProgressReport& report) {
     Outcome outcome;
     try {
-        QByteArray data;
-        outcome.text = readInput(job.inputPath, data, report);
-        if (!outcome.text.isEmpty()) {
+        // The crypto layer streams the input; an unreadable one gets this class's own text.
+        if (QFile input(job.inputPath); !input.open(QIODevice::ReadOnly)) {
+            outcome.text = ProcessController::kCannotRead.arg(job.inputPath, input.errorString());
             return outcome;
         }
-        // The crypto layer does not say how far it is.
-        report(0, 0);
         if (job.toEncrypt) {
-            outcome.text = NivoCryptoOperation::encryptData(data, job.profile, job.password,
-                                                            job.certificates, job.outputPath);
+            outcome.text = NivoCryptoOperation::encryptFile(
+                job.inputPath, job.profile, job.password, job.certificates, job.outputPath, report);
         } else {
             NivoCryptoOperation::NivoIdLookup lookup;
             if (job.contacts) {
@@ -187,14 +154,12 @@ Outcome work(const Job& job, const ProgressReport& report) {
                     return contacts.getNIVOIDfromCertData(certificate);
                 };
             }
-            outcome.text = NivoCryptoOperation::decryptData(data, job.profile, job.password,
-                                                            job.outputPath, outcome.sender, lookup);
+            outcome.text =
+                NivoCryptoOperation::decryptFile(job.inputPath, job.profile, job.password,
+                                                 job.outputPath, outcome.sender, lookup, report);
         }
     } catch (const TVXException& e) {
         outcome.text = e.description();
-    } catch (const std::bad_alloc&) {
-        // The whole input and the whole result are held in memory at once.
-        outcome.text = ProcessController::kNotEnoughMemory.arg(job.inputPath);
     } catch (const std::exception& e) {
         outcome.text = QString::fromLocal8Bit(e.what());
     }

@@ -10,8 +10,8 @@
 #include "account/NivoProfile.h"
 #include "contacts/Contact.h"
 
-// Encrypts or decrypts one file without blocking its caller: it picks the output path, reads the
-// input and runs the crypto operation on the global thread pool, and back on its own thread writes
+// Encrypts or decrypts one file without blocking its caller: it picks the output path and runs the
+// crypto operation, which streams the input in constant memory, on the global thread pool, and back on its own thread writes
 // one activity-log line, removes the output of a failed run and reports the outcome.
 //
 // A processing window or the command-line tool makes one controller per file on a thread with an
@@ -38,7 +38,6 @@ public:
     static const QString kEncryptionCancelled;
     static const QString kDecryptionCancelled;
     static const QString kCannotRead;
-    static const QString kNotEnoughMemory;
 
     // Activity-log words.
     static const QString kEncryptAction;
@@ -78,7 +77,8 @@ public:
 
 Q_SIGNALS:
     void statusChanged(const QString& label, const QString& title);
-    // Bytes of the input read so far; total 0 while the amount of work is unknown.
+    // Bytes of the input consumed so far and the input's size; total 0 while the amount of work
+    // is unknown (before the input is opened).
     void progress(qint64 done, qint64 total);
     // "" on success, else the text to show for the file.
     void processingCompleted(const QString& processResult);

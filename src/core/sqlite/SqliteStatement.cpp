@@ -103,3 +103,27 @@ QByteArray SqliteStatement::columnBlob(const char* name) const {
     // SQLite hands out no pointer for an empty blob; it is still a value, not NULL.
     return data == nullptr ? QByteArray("") : QByteArray(data, size);
 }
+
+SqliteStatement::Kind SqliteStatement::columnKind(const char* name) const {
+    const int index = columnIndex(name);
+    if (index < 0) {
+        return Kind::Missing;
+    }
+    switch (sqlite3_column_type(m_statement.get(), index)) {
+    case SQLITE_INTEGER:
+        return Kind::Integer;
+    case SQLITE_FLOAT:
+        return Kind::Float;
+    case SQLITE_TEXT:
+        return Kind::Text;
+    case SQLITE_BLOB:
+        return Kind::Blob;
+    default:
+        return Kind::Null;
+    }
+}
+
+qint64 SqliteStatement::columnBytes(const char* name) const {
+    const int index = columnIndex(name);
+    return index < 0 ? 0 : sqlite3_column_bytes(m_statement.get(), index);
+}

@@ -42,6 +42,12 @@ public:
     [[nodiscard]] QString columnText(const char* name) const;
     [[nodiscard]] QByteArray columnBlob(const char* name) const;
 
+    // How the current row stores a column's value; Missing when the statement has no such column.
+    enum class Kind { Missing, Null, Integer, Float, Text, Blob };
+    [[nodiscard]] Kind columnKind(const char* name) const;
+    // The size in bytes of a text or blob value, without reading it.
+    [[nodiscard]] qint64 columnBytes(const char* name) const;
+
 private:
     friend class SqliteDatabase;
     struct Finalizer {

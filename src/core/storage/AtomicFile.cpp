@@ -1,17 +1,328 @@
 #include "storage/AtomicFile.h"
 
-#include <QFile>
-#include <QSaveFile>
+#include <QDir>
+#include <QFileInfo>
+#include <QRandomGenerator>
+#include <QRegularExpression>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+#ifdef Q_OS_UNIX
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+// ".<name>.nivogx-XXXXXXXX.part": hidden, and unlike anything a person or another program names
+// a file, so that clearing stale ones can never take a file that is not ours.
+const QString kTemporaryPattern = u".%1.nivogx-%2.part"_s;
+constexpr int kRandomLength = 8;
+constexpr int kNameAttempts = 64;
+
+const QString kCannotCreate = u"Cannot create a temporary file for %1: %2"_s;
+const QString kCannotWrite = u"Cannot write %1: %2"_s;
+const QString kNotOpen = u"%1 is not open for writing"_s;
+
+const QRegularExpression& temporaryName() {
+    static const QRegularExpression re(
+        u"^\\..+\\.nivogx-[A-Za-z0-9]{%1}\\.part$"_s.arg(kRandomLength),
+        QRegularExpression::DotMatchesEverythingOption);
+    return re;
+}
+
+QString randomTag() {
+    static constexpr char kAlphabet[] =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+    QString tag;
+    for (int i = 0; i < kRandomLength; ++i) {
+        tag += QChar::fromLatin1(
+            kAlphabet[QRandomGenerator::global()->bounded(int{sizeof kAlphabet - 1})]);
+    }
+    return tag;
+}
+
+QString temporaryPathFor(const QString& path) {
+    const QFileInfo info(path);
+    return info.dir().filePath(kTemporaryPattern.arg(info.fileName(), randomTag()));
+}
+
+QString systemError(int error) {
+    return QString::fromLocal8Bit(std::strerror(error));
+}
+
+#ifdef Q_OS_UNIX
+
+mode_t modeOf(QFileDevice::Permissions permissions) {
+    mode_t mode = 0;
+    const std::pair<QFileDevice::Permission, mode_t> bits[] = {
+        {QFileDevice::ReadOwner, S_IRUSR}, {QFileDevice::WriteOwner, S_IWUSR},
+        {QFileDevice::ExeOwner, S_IXUSR},  {QFileDevice::ReadGroup, S_IRGRP},
+        {QFileDevice::WriteGroup, S_IWGRP}, {QFileDevice::ExeGroup, S_IXGRP},
+        {QFileDevice::ReadOther, S_IROTH}, {QFileDevice::WriteOther, S_IWOTH},
+        {QFileDevice::ExeOther, S_IXOTH},
+    };
+    for (const auto& [permission, bit] : bits) {
+        if (permissions.testFlag(permission)) {
+            mode |= bit;
+        }
+    }
+    return mode;
+}
+
+// Some file systems cannot make unnamed files, and a test may want to see the named ones.
+bool unnamedAllowed() {
+    return qEnvironmentVariableIsEmpty("NIVOGX_NAMED_TEMPORARY_FILES");
+}
+
+#endif
+
+}  // namespace
+
+AtomicFile::AtomicFile(QString path) : m_path(std::move(path)) {}
+
+AtomicFile::~AtomicFile() {
+    if (!m_committed) {
+        discard();
+    }
+}
+
+bool AtomicFile::fail(const QString& message) {
+    m_error = message;
+    return false;
+}
+
+#ifdef Q_OS_UNIX
+
+bool AtomicFile::open(std::optional<QFileDevice::Permissions> permissions) {
+    discard();
+    m_committed = false;
+    m_error.clear();
+    const mode_t mode = permissions ? modeOf(*permissions) : mode_t{0666};
+    for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
+        if (!openUnnamed(mode) && !openNamed(mode)) {
+            return false;
+        }
+        // The lock says "still being written" to removeStaleTemporaries() of any process; the
+        // system drops it when this process ends, however it ends.
+        if (::flock(m_fd, LOCK_EX) != 0 || (permissions && ::fchmod(m_fd, mode) != 0)) {
+            const int error = errno;
+            discard();
+            return fail(kCannotCreate.arg(m_path, systemError(error)));
+        }
+        // A cleaner may have taken the name between its creation and the lock: another name.
+        struct stat status {};
+        if (!m_temporaryPath.isEmpty() && (::fstat(m_fd, &status) != 0 || status.st_nlink == 0)) {
+            m_temporaryPath.clear();
+            discard();
+            continue;
+        }
+        if (!m_file.open(m_fd, QIODevice::WriteOnly, QFileDevice::DontCloseHandle)) {
+            const QString reason = m_file.errorString();
+            discard();
+            return fail(kCannotCreate.arg(m_path, reason));
+        }
+        return true;
+    }
+    return fail(kCannotCreate.arg(m_path, systemError(EEXIST)));
+}
+
+bool AtomicFile::openUnnamed([[maybe_unused]] unsigned mode) {
+#ifdef O_TMPFILE
+    if (!unnamedAllowed()) {
+        return false;
+    }
+    const QByteArray folder = QFile::encodeName(QFileInfo(m_path).absolutePath());
+    m_fd = ::open(folder.constData(), O_TMPFILE | O_WRONLY | O_CLOEXEC, mode);
+    return m_fd >= 0;
+#else
+    return false;
+#endif
+}
+
+bool AtomicFile::openNamed(unsigned mode) {
+    for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
+        const QString candidate = temporaryPathFor(m_path);
+        m_fd = ::open(QFile::encodeName(candidate).constData(),
+                      O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, mode);
+        if (m_fd >= 0) {
+            m_temporaryPath = candidate;
+            return true;
+        }
+        if (errno != EEXIST) {
+            break;
+        }
+    }
+    return fail(kCannotCreate.arg(m_path, systemError(errno)));
+}
+
+bool AtomicFile::putInPlace() {
+    if (::fsync(m_fd) != 0) {
+        return fail(kCannotWrite.arg(m_path, systemError(errno)));
+    }
+    const QByteArray target = QFile::encodeName(m_path);
+    if (m_temporaryPath.isEmpty()) {
+        const QByteArray self = "/proc/self/fd/" + QByteArray::number(m_fd);
+        if (::linkat(AT_FDCWD, self.constData(), AT_FDCWD, target.constData(),
+                     AT_SYMLINK_FOLLOW) == 0) {
+            return true;
+        }
+        if (errno != EEXIST) {
+            return fail(kCannotWrite.arg(m_path, systemError(errno)));
+        }
+        // A file is there already: a name of our own beside it, then a rename over it, which
+        // replaces the old file in one step.
+        for (int attempt = 0; attempt < kNameAttempts && m_temporaryPath.isEmpty(); ++attempt) {
+            const QString candidate = temporaryPathFor(m_path);
+            if (::linkat(AT_FDCWD, self.constData(), AT_FDCWD,
+                         QFile::encodeName(candidate).constData(), AT_SYMLINK_FOLLOW) == 0) {
+                m_temporaryPath = candidate;
+            } else if (errno != EEXIST) {
+                return fail(kCannotWrite.arg(m_path, systemError(errno)));
+            }
+        }
+        if (m_temporaryPath.isEmpty()) {
+            return fail(kCannotWrite.arg(m_path, systemError(EEXIST)));
+        }
+    }
+    if (::rename(QFile::encodeName(m_temporaryPath).constData(), target.constData()) != 0) {
+        return fail(kCannotWrite.arg(m_path, systemError(errno)));
+    }
+    m_temporaryPath.clear();
+    return true;
+}
+
+void AtomicFile::discard() {
+    m_file.close();
+    if (!m_temporaryPath.isEmpty()) {
+        ::unlink(QFile::encodeName(m_temporaryPath).constData());
+        m_temporaryPath.clear();
+    }
+    if (m_fd >= 0) {
+        ::close(m_fd);
+        m_fd = -1;
+    }
+}
+
+int AtomicFile::removeStaleTemporaries(const QString& folder) {
+    if (folder.isEmpty()) {
+        return 0;
+    }
+    const QDir dir(folder);
+    int removed = 0;
+    for (const QString& name :
+         dir.entryList(QDir::Files | QDir::Hidden | QDir::System | QDir::NoSymLinks)) {
+        if (!isTemporaryName(name)) {
+            continue;
+        }
+        const QByteArray path = QFile::encodeName(dir.filePath(name));
+        const int fd = ::open(path.constData(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+        if (fd < 0) {
+            continue;
+        }
+        // Holding the lock while removing keeps a writer that is just starting from taking the
+        // name in between; it sees the name gone and picks another.
+        if (::flock(fd, LOCK_EX | LOCK_NB) == 0 && ::unlink(path.constData()) == 0) {
+            ++removed;
+        }
+        ::close(fd);
+    }
+    return removed;
+}
+
+#else  // Without the Unix calls: a named temporary file, renamed over the target.
+
+bool AtomicFile::open(std::optional<QFileDevice::Permissions> permissions) {
+    discard();
+    m_committed = false;
+    m_error.clear();
+    for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
+        m_file.setFileName(temporaryPathFor(m_path));
+        if (m_file.open(QIODevice::WriteOnly | QIODevice::NewOnly)) {
+            m_temporaryPath = m_file.fileName();
+            if (permissions) {
+                (void)m_file.setPermissions(*permissions);
+            }
+            return true;
+        }
+    }
+    return fail(kCannotCreate.arg(m_path, m_file.errorString()));
+}
+
+bool AtomicFile::openNamed(unsigned) { return false; }
+bool AtomicFile::openUnnamed(unsigned) { return false; }
+
+bool AtomicFile::putInPlace() {
+    std::error_code error;
+    std::filesystem::rename(QFile::encodeName(m_temporaryPath).toStdString(),
+                            QFile::encodeName(m_path).toStdString(), error);
+    if (error) {
+        return fail(kCannotWrite.arg(m_path, QString::fromStdString(error.message())));
+    }
+    m_temporaryPath.clear();
+    return true;
+}
+
+void AtomicFile::discard() {
+    m_file.close();
+    if (!m_temporaryPath.isEmpty()) {
+        QFile::remove(m_temporaryPath);
+        m_temporaryPath.clear();
+    }
+}
+
+int AtomicFile::removeStaleTemporaries(const QString& folder) {
+    if (folder.isEmpty()) {
+        return 0;
+    }
+    // A file still open for writing cannot be removed here, which keeps live writers safe.
+    const QDir dir(folder);
+    int removed = 0;
+    for (const QString& name : dir.entryList(QDir::Files | QDir::Hidden | QDir::System)) {
+        if (isTemporaryName(name) && QFile::remove(dir.filePath(name))) {
+            ++removed;
+        }
+    }
+    return removed;
+}
+
+#endif
+
+bool AtomicFile::commit() {
+    if (!m_file.isOpen()) {
+        return fail(kNotOpen.arg(m_path));
+    }
+    const bool written = m_file.flush() && m_file.error() == QFileDevice::NoError;
+    const QString reason = m_file.errorString();
+    m_file.close();
+    if (!written) {
+        discard();
+        return fail(kCannotWrite.arg(m_path, reason));
+    }
+    if (!putInPlace()) {
+        discard();
+        return false;
+    }
+    // Only closes what is still open: the temporary file is the final one now.
+    discard();
+    m_committed = true;
+    return true;
+}
+
+bool AtomicFile::isTemporaryName(QStringView fileName) {
+    return temporaryName().match(fileName.toString()).hasMatch();
+}
 
 bool AtomicFile::write(const QString& path, const QByteArray& data,
                        QFileDevice::Permissions permissions) {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly)) {
-        return false;
-    }
-    // Restrict the temporary file before any byte lands in it.
-    if (!file.setPermissions(permissions) || file.write(data) != data.size()) {
-        file.cancelWriting();
+    AtomicFile file(path);
+    if (!file.open(permissions) || file.device()->write(data) != data.size()) {
         return false;
     }
     return file.commit();
@@ -23,16 +334,14 @@ bool AtomicFile::copy(const QString& source, const QString& path,
     if (!input.open(QIODevice::ReadOnly)) {
         return false;
     }
-    QSaveFile output(path);
-    if (!output.open(QIODevice::WriteOnly) || !output.setPermissions(permissions)) {
-        output.cancelWriting();
+    AtomicFile output(path);
+    if (!output.open(permissions)) {
         return false;
     }
     constexpr qint64 kBlockSize = 1 << 16;
     while (!input.atEnd()) {
         const QByteArray block = input.read(kBlockSize);
-        if (block.isEmpty() || output.write(block) != block.size()) {
-            output.cancelWriting();
+        if (block.isEmpty() || output.device()->write(block) != block.size()) {
             return false;
         }
     }

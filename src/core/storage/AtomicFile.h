@@ -1,20 +1,69 @@
 #pragma once
 
 #include <QByteArray>
+#include <QFile>
 #include <QFileDevice>
 #include <QString>
+#include <QStringView>
+#include <optional>
 
-// Writes a whole file so that it appears under its final name only complete: the data goes to a
-// temporary file beside it, which is renamed into place at the end.
+// Writes a file so that it appears under its final name only complete.
+//
+// The bytes go to a temporary file in the target's folder, which takes the final name only on
+// commit(). Where the system allows it, the temporary file has no name at all until then, so a
+// process killed while writing leaves nothing behind. Otherwise, and for the instant of replacing
+// an existing file, it is named ".<name>.nivogx-XXXXXXXX.part" and held under an advisory lock
+// for as long as its writer lives; removeStaleTemporaries() clears the ones whose writer died.
 class AtomicFile {
 public:
     static constexpr QFileDevice::Permissions OwnerOnly =
         QFileDevice::ReadOwner | QFileDevice::WriteOwner;
 
+    explicit AtomicFile(QString path);
+    // Discards the temporary file unless committed.
+    ~AtomicFile();
+    AtomicFile(const AtomicFile&) = delete;
+    AtomicFile& operator=(const AtomicFile&) = delete;
+
+    // Starts writing. The file gets exactly `permissions` when given, else the usual ones for
+    // new files. False, with errorString() set, when no temporary file can be made.
+    [[nodiscard]] bool open(std::optional<QFileDevice::Permissions> permissions = std::nullopt);
+    // Where to write between open() and commit().
+    [[nodiscard]] QIODevice* device() { return &m_file; }
+    // Flushes the bytes to disk and puts the file under its name, replacing any file there.
+    // False, with nothing under the name changed, when any write or this step failed.
+    [[nodiscard]] bool commit();
+    // Drops what was written; the final name is left as it was.
+    void discard();
+    [[nodiscard]] QString errorString() const { return m_error; }
+    [[nodiscard]] const QString& path() const noexcept { return m_path; }
+
+    // Writes `data` as the whole file.
     [[nodiscard]] static bool write(const QString& path, const QByteArray& data,
                                     QFileDevice::Permissions permissions = OwnerOnly);
-    // Copies the file at `source` to `path` the same way, replacing any file there only when the
-    // copy is complete. False, with `path` untouched, when the source cannot be read.
+    // Copies the file at `source` to `path`, replacing any file there only when the copy is
+    // complete. False, with `path` untouched, when the source cannot be read.
     [[nodiscard]] static bool copy(const QString& source, const QString& path,
                                    QFileDevice::Permissions permissions = OwnerOnly);
+
+    // Whether `fileName` (no folder) has the form of this class's temporary files.
+    [[nodiscard]] static bool isTemporaryName(QStringView fileName);
+    // Removes the temporary files in `folder` (not below it) whose writer is gone: those left by
+    // a process that was killed or crashed. Files of other names and temporaries still being
+    // written are never touched. Returns how many were removed.
+    static int removeStaleTemporaries(const QString& folder);
+
+private:
+    bool fail(const QString& message);
+    [[nodiscard]] bool openNamed(unsigned mode);
+    [[nodiscard]] bool openUnnamed(unsigned mode);
+    // Syncs the bytes to disk and gives the file its final name.
+    [[nodiscard]] bool putInPlace();
+
+    QString m_path;
+    QString m_temporaryPath;  // empty while the temporary file has no name
+    QFile m_file;
+    int m_fd = -1;
+    bool m_committed = false;
+    QString m_error;
 };

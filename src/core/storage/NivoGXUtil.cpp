@@ -7,6 +7,7 @@
 #include <QStandardPaths>
 
 #include "contacts/ContactDB.h"
+#include "crypto/NivoCryptoOperation.h"
 #include "log/ActivityLog.h"
 #include "storage/AtomicFile.h"
 #include "storage/QKKeychain.h"
@@ -124,6 +125,18 @@ bool NivoGXUtil::generateRequiredDirectory() {
     return true;
 }
 
+void NivoGXUtil::removeStaleTemporaries() {
+    computeFolders();
+    const State& s = state();
+    QStringList folders{s.applicationFolder, s.pfxFolder, s.certificateFolder, s.contactsFolder,
+                        s.logFolder};
+    folders << getLastOutputEncryptFolder() << getLastOutputDecryptFolder();
+    folders.removeDuplicates();
+    for (const QString& folder : folders) {
+        (void)AtomicFile::removeStaleTemporaries(folder);
+    }
+}
+
 bool NivoGXUtil::hasRequiredCredentials() {
     return credentialsAndFilesPresent();
 }
@@ -170,6 +183,7 @@ void NivoGXUtil::logout() {
     s.certificatePath = QDir(s.certificateFolder).filePath(fileStem(userName) + u".cer"_s);
     QFile::remove(s.pfxPath);
     QFile::remove(s.certificatePath);
+    NivoCryptoOperation::forgetOpenedKeys();
 }
 
 void NivoGXUtil::saveSettings(const QString& userName, const QString& password,

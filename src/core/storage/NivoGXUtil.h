@@ -41,8 +41,12 @@ public:
     // Writes a freshly obtained profile's files and makes it current.
     static void setNivoProfile(const NivoProfile& profile);
     [[nodiscard]] static std::optional<NivoProfile> getNivoProfile();
-    // Keeps the user name, forgets the password and deletes the user's pfx and certificate.
+    // Keeps the user name, forgets the password and deletes the user's pfx and certificate; the
+    // key files the crypto layer kept open are forgotten too.
     static void logout();
+    // Removes what a killed or crashed run left half written (AtomicFile's temporaries) from
+    // the application folders and the remembered output folders. Run at start.
+    static void removeStaleTemporaries();
 
     // Applies each non-empty argument: a user name stores the credentials, a folder its setting.
     static void saveSettings(const QString& userName, const QString& password,

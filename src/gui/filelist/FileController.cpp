@@ -8,11 +8,12 @@
 #include <QSizePolicy>
 #include <QToolBar>
 
-#include "contacts/RecipientChooser.h"
+#include "contacts/ContactController.h"
 #include "filelist/CustomFileTableView.h"
 #include "processing/FileListModel.h"
 #include "processing/ProcessController.h"
 #include "processing/ProcessWindow.h"
+#include "shell/IconSet.h"
 #include "shell/NotificationHub.h"
 #include "shell/Prompter.h"
 #include "storage/NivoGXUtil.h"
@@ -61,13 +62,17 @@ FileController::FileController(NotificationHub& hub, Prompter& prompter, QWidget
     QToolBar* toolBar = addToolBar(tr(kToolBar));
     toolBar->setObjectName(u"toolBar"_s);
     toolBar->setMovable(false);
-    toolBar->setToolButtonStyle(Qt::ToolButtonTextOnly);
-    addToolBarAction(kAddFiles, "addFilesAction", &FileController::FileButtonTapped);
+    toolBar->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
+    toolBar->setIconSize(QSize(32, 32));
+    addToolBarAction(kAddFiles, "addFilesAction", IconSet::kAddFiles,
+                     &FileController::FileButtonTapped);
     toolBar->addSeparator();
-    addToolBarAction(kEncrypt, "encryptAction", &FileController::EncryptButtonTapped);
-    addToolBarAction(kDecrypt, "decryptAction", &FileController::DecryptButtonTapped);
+    addToolBarAction(kEncrypt, "encryptAction", IconSet::kEncrypt,
+                     &FileController::EncryptButtonTapped);
+    addToolBarAction(kDecrypt, "decryptAction", IconSet::kDecrypt,
+                     &FileController::DecryptButtonTapped);
     toolBar->addSeparator();
-    addToolBarAction(kExportProfile, "exportProfileAction",
+    addToolBarAction(kExportProfile, "exportProfileAction", IconSet::kExportProfile,
                      &FileController::exportProfileRequested);
     auto* spacer = new QWidget(toolBar);
     spacer->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
@@ -77,7 +82,8 @@ FileController::FileController(NotificationHub& hub, Prompter& prompter, QWidget
     userFont.setBold(true);
     m_userToolBarItem->setFont(userFont);
     toolBar->addWidget(m_userToolBarItem);
-    addToolBarAction(kSignOut, "logoutAction", &FileController::LogoutButtonTapped);
+    addToolBarAction(kSignOut, "logoutAction", IconSet::kSignOut,
+                     &FileController::LogoutButtonTapped);
     resize(760, 460);
     windowDidLoad();
 }
@@ -85,10 +91,10 @@ FileController::FileController(NotificationHub& hub, Prompter& prompter, QWidget
 // The windows of a run belong to this one and go with it.
 FileController::~FileController() = default;
 
-QAction* FileController::addToolBarAction(const char* text, const char* name,
+QAction* FileController::addToolBarAction(const char* text, const char* name, const QString& image,
                                           void (FileController::*slot)()) {
     auto* toolBar = findChild<QToolBar*>(u"toolBar"_s);
-    QAction* action = toolBar->addAction(tr(text));
+    QAction* action = toolBar->addAction(IconSet::named(image), tr(text));
     action->setObjectName(QString::fromLatin1(name));
     connect(action, &QAction::triggered, this, slot);
     return action;
@@ -123,7 +129,7 @@ ProcessWindow* FileController::processWindow() const {
     return m_processWindow;
 }
 
-RecipientChooser* FileController::recipientChooser() const {
+ContactController* FileController::contactController() const {
     return m_contactController;
 }
 
@@ -154,7 +160,7 @@ void FileController::EncryptButtonTapped() {
             if (m_contactController) {
                 m_contactController->close();
             }
-            m_contactController = new RecipientChooser(m_hub, m_prompter, this);
+            m_contactController = new ContactController(m_hub, m_prompter, this);
             m_contactController->move(frameGeometry().center() -
                                       m_contactController->rect().center());
             m_contactController->show();

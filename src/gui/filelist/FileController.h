@@ -6,6 +6,7 @@
 
 #include "contacts/Contact.h"
 
+class ContactController;
 class CustomFileTableView;
 class FileListModel;
 class NotificationHub;
@@ -14,7 +15,6 @@ class ProcessWindow;
 class Prompter;
 class QAction;
 class QLabel;
-class RecipientChooser;
 
 // The main window of a signed-in user: the list of files with their statuses, and the buttons
 // that add files, encrypt or decrypt them one after another, export the profile and sign out.
@@ -41,7 +41,7 @@ public:
     [[nodiscard]] CustomFileTableView* fileTableView() const noexcept { return m_fileTableView; }
     // The window of the file being processed, or of the recipient choice; null when none is open.
     [[nodiscard]] ProcessWindow* processWindow() const;
-    [[nodiscard]] RecipientChooser* recipientChooser() const;
+    [[nodiscard]] ContactController* contactController() const;
 
 Q_SIGNALS:
     // Sign-out or a closed window: the application should quit.
@@ -54,7 +54,8 @@ protected:
 
 private:
     void windowDidLoad();
-    QAction* addToolBarAction(const char* text, const char* name, void (FileController::*slot)());
+    QAction* addToolBarAction(const char* text, const char* name, const QString& image,
+                              void (FileController::*slot)());
     void processStarting(ProcessController* controller, int row);
     void askToClearList(const QString& informativeText);
     void displayAlertBox(const QString& message);
@@ -66,6 +67,6 @@ private:
     CustomFileTableView* m_fileTableView;
     QLabel* m_userToolBarItem;
     QPointer<ProcessWindow> m_processWindow;
-    QPointer<RecipientChooser> m_contactController;
+    QPointer<ContactController> m_contactController;
     bool m_terminating = false;
 };

@@ -12,7 +12,7 @@
 #include <QToolBar>
 #include <QVBoxLayout>
 
-#include "log/LockIcon.h"
+#include "shell/IconSet.h"
 #include "shell/Prompter.h"
 #include "storage/ExportFileName.h"
 #include "storage/NivoGXUtil.h"
@@ -64,8 +64,8 @@ QTableWidgetItem* textItem(const QString& text) {
 
 QTableWidgetItem* typeItem(const QString& operationType) {
     const QString image =
-        operationType == kEncryptOperation ? LockIcon::kEncrypt : LockIcon::kDecrypt;
-    auto* item = new QTableWidgetItem(LockIcon::named(image), QString());
+        operationType == kEncryptOperation ? IconSet::kEncrypt : IconSet::kDecrypt;
+    auto* item = new QTableWidgetItem(IconSet::named(image), QString());
     item->setFlags(Qt::ItemIsSelectable | Qt::ItemIsEnabled);
     item->setData(Qt::UserRole, image);
     item->setToolTip(operationType);
@@ -89,8 +89,8 @@ LogViewerController::LogViewerController(Prompter& prompter, QWidget* parent)
     m_encryptItem->setToolTip(tr(kEncryptTip));
     m_decryptItem->setObjectName(u"decryptItem"_s);
     m_decryptItem->setToolTip(tr(kDecryptTip));
-    showImage(m_encryptItem, LockIcon::kEncryptGrey);
-    showImage(m_decryptItem, LockIcon::kDecryptGrey);
+    showImage(m_encryptItem, IconSet::kEncryptGrey);
+    showImage(m_decryptItem, IconSet::kDecryptGrey);
     connect(m_encryptItem, &QAction::triggered, this, &LogViewerController::EncryptButtonTapped);
     connect(m_decryptItem, &QAction::triggered, this, &LogViewerController::DecryptButtonTapped);
     auto* toolBar = addToolBar(QString());
@@ -179,7 +179,7 @@ LogViewerController::LogViewerController(Prompter& prompter, QWidget* parent)
 LogViewerController::~LogViewerController() = default;
 
 void LogViewerController::showImage(QAction* item, const QString& name) {
-    item->setIcon(LockIcon::named(name));
+    item->setIcon(IconSet::named(name));
     // The image's name, for whoever needs to know which state the toggle shows.
     item->setData(name);
 }
@@ -238,17 +238,17 @@ void LogViewerController::searchFieldEdited(const QString& text) {
 
 void LogViewerController::EncryptButtonTapped() {
     m_decryptOnly = false;
-    showImage(m_decryptItem, LockIcon::kDecryptGrey);
+    showImage(m_decryptItem, IconSet::kDecryptGrey);
     m_encryptOnly = !m_encryptOnly;
-    showImage(m_encryptItem, m_encryptOnly ? LockIcon::kEncrypt : LockIcon::kEncryptGrey);
+    showImage(m_encryptItem, m_encryptOnly ? IconSet::kEncrypt : IconSet::kEncryptGrey);
     searchWithFieldText();
 }
 
 void LogViewerController::DecryptButtonTapped() {
     m_encryptOnly = false;
-    showImage(m_encryptItem, LockIcon::kEncryptGrey);
+    showImage(m_encryptItem, IconSet::kEncryptGrey);
     m_decryptOnly = !m_decryptOnly;
-    showImage(m_decryptItem, m_decryptOnly ? LockIcon::kDecrypt : LockIcon::kDecryptGrey);
+    showImage(m_decryptItem, m_decryptOnly ? IconSet::kDecrypt : IconSet::kDecryptGrey);
     searchWithFieldText();
 }
 

@@ -1,8 +1,10 @@
 #include "shell/AppDelegate.h"
 
 #include <QAction>
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QFileInfo>
+#include <QFileOpenEvent>
 #include <QLoggingCategory>
 #include <QMenu>
 #include <QMenuBar>
@@ -63,6 +65,9 @@ AppDelegate::AppDelegate(NotificationHub& hub, Prompter& prompter, QObject* pare
     connect(m_importMenuItem, &QAction::triggered, this, &AppDelegate::importContacts);
     connect(m_exportProfileMenuItem, &QAction::triggered, this, &AppDelegate::exportNivoProfile);
     connect(m_viewLogItem, &QAction::triggered, this, &AppDelegate::viewLog);
+    // The platform's document-open requests (a file dropped on the application's icon, opened
+    // from the file manager) come to the application object as events.
+    QCoreApplication::instance()->installEventFilter(this);
 }
 
 // The windows go first: they hold references to the hub and the prompter.
@@ -99,6 +104,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     }
     connect(&m_hub, &NotificationHub::loginCompleted, this, &AppDelegate::loginCompleted);
     connect(&m_hub, &NotificationHub::addToExternalFile, this, &AppDelegate::addToExternalFiles);
+    NivoGXUtil::removeStaleTemporaries();
     if (!NivoGXUtil::generateRequiredDirectory()) {
         m_loginController = std::make_unique<LoginController>(m_hub, m_prompter);
         installMenu(m_loginController->menuBar());
@@ -174,6 +180,24 @@ void AppDelegate::addToExternalFiles(const QStringList& paths) {
         m_externalFileArray.emplace();
     }
     m_externalFileArray->append(paths);
+}
+
+bool AppDelegate::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() != QEvent::FileOpen || watched != QCoreApplication::instance()) {
+        return QObject::eventFilter(watched, event);
+    }
+    const QString path = static_cast<QFileOpenEvent*>(event)->file();
+    if (path.isEmpty()) {
+        return false;
+    }
+    // The same way as the files of a later launch: to the list when somebody is signed in,
+    // kept until sign-in otherwise.
+    if (m_nivoGXService != nullptr) {
+        m_nivoGXService->addToNIVOGX({path});
+    } else {
+        addToExternalFiles({path});
+    }
+    return true;
 }
 
 void AppDelegate::exportContacts() {

@@ -62,6 +62,10 @@ public:
         return m_externalFileArray.value_or(QStringList());
     }
 
+protected:
+    // Document-open events sent to the application object.
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 Q_SIGNALS:
     // A window asked to end the application.
     void terminateRequested();

@@ -142,6 +142,37 @@ TEST_F(NivoProfileAdminTest, MalformedProfileAnswers) {
     EXPECT_FALSE(unopened.isUsable());
 }
 
+TEST_F(NivoProfileAdminTest, HugeAndDeeplyNestedAnswersEndAsFailures) {
+    // 100 MB: refused once the first MiB has come, not held in memory and parsed.
+    server.answer("{\"Pfx\":[" + QByteArray("1,").repeated(50 * 1024 * 1024) + "1]}",
+                  "application/json");
+    NivoProfile profile =
+        NivoProfileAdmin::downloadProfileWithLogInName(QStringLiteral("alice"), QStringLiteral("pw"));
+    EXPECT_EQ(profile.StatusText, QStringLiteral("The server's answer is too large."));
+    EXPECT_TRUE(profile.Pfx.isEmpty());
+    EXPECT_EQ(NivoProfileAdmin::downloadNivoIdWithRequesterLogInName(QStringLiteral("a"), QStringLiteral("a"))
+                  .StatusText,
+              QStringLiteral("The server's answer is too large."));
+
+    // Nested 100,000 deep, well under the size cap: the codec gives up on depth, the answer
+    // counts as one without a key file.
+    constexpr int kDepth = 100'000;
+    const QByteArray deepArray = QByteArray(kDepth, '[') + QByteArray(kDepth, ']');
+    const QByteArray deepObject = QByteArray("{\"a\":").repeated(kDepth) + "1" + QByteArray(kDepth, '}');
+    for (const QByteArray& deep :
+         {"{\"Pfx\":" + deepArray + ",\"LogInInfo\":\"alice\"}", deepObject}) {
+        server.answer(deep, "application/json");
+        profile = NivoProfileAdmin::downloadProfileWithLogInName(QStringLiteral("alice"),
+                                                                 QStringLiteral("pw"));
+        EXPECT_EQ(profile.StatusText, QString());
+        EXPECT_FALSE(profile.isUsable());
+        const NivoProfile id = NivoProfileAdmin::downloadNivoIdWithRequesterLogInName(
+            QStringLiteral("a"), QStringLiteral("a"));
+        EXPECT_EQ(id.StatusText, QString());
+        EXPECT_TRUE(id.Cer.isEmpty());
+    }
+}
+
 TEST_F(NivoProfileAdminTest, IdAnswerWithUnexpectedTypesEscapesToTheCaller) {
     server.answer("{\"Pfx\":[48,\"x\"]}");
     EXPECT_THROW((void)NivoProfileAdmin::downloadNivoIdWithRequesterLogInName(QStringLiteral("a"),

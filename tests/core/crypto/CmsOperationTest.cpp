@@ -23,13 +23,6 @@ using namespace CryptoTestKit;
 
 namespace {
 
-struct People {
-    TestPki pki;
-    TestPki::Identity alice = pki.createUser(u"Alice Sender"_s);
-    TestPki::Identity bob = pki.createUser(u"Bob Recipient"_s);
-    TestPki::Identity carol = pki.createUser(u"Carol Other"_s);
-};
-
 using CmsPtr = std::unique_ptr<CMS_ContentInfo, decltype(&CMS_ContentInfo_free)>;
 
 CmsPtr parse(const QByteArray& der) {
@@ -64,20 +57,9 @@ QList<long> recipientSerials(const QByteArray& message) {
     return serials;
 }
 
-class CmsOperationTest : public ::testing::Test {
+class CmsOperationTest : public PeopleTest {
 protected:
-    static void SetUpTestSuite() { s_people = new People; }
-    static void TearDownTestSuite() {
-        delete s_people;
-        s_people = nullptr;
-    }
     void TearDown() override { NivoCryptoOperation::setNivoIdLookup({}); }
-
-    TestPki& pki() { return s_people->pki; }
-    const TestPki::Identity& alice() { return s_people->alice; }
-    const TestPki::Identity& bob() { return s_people->bob; }
-    const TestPki::Identity& carol() { return s_people->carol; }
-    QString out(const QString& name) const { return m_dir.filePath(name); }
 
     QByteArray encryptAsAlice(const QByteArray& content, const QList<QByteArray>& recipients,
                               const QString& name = u"message.tvf"_s) {
@@ -87,12 +69,7 @@ protected:
                   u""_s);
         return readFile(path);
     }
-
-    static People* s_people;
-    QTemporaryDir m_dir;
 };
-
-People* CmsOperationTest::s_people = nullptr;
 
 TEST_F(CmsOperationTest, ProtectedFileUsesTheFixedAlgorithmsAndLayering) {
     const QByteArray content = "quarterly figures\0with a zero byte"_ba;
@@ -270,11 +247,11 @@ TEST_F(CmsOperationTest, FileVariantsStreamTheSameMessageAndLeaveNothingOnFailur
     EXPECT_EQ(opened.sender, alice().commonName);
     EXPECT_EQ(decryptAs(bob(), u"bob"_s, readFile(protectedPath), out(u"f2"_s)).output, content);
 
-    // A failed decryption deletes an earlier output file and writes none.
+    // A failed decryption keeps an earlier output file as it was.
     writeFile(out(u"f3"_s), "earlier"_ba);
     opened = decryptFileAs(bob(), u"bob"_s, input, out(u"f3"_s));
     EXPECT_EQ(opened.outcome, NivoCryptoOperation::kNotEncryptedOrNotSupported);
-    EXPECT_FALSE(opened.outputWritten);
+    EXPECT_EQ(opened.output, "earlier"_ba);
     EXPECT_EQ(opened.sender, kSenderUntouched);
 
     // A missing input throws and leaves no output behind.
@@ -285,7 +262,7 @@ TEST_F(CmsOperationTest, FileVariantsStreamTheSameMessageAndLeaveNothingOnFailur
     EXPECT_FALSE(QFile::exists(out(u"missing.tvf"_s)));
     // No temporary file is left behind by the failures either.
     EXPECT_EQ(QDir(m_dir.path()).entryList(QDir::Files | QDir::Hidden, QDir::Name),
-              (QStringList{u"f1"_s, u"f2"_s, u"input.bin"_s, u"input.bin.tvf"_s}));
+              (QStringList{u"f1"_s, u"f2"_s, u"f3"_s, u"input.bin"_s, u"input.bin.tvf"_s}));
 }
 
 TEST_F(CmsOperationTest, EncryptFailuresThrowAndKeepTheEarlierOutput) {

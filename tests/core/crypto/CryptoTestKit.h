@@ -4,6 +4,10 @@
 #include <QList>
 #include <QString>
 
+#include <gtest/gtest.h>
+
+#include <QTemporaryDir>
+
 #include "TestPki.h"
 
 // Helpers shared by the crypto tests: file access, DER building, outcomes of decryption, and
@@ -54,3 +58,31 @@ inline const QString kSenderUntouched = QStringLiteral("(sender untouched)");
 [[nodiscard]] QByteArray bareSignedData(const QByteArray& contentInfo);
 
 }  // namespace CryptoTestKit
+
+// Tests with Alice, Bob and Carol of one throw-away PKI, made once per suite, and a fresh
+// folder per test.
+class PeopleTest : public ::testing::Test {
+protected:
+    struct People {
+        TestPki pki;
+        TestPki::Identity alice = pki.createUser(QStringLiteral("Alice Sender"));
+        TestPki::Identity bob = pki.createUser(QStringLiteral("Bob Recipient"));
+        TestPki::Identity carol = pki.createUser(QStringLiteral("Carol Other"));
+    };
+
+    static void SetUpTestSuite() { s_people = new People; }
+    static void TearDownTestSuite() {
+        delete s_people;
+        s_people = nullptr;
+    }
+
+    TestPki& pki() { return s_people->pki; }
+    const TestPki::Identity& alice() { return s_people->alice; }
+    const TestPki::Identity& bob() { return s_people->bob; }
+    const TestPki::Identity& carol() { return s_people->carol; }
+    QString out(const QString& name) const { return m_dir.filePath(name); }
+
+    static inline People* s_people = nullptr;
+    QTemporaryDir m_dir;
+};
+

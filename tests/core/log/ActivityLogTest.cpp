@@ -14,6 +14,8 @@
 #include "log/ActivityLog.h"
 #include "storage/NivoGXUtil.h"
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
 
 QByteArray contents(const QString& path) {
@@ -89,6 +91,31 @@ TEST_F(ActivityLogTest, WrittenLinesReadBackInOrderAndUnreadableLinesAreSkipped)
     EXPECT_EQ(entries[2], (LogEntry{QStringLiteral("2024-Mar-05"), QStringLiteral("07:08:09"),
                                     QStringLiteral("Encrypt"), QStringLiteral("/c"),
                                     QStringLiteral("d"), QStringLiteral("Cancelled")}));
+}
+
+// Lines of odd shapes are cut into fields as splitting at every " | " cuts them; only those of
+// exactly six pieces are entries.
+TEST_F(ActivityLogTest, FieldsAreThePiecesBetweenSeparators) {
+    const QStringList lines{
+        u"d | t | Encrypt | /a | r | s\n"_s,      u"d |  | Encrypt | /a |  | \n"_s,
+        u" |  |  |  |  | \n"_s,                   u" | | | | | | | | | | | | \n"_s,
+        u"d | t | Encrypt | /a | r\n"_s,          u"d | t | Encrypt | /a | r | s | x\n"_s,
+        u"d | t | Encrypt | /a | r | s | \n"_s,    u"\n"_s,
+        u"d | t | Encrypt | /a | r | s |\n"_s,     u"d | t | Encrypt | /a || r | s\n"_s,
+        u"d  |  t | E | /é | r |  | s\n"_s,       u"d | t | Decrypt | /a | r | s"_s};
+    QFile file(logPath());
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(lines.join(QString()).toUtf8());
+    file.close();
+    QList<LogEntry> expected;
+    for (const QString& line : lines) {
+        const QStringList pieces = line.split(u" | "_s);
+        if (pieces.size() == 6) {
+            expected.append({pieces[0], pieces[1], pieces[2], pieces[3], pieces[4], pieces[5]});
+        }
+    }
+    ASSERT_EQ(expected.size(), 5);
+    EXPECT_EQ(log.getLogEntries(), expected);
 }
 
 TEST_F(ActivityLogTest, ClearingRemovesTheFileAndTheNextWriteStartsAnew) {

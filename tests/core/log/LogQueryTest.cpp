@@ -1,6 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <QDate>
 #include <QLocale>
+#include <QTime>
+#include <algorithm>
+#include <random>
 
 #include "log/LogQuery.h"
 
@@ -74,3 +78,129 @@ TEST_F(LogQueryTest, SortsByDateThenTimeThenPathAndKeepsTheDescendingQuirks) {
 }
 
 }  // namespace
+
+// --- the sort and the search against plain references over a varied log ---
+
+namespace {
+
+// A log of the kinds of lines a long-used viewer holds: many equal dates and times, texts that
+// do not parse, mixed case, accents, repeated paths, Encrypt/Decrypt and other words. The month
+// names come from `locale`, with some from another language mixed in.
+QList<LogEntry> variedLog(int count, const QLocale& locale) {
+    std::mt19937 random(20260314);
+    const auto pick = [&random](int n) {
+        return static_cast<int>(random() % static_cast<unsigned>(n));
+    };
+    const QLocale german(QLocale::German, QLocale::Germany);
+    const QStringList oddDates{u""_s, u"garbage"_s, u"2026-Foo-01"_s, u"2026-mar-01"_s,
+                               u"2026-Mär-05"_s, u"2026-Feb-30"_s};
+    const QStringList oddTimes{u""_s, u"??"_s, u"25:00:00"_s, u"7:5:3"_s, u"12:00"_s};
+    const QStringList types{u"Encrypt"_s, u"Decrypt"_s, u"encrypt"_s, u"Other"_s};
+    const QStringList names{u"Report"_s, u"report"_s, u"Café"_s, u"cafe"_s, u"CAFÉ"_s,
+                            u"Ärger"_s, u"zeta"_s, u"Ωmega"_s, u"naïve"_s};
+    const QStringList recipients{u""_s, u"bob"_s, u"bob,alice"_s, u"Alice"_s, u"élodie"_s};
+    const QStringList statuses{u"Success\n"_s, u"Failed\n"_s, u"Cancelled\n"_s, u"success\n"_s,
+                               u"Failed"_s};
+    QList<LogEntry> log;
+    for (int i = 0; i < count; ++i) {
+        const QDate day = QDate(2025, 1, 1).addDays(pick(500));
+        QString date;
+        if (pick(10) == 0) {
+            date = oddDates.at(pick(static_cast<int>(oddDates.size())));
+        } else {
+            date = (pick(8) == 0 ? german : locale).toString(day, u"yyyy-MMM-dd"_s);
+        }
+        QString time = pick(10) == 0 ? oddTimes.at(pick(static_cast<int>(oddTimes.size())))
+                                     : QTime(pick(24), pick(3) * 20, pick(2) * 30)
+                                           .toString(u"HH:mm:ss"_s);
+        const QString path = u"/home/u/%1/%2 %3.txt"_s.arg(pick(3)).arg(
+            names.at(pick(static_cast<int>(names.size())))).arg(pick(40));
+        log.append({date, time, types.at(pick(static_cast<int>(types.size()))), path,
+                    recipients.at(pick(static_cast<int>(recipients.size()))),
+                    statuses.at(pick(static_cast<int>(statuses.size())))});
+    }
+    return log;
+}
+
+// The order a merge sort gives with the viewer's comparator of each pair, nothing cached.
+QList<LogEntry> referenceSort(QList<LogEntry> entries, LogQuery::Column column, bool ascending) {
+    std::stable_sort(entries.begin(), entries.end(),
+                     [column, ascending](const LogEntry& a, const LogEntry& b) {
+                         return LogQuery::compare(a, b, column, ascending) < 0;
+                     });
+    return entries;
+}
+
+// Lower case, accents taken off, then a substring test: what "contains, ignoring case and
+// accents" means, one entry at a time.
+bool referenceContains(const QString& haystack, const QString& needle) {
+    const auto fold = [](const QString& text) {
+        QString result;
+        for (const QChar c : text.normalized(QString::NormalizationForm_KD)) {
+            if (c.category() != QChar::Mark_NonSpacing) {
+                result.append(c);
+            }
+        }
+        return result.toCaseFolded();
+    };
+    return fold(haystack).contains(fold(needle));
+}
+
+}  // namespace
+
+TEST_F(LogQueryTest, EverySortGivesTheOrderOfAPlainMergeSortWithTheComparator) {
+    using C = LogQuery::Column;
+    const QList<LogEntry> log = variedLog(1500, QLocale());
+    for (const C column : {C::None, C::Date, C::Time, C::Type, C::File, C::Recipient, C::Status}) {
+        for (const bool ascending : {true, false}) {
+            QList<LogEntry> sorted = log;
+            LogQuery::sort(sorted, column, ascending);
+            EXPECT_TRUE(sorted == referenceSort(log, column, ascending))
+                << "column " << int(column) << (ascending ? " ascending" : " descending");
+        }
+    }
+    // Nothing to sort, and one entry.
+    QList<LogEntry> none;
+    LogQuery::sort(none, C::Date, false);
+    EXPECT_TRUE(none.isEmpty());
+    QList<LogEntry> one = log.mid(0, 1);
+    LogQuery::sort(one, C::Status, false);
+    EXPECT_TRUE(one == log.mid(0, 1));
+}
+
+TEST_F(LogQueryTest, DatesSortAsTheCurrentLocaleReadsThem) {
+    // German month abbreviations parse here, the English ones mostly do not.
+    QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
+    const QList<LogEntry> log = variedLog(800, QLocale());
+    for (const auto column : {LogQuery::Column::Date, LogQuery::Column::Status}) {
+        for (const bool ascending : {true, false}) {
+            QList<LogEntry> sorted = log;
+            LogQuery::sort(sorted, column, ascending);
+            EXPECT_TRUE(sorted == referenceSort(log, column, ascending));
+        }
+    }
+}
+
+TEST_F(LogQueryTest, SearchFindsWhatAnEntryByEntryFoldedMatchFinds) {
+    const QList<LogEntry> log = variedLog(600, QLocale());
+    const QStringList needles{u"cafe"_s,  u"CAFÉ"_s, u"é"_s,       u"arger"_s,   u"ωMEGA"_s,
+                              u"naive"_s, u"REP"_s,  u"t 1"_s,     u"/home/u/2"_s, u"ß"_s,
+                              u"fai"_s,   u"\n"_s,   u"mär"_s,     u"2025-"_s,   u"bob,a"_s,
+                              u"zz"_s};
+    const std::pair<QString, QString LogEntry::*> columns[] = {
+        {LogQuery::kDate, &LogEntry::date},     {LogQuery::kTime, &LogEntry::time},
+        {LogQuery::kFile, &LogEntry::filePath}, {LogQuery::kRecipient, &LogEntry::recipients},
+        {LogQuery::kStatus, &LogEntry::status}, {LogQuery::kType, &LogEntry::filePath}};
+    for (const auto& [column, field] : columns) {
+        for (const QString& needle : needles) {
+            QList<LogEntry> expected;
+            for (const LogEntry& e : log) {
+                if (referenceContains(e.*field, needle)) {
+                    expected.append(e);
+                }
+            }
+            EXPECT_TRUE(LogQuery::search(log, column, needle) == expected)
+                << qPrintable(column) << " / " << qPrintable(needle);
+        }
+    }
+}

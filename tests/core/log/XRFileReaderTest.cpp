@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <QFile>
+#include <QStringDecoder>
 #include <QTemporaryDir>
+#include <random>
 
 #include "log/ByteRange.h"
 #include "log/XRFileReader.h"
@@ -83,6 +85,64 @@ TEST_F(XRFileReaderTest, InvalidUtf8EndsTheReadingAndLaterAppendsAreNotSeen) {
     file.write("two\n");
     file.close();
     EXPECT_EQ(allLines(*sizedEarly), QStringList{QStringLiteral("one\n")});
+}
+
+// The lines as reading the file chunk by chunk from each line's start gives them: every chunk
+// searched for the delimiter on its own, the line decoded, an invalid one ending the reading.
+QStringList chunkByChunk(const QByteArray& data, const QByteArray& delimiter, qsizetype chunk) {
+    QStringList lines;
+    qsizetype offset = 0;
+    while (offset < data.size()) {
+        QByteArray line;
+        bool found = false;
+        while (!found && offset < data.size()) {
+            QByteArray piece = data.mid(offset, chunk);
+            const ByteRange range = rangeOfData_xr(piece, delimiter);
+            if (range.location != ByteRange::kNotFound) {
+                piece.truncate(range.location + range.length);
+                found = true;
+            }
+            line += piece;
+            offset += piece.size();
+        }
+        QStringDecoder decoder(QStringDecoder::Utf8);
+        const QString text = decoder.decode(line);
+        if (decoder.hasError()) {
+            break;
+        }
+        lines << text;
+    }
+    return lines;
+}
+
+TEST_F(XRFileReaderTest, LinesOfAnyLengthComeOutAsChunkByChunkReadingGivesThem) {
+    // Short and empty lines, lines far longer than a chunk or the reader's read-ahead, two-byte
+    // characters everywhere, a "\r\n" ending, a partial "\r" at the very end.
+    std::mt19937 random(11);
+    QByteArray data;
+    for (int i = 0; i < 900; ++i) {
+        const int length = i % 97 == 0 ? 70000 + int(random() % 1000) : int(random() % 300);
+        for (int j = 0; j < length; ++j) {
+            data += random() % 13 == 0 ? QByteArray("\xc3\xa9") : QByteArray(1, char('a' + j % 26));
+        }
+        data += i % 5 == 0 ? "\r\n" : "\n";
+    }
+    data += "end\r";
+    const QString path = fileWith(data);
+    for (const qsizetype chunk : {1, 7, 512, 4096, 65536, 70001}) {
+        for (const QByteArray& delimiter : {QByteArray("\n"), QByteArray("\r\n")}) {
+            auto reader = XRFileReader::initWithFilePath(path);
+            ASSERT_TRUE(reader);
+            reader->setChunkSize(static_cast<quint64>(chunk));
+            reader->setLineDelimiter(QString::fromUtf8(delimiter));
+            EXPECT_EQ(allLines(*reader), chunkByChunk(data, delimiter, chunk))
+                << "chunk " << chunk << ", delimiter of " << delimiter.size();
+        }
+    }
+    // The same with an invalid line in the middle.
+    const QByteArray broken = data.left(100000) + "\xff\n" + data.mid(100000);
+    auto reader = XRFileReader::initWithFilePath(fileWith(broken));
+    EXPECT_EQ(allLines(*reader), chunkByChunk(broken, "\n", 512));
 }
 
 TEST(RangeOfDataTest, FindsTheFirstMatchWithTheNeedlesLength) {

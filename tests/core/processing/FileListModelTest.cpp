@@ -8,7 +8,9 @@
 #include <QFile>
 #include <QPointer>
 #include <QSignalSpy>
+#include <algorithm>
 #include <memory>
+#include <random>
 
 #include "ProcessingTestKit.h"
 #include "crypto/NivoCryptoOperation.h"
@@ -246,6 +248,72 @@ TEST_F(FileListModelTest, ACancelledFileKeepsItsTextAndTheRunGoesOn) {
     events.sort();
     EXPECT_EQ(events, (QStringList{u"Encrypt | %1 | alice | Success"_s.arg(first),
                                    u"Encrypt | %1 | alice | Success"_s.arg(second)}));
+}
+
+// Paths are listed once each, letter case counting, however the list got where it is: adding
+// with repeats, deleting rows, a run's success taking a row away, emptying the list; a path
+// gone from the list can be added again. The order is the plain stable sort by name, then path.
+TEST_F(FileListModelTest, EachPathIsListedOnceThroughAddingRemovingAndAddingAgain) {
+    QStringList pool;
+    for (int i = 0; i < 60; ++i) {
+        const QString name = u"File %1.txt"_s.arg(i % 20);
+        pool << u"/in/%1/%2"_s.arg(i % 3).arg(name) << u"/IN/%1/%2"_s.arg(i % 3).arg(name.toLower());
+    }
+    std::mt19937 random(7);
+    const auto pickSome = [&](int count) {
+        QStringList some;
+        for (int i = 0; i < count; ++i) {
+            some << pool.at(static_cast<qsizetype>(random() % pool.size()));
+        }
+        return some;
+    };
+    // What the list should hold, kept the plain way.
+    QStringList expected;
+    const auto addExpected = [&expected](const QStringList& added) {
+        int count = 0;
+        for (const QString& path : added) {
+            if (!expected.contains(path)) {
+                expected << path;
+                ++count;
+            }
+        }
+        std::stable_sort(expected.begin(), expected.end(), [](const QString& a, const QString& b) {
+            const int byName = FileDetails{a, {}}.getFilename().compare(
+                FileDetails{b, {}}.getFilename(), Qt::CaseInsensitive);
+            return byName != 0 ? byName < 0 : a.compare(b, Qt::CaseInsensitive) < 0;
+        });
+        return count;
+    };
+    const auto addBoth = [&](const QStringList& added) {
+        const int count = addExpected(added);
+        ASSERT_EQ(model->addFiles(added), count);
+        ASSERT_EQ(paths(), expected);
+    };
+
+    for (int round = 0; round < 6; ++round) {
+        addBoth(pickSome(25));
+        for (int i = 0; i < 8 && !expected.isEmpty(); ++i) {
+            const int row = static_cast<int>(random() % expected.size());
+            ASSERT_TRUE(model->deleteKeyPressedForTableView(row));
+            expected.removeAt(row);
+        }
+        ASSERT_EQ(paths(), expected);
+    }
+    addBoth(pool);
+    addBoth(pool);
+
+    model->clear();
+    expected.clear();
+    addBoth(pool.mid(0, 30));
+
+    // A run that ends a file well takes its row away; the path may come back later. (The other
+    // paths do not exist, so the run marks them and stops.)
+    const QString done = expected.constFirst();
+    model->handleProcessingComplete(QString());
+    expected.removeFirst();
+    ASSERT_EQ(paths(), expected);
+    EXPECT_EQ(model->addFiles(pool.mid(0, 30)), 1);
+    EXPECT_TRUE(paths().contains(done));
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 
 #include "ProcessingTestKit.h"
 #include "crypto/NivoCryptoOperation.h"
+#include "crypto/comTruvexCrypto_Pkcs12Loader.h"
 #include "processing/ProcessController.h"
 #include "storage/NivoGXUtil.h"
 
@@ -74,6 +75,28 @@ TEST_F(ProcessControllerTest, EncryptsForTheRecipientsAndTheUserAndLogsThemAll) 
               "quarterly numbers");
     EXPECT_EQ(ProcessingTestKit::loggedEvents(),
               QStringList{u"Encrypt | %1 | bob,carol,alice | Success"_s.arg(input)});
+}
+
+TEST_F(ProcessControllerTest, ABatchOpensTheKeyFileOnceAndSignOutForgetsIt) {
+    QDir().mkpath(kit.path(u"out"_s));
+    const auto encrypt = [this](const QString& name) {
+        ProcessController controller;
+        EXPECT_EQ(run(controller, kit.writeFile(u"in/"_s + name, "batch"), true), u""_s);
+    };
+    encrypt(u"first"_s);
+    const quint64 opened = comTruvexCrypto_Pkcs12Loader::keyDerivations();
+    encrypt(u"second"_s);
+    encrypt(u"third"_s);
+    EXPECT_EQ(comTruvexCrypto_Pkcs12Loader::keyDerivations(), opened);
+
+    // A wrong password is not let through by what was kept.
+    ProcessController wrong;
+    EXPECT_NE(run(wrong, kit.writeFile(u"in/wrong"_s, "batch"), true, {}, u"not it"_s), u""_s);
+
+    NivoGXUtil::logout();
+    const quint64 beforeNext = comTruvexCrypto_Pkcs12Loader::keyDerivations();
+    encrypt(u"after sign-out"_s);
+    EXPECT_EQ(comTruvexCrypto_Pkcs12Loader::keyDerivations(), beforeNext + 1);
 }
 
 TEST_F(ProcessControllerTest, FailuresBecomeTheOutcomeAndLeaveNoOutput) {
@@ -167,26 +190,37 @@ TEST_F(ProcessControllerTest, ACancelledDecryptionLogsNobodyAndItsWorkOutlivesTh
     EXPECT_EQ(kit.files(u"out"_s), QStringList{});
 }
 
-TEST_F(ProcessControllerTest, ProgressCountsTheInputThenTurnsIndeterminate) {
+TEST_F(ProcessControllerTest, ProgressCountsTheInputConsumedInBothDirections) {
     QDir().mkpath(kit.path(u"out"_s));
     const qint64 size = 3 * 1024 * 1024 + 17;
     const QString input = kit.writeFile(u"in/large.bin"_s, QByteArray(size, 'p'));
-    ProcessController controller;
-    QSignalSpy progress(&controller, &ProcessController::progress);
-    EXPECT_EQ(run(controller, input, true), u""_s);
-
-    QList<std::pair<qint64, qint64>> reports;
-    for (const QVariantList& report : progress) {
-        reports.append({report.at(0).toLongLong(), report.at(1).toLongLong()});
-    }
-    ASSERT_FALSE(reports.isEmpty());
-    EXPECT_TRUE(reports.contains(std::pair<qint64, qint64>{size, size}));
-    EXPECT_EQ(reports.last(), (std::pair<qint64, qint64>{0, 0}));
-    for (qsizetype i = 1; i < reports.size(); ++i) {
-        if (reports.at(i).second == size && reports.at(i - 1).second == size) {
+    const auto reportsOf = [this](const QString& path, bool toEncrypt, const QString& folder) {
+        ProcessController controller;
+        QSignalSpy progress(&controller, &ProcessController::progress);
+        EXPECT_EQ(run(controller, path, toEncrypt, {}, TestPki::kPassword, folder), u""_s);
+        QList<std::pair<qint64, qint64>> reports;
+        for (const QVariantList& report : progress) {
+            reports.append({report.at(0).toLongLong(), report.at(1).toLongLong()});
+        }
+        return reports;
+    };
+    const auto expectSteadyUpTo = [](const QList<std::pair<qint64, qint64>>& reports,
+                                     qint64 total) {
+        ASSERT_GE(reports.size(), 3);
+        // Indeterminate until the input is open, then counting up to the whole input.
+        EXPECT_EQ(reports.first(), (std::pair<qint64, qint64>{0, 0}));
+        EXPECT_EQ(reports.last(), (std::pair<qint64, qint64>{total, total}));
+        for (qsizetype i = 2; i < reports.size(); ++i) {
+            EXPECT_EQ(reports.at(i).second, total);
             EXPECT_LE(reports.at(i - 1).first, reports.at(i).first);
         }
-    }
+    };
+    expectSteadyUpTo(reportsOf(input, true, kit.path(u"out"_s)), size);
+
+    const QString protectedPath = kit.path(u"out/large.bin.tvf"_s);
+    QDir().mkpath(kit.path(u"back"_s));
+    expectSteadyUpTo(reportsOf(protectedPath, false, kit.path(u"back"_s)),
+                     QFileInfo(protectedPath).size());
 }
 
 }  // namespace

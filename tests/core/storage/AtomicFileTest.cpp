@@ -5,28 +5,142 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 
+#include "UserSandbox.h"
 #include "storage/AtomicFile.h"
+#include "storage/NivoGXUtil.h"
 
 namespace {
 
-TEST(AtomicFileTest, WritesPrivatelyAndReplacesWithoutLeftovers) {
+QStringList entries(const QString& folder) {
+    return QDir(folder).entryList(QDir::Files | QDir::Hidden | QDir::System, QDir::Name);
+}
+
+QByteArray contentOf(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// Both ways of keeping the temporary file: without a name where the system allows it, and with
+// one of our own names where it does not.
+class AtomicFileTest : public ::testing::TestWithParam<bool> {
+protected:
+    void SetUp() override {
+        if (GetParam()) {
+            qputenv("NIVOGX_NAMED_TEMPORARY_FILES", "1");
+        }
+    }
+    void TearDown() override { qunsetenv("NIVOGX_NAMED_TEMPORARY_FILES"); }
+
     QTemporaryDir dir;
+};
+
+TEST_P(AtomicFileTest, WritesPrivatelyAndReplacesWithoutLeftovers) {
     const QString path = dir.filePath(QStringLiteral("key.pfx"));
     ASSERT_TRUE(AtomicFile::write(path, QByteArray(100000, 'a')));
     ASSERT_TRUE(AtomicFile::write(path, "short"));
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-    EXPECT_EQ(file.readAll(), QByteArray("short"));
+    EXPECT_EQ(contentOf(path), QByteArray("short"));
     EXPECT_EQ(QFileInfo(path).permissions(), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
                                                  QFileDevice::ReadUser | QFileDevice::WriteUser);
-    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden),
-              QStringList{QStringLiteral("key.pfx")});
+    EXPECT_EQ(entries(dir.path()), QStringList{QStringLiteral("key.pfx")});
 }
 
-TEST(AtomicFileTest, FailureLeavesNothingBehind) {
-    QTemporaryDir dir;
+TEST_P(AtomicFileTest, NothingAppearsBeforeCommitAndAFailureLeavesNothing) {
     EXPECT_FALSE(AtomicFile::write(dir.filePath(QStringLiteral("missing/key.pfx")), "x"));
     EXPECT_TRUE(QDir(dir.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden).isEmpty());
+
+    const QString path = dir.filePath(QStringLiteral("report.pdf"));
+    ASSERT_TRUE(AtomicFile::write(path, "old"));
+    {
+        AtomicFile file(path);
+        ASSERT_TRUE(file.open());
+        ASSERT_EQ(file.device()->write("half of the new"), 15);
+        EXPECT_EQ(contentOf(path), QByteArray("old"));
+        // Dropped without commit, as when the work fails.
+    }
+    EXPECT_EQ(contentOf(path), QByteArray("old"));
+    EXPECT_EQ(entries(dir.path()), QStringList{QStringLiteral("report.pdf")});
+
+    AtomicFile file(path);
+    ASSERT_TRUE(file.open());
+    file.discard();
+    EXPECT_FALSE(file.commit());
+    EXPECT_EQ(contentOf(path), QByteArray("old"));
+}
+
+std::string temporaryKind(const ::testing::TestParamInfo<bool>& named) {
+    return named.param ? "Named" : "Unnamed";
+}
+
+INSTANTIATE_TEST_SUITE_P(Temporaries, AtomicFileTest, ::testing::Values(false, true),
+                         temporaryKind);
+
+TEST(AtomicFileCleanup, RemovesOnlyTemporariesWhoseWriterIsGone) {
+    QTemporaryDir dir;
+    qputenv("NIVOGX_NAMED_TEMPORARY_FILES", "1");
+    // A writer at work in this process: its temporary has a name and is locked.
+    AtomicFile live(dir.filePath(QStringLiteral("live.bin")));
+    ASSERT_TRUE(live.open());
+    qunsetenv("NIVOGX_NAMED_TEMPORARY_FILES");
+    ASSERT_EQ(live.device()->write("still writing"), 13);
+
+    // What a killed writer leaves: the same kind of name, nobody holding it.
+    const QStringList stale{QStringLiteral(".report.pdf.tvf.nivogx-Ab3dE6gH.part"),
+                            QStringLiteral(".a | b\nc.nivogx-00000000.part")};
+    // Names that only look alike belong to someone else.
+    const QStringList foreign{QStringLiteral("report.pdf"), QStringLiteral("x.part"),
+                              QStringLiteral(".x.nivogx-short.part"),
+                              QStringLiteral("report.pdf.nivogx-Ab3dE6gH.part"),
+                              QStringLiteral(".x.nivogx-Ab3dE6gH.part.bak"),
+                              QStringLiteral(".x.nivogx-Ab3dE6gH.PART")};
+    for (const QString& name : stale + foreign) {
+        QFile file(dir.filePath(name));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << name.toStdString();
+    }
+    ASSERT_TRUE(QDir(dir.path()).mkdir(QStringLiteral(".sub.nivogx-Ab3dE6gH.part")));
+
+    EXPECT_EQ(AtomicFile::removeStaleTemporaries(dir.path()), 2);
+    // The foreign files and the live writer's temporary.
+    const QStringList left = entries(dir.path());
+    ASSERT_EQ(left.size(), foreign.size() + 1) << left.join(u',').toStdString();
+    for (const QString& name : foreign) {
+        EXPECT_TRUE(left.contains(name)) << name.toStdString();
+    }
+    EXPECT_TRUE(QFileInfo(dir.filePath(QStringLiteral(".sub.nivogx-Ab3dE6gH.part"))).isDir());
+
+    ASSERT_TRUE(live.commit());
+    EXPECT_EQ(contentOf(dir.filePath(QStringLiteral("live.bin"))), QByteArray("still writing"));
+    EXPECT_EQ(AtomicFile::removeStaleTemporaries(dir.path()), 0);
+    EXPECT_EQ(AtomicFile::removeStaleTemporaries(QString()), 0);
+}
+
+TEST(AtomicFileCleanup, StartUpClearsTheApplicationAndRememberedOutputFoldersOnly) {
+    UserSandbox sandbox;
+    (void)NivoGXUtil::generateRequiredDirectory();
+    const QDir root(sandbox.root());
+    const QString sent = root.filePath(QStringLiteral("sent"));
+    const QString received = root.filePath(QStringLiteral("received"));
+    const QString elsewhere = root.filePath(QStringLiteral("elsewhere"));
+    for (const QString& folder : {sent, received, elsewhere}) {
+        ASSERT_TRUE(QDir().mkpath(folder));
+    }
+    NivoGXUtil::saveSettings(QString(), QString(), QString(), sent, received);
+
+    const QString stale = QStringLiteral(".x.tvf.nivogx-Ab3dE6gH.part");
+    const QStringList folders{NivoGXUtil::pfxFolder(), NivoGXUtil::contactsFolder(), sent,
+                              received, elsewhere};
+    for (const QString& folder : folders) {
+        for (const QString& name : {stale, QStringLiteral("x.tvf")}) {
+            QFile file(QDir(folder).filePath(name));
+            ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        }
+    }
+    NivoGXUtil::removeStaleTemporaries();
+    for (const QString& folder : folders) {
+        const QStringList expected =
+            folder == elsewhere ? QStringList{stale, QStringLiteral("x.tvf")}
+                                : QStringList{QStringLiteral("x.tvf")};
+        EXPECT_EQ(entries(folder), expected) << folder.toStdString();
+    }
 }
 
 }  // namespace

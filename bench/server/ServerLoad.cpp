@@ -1,0 +1,196 @@
+// Steady load on the account server: a user is created, then GetId requests for that user arrive
+// at a fixed rate (open loop: a slow answer does not delay the next request) for a fixed time.
+// Prints requests, errors and latency percentiles, measured from each request's due time so
+// that queueing in the client counts too.
+//
+// Run: bench/server-load [--rate N] [--seconds N] [--server URL]
+// Without --server it starts build/src/server/nivogx-server on 127.0.0.1 with a scratch folder.
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QSslConfiguration>
+#include <QTemporaryDir>
+#include <QTextStream>
+#include <QTimer>
+#include <QUrlQuery>
+#include <algorithm>
+#include <vector>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+constexpr int kDrainMs = 10'000;
+const QString kUser = u"loadtest"_s;
+
+QTextStream& out() {
+    static QTextStream stream(stdout);
+    return stream;
+}
+
+int fail(const QString& message) {
+    QTextStream(stderr) << "server-load: " << message << Qt::endl;
+    return 1;
+}
+
+QNetworkRequest formRequest(const QUrl& url) {
+    QNetworkRequest request(url);
+    request.setHeader(QNetworkRequest::ContentTypeHeader,
+                      u"application/x-www-form-urlencoded; charset=utf-8"_s);
+    // Loopback against the development certificate: trust is not what is measured here.
+    QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+    tls.setPeerVerifyMode(QSslSocket::VerifyNone);
+    request.setSslConfiguration(tls);
+    request.setTransferTimeout(kDrainMs);
+    return request;
+}
+
+QByteArray form(const QList<std::pair<QString, QString>>& fields) {
+    QUrlQuery query;
+    for (const auto& [name, value] : fields) {
+        query.addQueryItem(name, QString::fromLatin1(QUrl::toPercentEncoding(value)));
+    }
+    return query.toString(QUrl::FullyEncoded).toUtf8();
+}
+
+// The body of one blocking POST; empty on a transport error.
+QByteArray post(QNetworkAccessManager& manager, const QUrl& url, const QByteArray& body) {
+    QNetworkReply* reply = manager.post(formRequest(url), body);
+    QEventLoop loop;
+    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    loop.exec();
+    const QByteArray answer = reply->error() == QNetworkReply::NoError ? reply->readAll() : "";
+    reply->deleteLater();
+    return answer;
+}
+
+double percentile(std::vector<double>& sorted, double p) {
+    if (sorted.empty()) {
+        return 0;
+    }
+    const auto at = static_cast<std::size_t>(p * static_cast<double>(sorted.size() - 1) + 0.5);
+    return sorted[std::min(at, sorted.size() - 1)];
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    QCoreApplication app(argc, argv);
+    QCommandLineParser parser;
+    parser.setApplicationDescription(u"GetId requests at a fixed rate against the account server."_s);
+    parser.addHelpOption();
+    const QCommandLineOption rateOption(u"rate"_s, u"Requests per second."_s, u"n"_s, u"200"_s);
+    const QCommandLineOption secondsOption(u"seconds"_s, u"How long to send."_s, u"n"_s, u"30"_s);
+    const QCommandLineOption serverOption(u"server"_s, u"A running server's base URL."_s, u"url"_s);
+    parser.addOptions({rateOption, secondsOption, serverOption});
+    parser.process(app);
+    const int rate = parser.value(rateOption).toInt();
+    const int seconds = parser.value(secondsOption).toInt();
+    if (rate <= 0 || seconds <= 0) {
+        return fail(u"--rate and --seconds want positive numbers"_s);
+    }
+
+    QTemporaryDir scratch;
+    QProcess server;
+    QString base = parser.value(serverOption);
+    if (base.isEmpty()) {
+        server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        server.start(QStringLiteral(NIVOGX_SERVER_PATH),
+                     {u"--listen"_s, u"127.0.0.1:0"_s, u"--data-dir"_s, scratch.path()});
+        if (!server.waitForReadyRead(30'000)) {
+            return fail(u"the server did not start"_s);
+        }
+        const auto match = QRegularExpression(u"(https://\\S+)"_s)
+                               .match(QString::fromUtf8(server.readAllStandardOutput()));
+        if (!match.hasMatch()) {
+            return fail(u"the server did not say where it listens"_s);
+        }
+        base = match.captured(1);
+    }
+
+    QNetworkAccessManager manager;
+    const QByteArray created =
+        post(manager, QUrl(base + u"/nivo/CreateProfile.aspx"_s),
+             form({{u"logInName"_s, kUser}, {u"logInPassword"_s, u"load test 1"_s},
+                   {u"firstName"_s, u"Load"_s}, {u"lastName"_s, u"Test"_s},
+                   {u"email"_s, u"load@example.org"_s}}));
+    if (created.isEmpty()) {
+        return fail(u"cannot reach %1"_s.arg(base));
+    }
+    const QUrl getId(base + u"/nivo/GetId.aspx"_s);
+    const QByteArray getIdBody =
+        form({{u"logInName"_s, kUser}, {u"logInPassword"_s, QString()},
+              {u"logInNameToRetrieve"_s, kUser}, {u"emailToRetrieve"_s, QString()}});
+    if (!post(manager, getId, getIdBody).startsWith("{\"Pfx\":[")) {
+        return fail(u"GetId does not answer with a certificate"_s);
+    }
+
+    const qint64 total = qint64{rate} * seconds;
+    qint64 sent = 0;
+    qint64 finished = 0;
+    qint64 errors = 0;
+    std::vector<double> latenciesMs;
+    latenciesMs.reserve(static_cast<std::size_t>(total));
+    QElapsedTimer clock;
+    QEventLoop loop;
+    QTimer ticker;
+    ticker.setTimerType(Qt::PreciseTimer);
+    ticker.setInterval(1);
+
+    const auto sendDue = [&] {
+        const qint64 elapsedNs = clock.nsecsElapsed();
+        const qint64 due = std::min(total, elapsedNs * rate / 1'000'000'000 + 1);
+        for (; sent < due; ++sent) {
+            const qint64 dueNs = sent * 1'000'000'000 / rate;
+            QNetworkReply* reply = manager.post(formRequest(getId), getIdBody);
+            QObject::connect(reply, &QNetworkReply::finished, &loop, [&, reply, dueNs] {
+                const bool ok = reply->error() == QNetworkReply::NoError &&
+                                reply->readAll().startsWith("{\"Pfx\":[");
+                if (ok) {
+                    latenciesMs.push_back(static_cast<double>(clock.nsecsElapsed() - dueNs) / 1e6);
+                } else {
+                    ++errors;
+                }
+                reply->deleteLater();
+                if (++finished == total) {
+                    loop.quit();
+                }
+            });
+        }
+        if (sent == total) {
+            ticker.stop();
+            QTimer::singleShot(kDrainMs, &loop, &QEventLoop::quit);
+        }
+    };
+    QObject::connect(&ticker, &QTimer::timeout, &loop, sendDue);
+    clock.start();
+    ticker.start();
+    loop.exec();
+    const double elapsed = static_cast<double>(clock.nsecsElapsed()) / 1e9;
+
+    std::sort(latenciesMs.begin(), latenciesMs.end());
+    const qint64 unanswered = total - finished;
+    out() << "target:      " << rate << " GetId/s for " << seconds << " s against " << base << '\n'
+          << "requests:    " << sent << " sent, " << finished << " answered in "
+          << QString::number(elapsed, 'f', 1) << " s\n"
+          << "errors:      " << errors + unanswered << " (" << unanswered << " unanswered)\n"
+          << "latency ms:  p50 " << QString::number(percentile(latenciesMs, 0.50), 'f', 1)
+          << "  p90 " << QString::number(percentile(latenciesMs, 0.90), 'f', 1) << "  p99 "
+          << QString::number(percentile(latenciesMs, 0.99), 'f', 1) << "  max "
+          << QString::number(latenciesMs.empty() ? 0 : latenciesMs.back(), 'f', 1) << Qt::endl;
+
+    if (server.state() != QProcess::NotRunning) {
+        server.terminate();
+        if (!server.waitForFinished(5'000)) {
+            server.kill();
+            server.waitForFinished();
+        }
+    }
+    return errors + unanswered == 0 ? 0 : 1;
+}

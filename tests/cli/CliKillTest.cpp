@@ -1,0 +1,98 @@
+// nivogx-cli killed outright (SIGKILL) while it protects or opens a large file: nothing may
+// appear under the output's name, and whatever a killed run left half written is gone after
+// the next run of the tool.
+#include <QRandomGenerator>
+
+#include "CliTestKit.h"
+#include "storage/AtomicFile.h"
+
+using namespace clitest;
+
+namespace {
+
+constexpr qint64 kLargeFile = qint64{256} << 20;
+
+// Everything in a folder, hidden files included.
+QStringList entries(const QString& folder) {
+    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System |
+                                  QDir::NoDotAndDotDot, QDir::Name);
+}
+
+QString writeLarge(const QString& path) {
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+    QByteArray block(1 << 20, '\0');
+    QRandomGenerator::global()->fillRange(reinterpret_cast<quint32*>(block.data()),
+                                          block.size() / 4);
+    for (qint64 written = 0; written < kLargeFile; written += block.size()) {
+        EXPECT_EQ(file.write(block), block.size());
+    }
+    return path;
+}
+
+class CliKillTest : public CliTest {
+protected:
+    // Starts `arguments` and kills the tool after growing waits while it still runs. Returns the
+    // number of kills; after each, `outputFolder` must hold nothing under a final name. Stops
+    // when a run outlives no wait (it then completed) or after a bounded number of tries.
+    int killWhileRunning(const User& user, const QStringList& arguments,
+                         const QString& outputFolder) {
+        // Our temporary files get names, so that a kill can leave one for the next run to find.
+        QProcessEnvironment named;
+        named.insert(u"NIVOGX_NAMED_TEMPORARY_FILES"_s, u"1"_s);
+        int kills = 0;
+        for (int waitMs = 150; waitMs <= 20'000; waitMs *= 2) {
+            QProcess process;
+            user.start(process, arguments, m_url, named);
+            process.closeWriteChannel();
+            if (process.waitForFinished(waitMs)) {
+                EXPECT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
+                break;
+            }
+            process.kill();
+            EXPECT_TRUE(process.waitForFinished(kRunBoundMs));
+            ++kills;
+            for (const QString& name : entries(outputFolder)) {
+                EXPECT_TRUE(AtomicFile::isTemporaryName(name))
+                    << "after a kill at " << waitMs << " ms: " << name.toStdString();
+            }
+        }
+        return kills;
+    }
+};
+
+TEST_F(CliKillTest, AKilledRunLeavesNoOutputAndTheNextRunClearsItsTemporaries) {
+    signUp({"kate"});
+    const User& kate = *m_users[0];
+    ASSERT_EQ(kate.signIn(m_url).exitCode, 0);
+    const QString big = writeLarge(kate.files() + u"/big.bin"_s);
+    const QString sealed = kate.files() + u"/sealed"_s;
+    const QString opened = kate.files() + u"/opened"_s;
+    ASSERT_TRUE(QDir().mkpath(sealed));
+    ASSERT_TRUE(QDir().mkpath(opened));
+
+    EXPECT_GE(killWhileRunning(kate, {u"encrypt"_s, u"-o"_s, sealed, big}, sealed), 2);
+    if (!QFileInfo::exists(sealed + u"/big.bin.tvf"_s)) {
+        const CliRun run = kate.cli({u"encrypt"_s, u"-o"_s, sealed, big}, m_url);
+        ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    }
+    // That run, the next after the kills, cleared what they left, and only that.
+    EXPECT_EQ(entries(sealed), QStringList{u"big.bin.tvf"_s});
+    EXPECT_GT(QFileInfo(sealed + u"/big.bin.tvf"_s).size(), kLargeFile);
+
+    EXPECT_GE(killWhileRunning(kate, {u"decrypt"_s, u"-o"_s, opened, sealed + u"/big.bin.tvf"_s},
+                               opened),
+              2);
+    // Any run of the tool clears the remembered output folders at start.
+    ASSERT_EQ(kate.cli({u"whoami"_s}, m_url).exitCode, 0);
+    const QStringList left = entries(opened);
+    EXPECT_TRUE(left.isEmpty() || left == QStringList{u"big.bin"_s})
+        << left.join(u", "_s).toStdString();
+    if (!left.isEmpty()) {
+        // A run outlived every wait: its output must then be whole.
+        EXPECT_EQ(QFileInfo(opened + u"/big.bin"_s).size(), kLargeFile);
+    }
+    EXPECT_EQ(entries(sealed), QStringList{u"big.bin.tvf"_s});
+}
+
+}  // namespace

@@ -1,0 +1,256 @@
+// The file variants stream: round trips on files larger than every buffer, the same outcomes as
+// the memory variants, nothing at the output path unless everything checked out, the openssl
+// command on the other side, and the key file opened once per batch.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <csignal>
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include "CryptoTestKit.h"
+#include "TestPki.h"
+#include "crypto/NivoCryptoOperation.h"
+#include "crypto/TVXException.h"
+#include "crypto/TVXRandom.h"
+#include "crypto/comTruvexCrypto_Pkcs12Loader.h"
+#include "crypto/comTruvexUtil_ExceptionUtil.h"
+
+using namespace Qt::Literals::StringLiterals;
+using namespace CryptoTestKit;
+
+namespace {
+
+class StreamingCmsTest : public ::testing::Test {
+protected:
+    struct People {
+        TestPki pki;
+        TestPki::Identity alice = pki.createUser(u"Alice Sender"_s);
+        TestPki::Identity bob = pki.createUser(u"Bob Recipient"_s);
+        TestPki::Identity carol = pki.createUser(u"Carol Other"_s);
+    };
+
+    static void SetUpTestSuite() { s_people = new People; }
+    static void TearDownTestSuite() {
+        delete s_people;
+        s_people = nullptr;
+    }
+
+    TestPki& pki() { return s_people->pki; }
+    const TestPki::Identity& alice() { return s_people->alice; }
+    const TestPki::Identity& bob() { return s_people->bob; }
+    const TestPki::Identity& carol() { return s_people->carol; }
+    QString out(const QString& name) const { return m_dir.filePath(name); }
+    QStringList filesHere() const {
+        return QDir(m_dir.path()).entryList(QDir::Files | QDir::Hidden, QDir::Name);
+    }
+
+    // encryptFile as alice for bob; returns the protected file's path.
+    QString encryptFileForBob(const QByteArray& content, const QString& name) {
+        const QString input = out(name);
+        writeFile(input, content);
+        const QString path = out(name + u".tvf"_s);
+        EXPECT_EQ(NivoCryptoOperation::encryptFile(input, TestPki::profileFor(alice(), u"alice"_s),
+                                                   TestPki::kPassword, {bob().certDer}, path),
+                  u""_s);
+        return path;
+    }
+
+    static People* s_people;
+    QTemporaryDir m_dir;
+};
+
+StreamingCmsTest::People* StreamingCmsTest::s_people = nullptr;
+
+TEST_F(StreamingCmsTest, RoundTripsAcrossBufferBoundariesAndBetweenVariants) {
+    // Around the 4 KiB cipher pieces and the 64 KiB reading and copying pieces, and past them all.
+    const QList<qsizetype> sizes{0, 1, 4095, 4096, 4097, 65535, 65536, 65537, 3 * 1024 * 1024 + 5};
+    const NivoProfile aliceProfile = TestPki::profileFor(alice(), u"alice"_s);
+    for (const qsizetype size : sizes) {
+        SCOPED_TRACE(size);
+        const QByteArray content = TVXRandom::randomDataWithLength(size);
+        const QString name = u"c%1"_s.arg(size);
+        const QString streamed = encryptFileForBob(content, name);
+
+        // File to file, and file to memory.
+        Decrypted opened = decryptFileAs(bob(), u"bob"_s, streamed, out(name + u".f"_s));
+        EXPECT_EQ(opened.outcome, u""_s);
+        EXPECT_EQ(opened.output, content);
+        EXPECT_EQ(opened.sender, alice().commonName);
+        opened = decryptAs(bob(), u"bob"_s, readFile(streamed), out(name + u".m"_s));
+        EXPECT_EQ(opened.outcome, u""_s);
+        EXPECT_EQ(opened.output, content);
+
+        // Memory to file; the sender opens what he sent, named by his login name.
+        const QString fromMemory = out(name + u".mem.tvf"_s);
+        ASSERT_EQ(NivoCryptoOperation::encryptData(content, aliceProfile, TestPki::kPassword,
+                                                   {bob().certDer}, fromMemory),
+                  u""_s);
+        opened = decryptFileAs(alice(), u"alice"_s, fromMemory, out(name + u".a"_s));
+        EXPECT_EQ(opened.outcome, u""_s);
+        EXPECT_EQ(opened.output, content);
+        EXPECT_EQ(opened.sender, u"alice"_s);
+    }
+}
+
+TEST_F(StreamingCmsTest, FailuresMatchTheMemoryVariantAndNeverTouchTheOutputPath) {
+    const QByteArray content = TVXRandom::randomDataWithLength(300 * 1024);
+    const QByteArray good = readFile(encryptFileForBob(content, u"good"_s));
+    const QByteArray signedByCarol = opensslSign(pki(), content, {&carol()});
+
+    QByteArray tamperedCiphertext = good;
+    tamperedCiphertext[good.size() / 2] = static_cast<char>(good[good.size() / 2] ^ 0x20);
+    // The signer entries come last in the signed layer, so the last block of the ciphertext
+    // carries the signature.
+    QByteArray tamperedTail = good;
+    tamperedTail[good.size() - 40] = static_cast<char>(good[good.size() - 40] ^ 0x01);
+
+    struct Case {
+        const char* name;
+        QByteArray message;
+        QString expected;  // empty: any failure text
+    };
+    const QList<Case> cases{
+        {"not CMS", "%PDF-1.7 not a protected file"_ba,
+         NivoCryptoOperation::kNotEncryptedOrNotSupported},
+        {"not for me", opensslEncrypt(pki(), signedByCarol, {&carol()}),
+         NivoCryptoOperation::kNotRecipient},
+        {"detached ciphertext", envelopeDetached(bob(), signedByCarol),
+         u"Not Supported Exception"_s},
+        {"tampered ciphertext", tamperedCiphertext, {}},
+        {"tampered near the end", tamperedTail, {}},
+        {"truncated in the content", good.left(good.size() / 3), {}},
+        {"truncated at the end", good.left(good.size() - 2), {}},
+    };
+    int n = 0;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const QString input = out(u"in%1.tvf"_s.arg(++n));
+        writeFile(input, c.message);
+        const QString earlier = out(u"earlier%1"_s.arg(n));
+        writeFile(earlier, "an earlier file"_ba);
+
+        QString sender = kSenderUntouched;
+        const QString streamed = NivoCryptoOperation::decryptFile(
+            input, TestPki::profileFor(bob(), u"bob"_s), TestPki::kPassword, earlier, sender);
+        const Decrypted inMemory = decryptAs(bob(), u"bob"_s, c.message, out(u"mem%1"_s.arg(n)));
+        EXPECT_EQ(streamed, inMemory.outcome);
+        if (c.expected.isEmpty()) {
+            EXPECT_FALSE(streamed.isEmpty());
+            EXPECT_NE(streamed, NivoCryptoOperation::kNotEncryptedOrNotSupported);
+        } else {
+            EXPECT_EQ(streamed, c.expected);
+        }
+        EXPECT_EQ(sender, kSenderUntouched);
+        EXPECT_EQ(readFile(earlier), "an earlier file"_ba);
+        EXPECT_FALSE(inMemory.outputWritten);
+    }
+    // No temporary file is left behind by any failure.
+    for (const QString& name : filesHere()) {
+        EXPECT_TRUE(name.startsWith(u"in"_s) || name.startsWith(u"earlier"_s) ||
+                    name.startsWith(u"good"_s))
+            << name.toStdString();
+    }
+
+    // A failed encryption keeps the earlier file too, and leaves nothing else.
+    const QString kept = out(u"earlier1"_s);
+    EXPECT_THROW((void)NivoCryptoOperation::encryptFile(
+                     out(u"good"_s), TestPki::profileFor(alice(), u"alice"_s), TestPki::kPassword,
+                     {"not a certificate"_ba}, kept),
+                 TVXException);
+    EXPECT_EQ(readFile(kept), "an earlier file"_ba);
+}
+
+TEST_F(StreamingCmsTest, AFullDiskFailsBothDirectionsCleanly) {
+    const QByteArray content = TVXRandom::randomDataWithLength(3 * 1024 * 1024);
+    const QString input = out(u"big"_s);
+    writeFile(input, content);
+    const QString protectedPath = encryptFileForBob(content, u"big2"_s);
+    writeFile(out(u"earlier"_s), "an earlier file"_ba);
+
+    // Files may grow to 1 MiB only: the writes fail as on a full disk, on whichever thread
+    // writes the output.
+    rlimit saved{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
+    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit small = saved;
+    small.rlim_cur = 1024 * 1024;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+
+    EXPECT_THROW((void)NivoCryptoOperation::encryptFile(
+                     input, TestPki::profileFor(alice(), u"alice"_s), TestPki::kPassword,
+                     {bob().certDer}, out(u"earlier"_s)),
+                 TVXException);
+    QString sender = kSenderUntouched;
+    const QString outcome =
+        NivoCryptoOperation::decryptFile(protectedPath, TestPki::profileFor(bob(), u"bob"_s),
+                                         TestPki::kPassword, out(u"earlier"_s), sender);
+
+    setrlimit(RLIMIT_FSIZE, &saved);
+    std::signal(SIGXFSZ, previousHandler);
+    EXPECT_TRUE(outcome.startsWith(u"Cannot write"_s)) << outcome.toStdString();
+    EXPECT_EQ(sender, kSenderUntouched);
+    EXPECT_EQ(readFile(out(u"earlier"_s)), "an earlier file"_ba);
+    EXPECT_EQ(filesHere(), (QStringList{u"big"_s, u"big2"_s, u"big2.tvf"_s, u"earlier"_s}));
+}
+
+TEST_F(StreamingCmsTest, OpensslReadsOurStreamsAndWeReadItsStreams) {
+    const QByteArray content = TVXRandom::randomDataWithLength(1024 * 1024 + 3);
+    const QString ours = encryptFileForBob(content, u"ours"_s);
+    const QByteArray signedMessage =
+        pki().openssl({u"cms"_s, u"-decrypt"_s, u"-binary"_s, u"-inform"_s, u"DER"_s,
+                       u"-recip"_s, bob().certPath, u"-inkey"_s, bob().keyPath},
+                      readFile(ours));
+    ASSERT_FALSE(signedMessage.isEmpty());
+    EXPECT_EQ(pki().openssl({u"cms"_s, u"-verify"_s, u"-binary"_s, u"-inform"_s, u"DER"_s,
+                             u"-CAfile"_s, pki().ca().certPath},
+                            signedMessage),
+              content);
+
+    // openssl's own streaming output: indefinite lengths and the content in segments.
+    const QByteArray streamedSigned = opensslSign(pki(), content, {&carol()}, {u"-stream"_s});
+    const QString theirs = out(u"theirs.tvf"_s);
+    writeFile(theirs, opensslEncrypt(pki(), streamedSigned, {&bob()},
+                                     {u"-stream"_s, u"-aes-256-cbc"_s}));
+    const Decrypted opened = decryptFileAs(bob(), u"bob"_s, theirs, out(u"theirs.out"_s));
+    EXPECT_EQ(opened.outcome, u""_s);
+    EXPECT_EQ(opened.output, content);
+    EXPECT_EQ(opened.sender, carol().commonName);
+}
+
+TEST_F(StreamingCmsTest, TheKeyFileIsOpenedOncePerPasswordUntilForgotten) {
+    comTruvexCrypto_Pkcs12Loader::forgetOpenedKeyFiles();
+    const QString path = encryptFileForBob("first"_ba, u"batch"_s);
+    const quint64 afterFirst = comTruvexCrypto_Pkcs12Loader::keyDerivations();
+    for (int i = 0; i < 3; ++i) {
+        (void)encryptFileForBob("again"_ba, u"batch%1"_s.arg(i));
+    }
+    EXPECT_EQ(comTruvexCrypto_Pkcs12Loader::keyDerivations(), afterFirst);
+
+    // A wrong password fails every time, with the same text, although the right one is kept.
+    const NivoProfile bobProfile = TestPki::profileFor(bob(), u"bob"_s);
+    QStringList failures;
+    for (int i = 0; i < 2; ++i) {
+        QString sender;
+        try {
+            (void)NivoCryptoOperation::decryptFile(path, bobProfile, u"wrong"_s,
+                                                   out(u"never"_s), sender);
+        } catch (const TVXException& e) {
+            EXPECT_EQ(e.name(), TVXWrongPasswordException);
+            failures.append(e.description());
+        }
+    }
+    ASSERT_EQ(failures.size(), 2);
+    EXPECT_EQ(failures.first(), failures.last());
+    EXPECT_FALSE(QFile::exists(out(u"never"_s)));
+
+    // Once forgotten, the key file is opened again.
+    const quint64 beforeForgetting = comTruvexCrypto_Pkcs12Loader::keyDerivations();
+    NivoCryptoOperation::forgetOpenedKeys();
+    (void)encryptFileForBob("after"_ba, u"after"_s);
+    EXPECT_EQ(comTruvexCrypto_Pkcs12Loader::keyDerivations(), beforeForgetting + 1);
+}
+
+}  // namespace

@@ -1,0 +1,139 @@
+// Draws the main window, the recipient window and the log viewer over a made-up user with a
+// dozen contacts and a few dozen log lines, and saves each as a PNG, for looking at the windows
+// without a full run (run it under Xvfb for the desktop's real style):
+//
+//   gui_window_shots OUTPUT_FOLDER
+#include <QApplication>
+#include <QDir>
+#include <QFile>
+#include <QTest>
+#include <cstdio>
+
+#include "ScriptedHttpsServer.h"
+#include "ScriptedPrompter.h"
+#include "UserSandbox.h"
+#include "account/AccountServer.h"
+#include "contacts/ContactController.h"
+#include "filelist/FileController.h"
+#include "log/ActivityLog.h"
+#include "log/LogViewerController.h"
+#include "shell/IconSet.h"
+#include "shell/NotificationHub.h"
+#include "storage/NivoGXUtil.h"
+
+namespace {
+
+const QStringList kPeople{
+    QStringLiteral("anna.berg"), QStringLiteral("Bob"),         QStringLiteral("carol-ng"),
+    QStringLiteral("dave"),      QStringLiteral("erin.okafor"), QStringLiteral("frank"),
+    QStringLiteral("grace.li"),  QStringLiteral("heidi"),       QStringLiteral("ivan.petrov"),
+    QStringLiteral("judy"),      QStringLiteral("mallory"),     QStringLiteral("zoe.sanchez")};
+
+void fillUser(const QString& sandboxRoot) {
+    NivoGXUtil::saveNivoCredentials(QStringLiteral("alice"), QStringLiteral("pw"));
+    (void)NivoGXUtil::generateRequiredDirectory();
+    NivoGXUtil::generateUserContactDB(QStringLiteral("alice"));
+    QList<qint64> lastChoice;
+    for (const QString& person : kPeople) {
+        Contact contact;
+        contact.NivoID = person;
+        contact.DisplayName = person;
+        contact.CertData = person.toUtf8();
+        const qint64 id = NivoGXUtil::addContact(contact);
+        if (person.startsWith(u'c') || person.startsWith(u'g') || person.startsWith(u'j')) {
+            lastChoice << id;
+        }
+    }
+    (void)NivoGXUtil::saveContactPreset({QStringLiteral("Last used contacts"), lastChoice});
+
+    QFile log(NivoGXUtil::logPath());
+    if (!log.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        return;
+    }
+    const QDateTime start(QDate(2026, 11, 2), QTime(8, 41, 7));
+    const QStringList names{QStringLiteral("quarterly-report.pdf"),
+                            QStringLiteral("budget 2027.xlsx"),
+                            QStringLiteral("contract_draft_v3.docx"),
+                            QStringLiteral("photo-0042.jpg"),
+                            QStringLiteral("minutes.txt"),
+                            QStringLiteral("design-notes.md")};
+    for (int i = 0; i < 36; ++i) {
+        const bool encrypt = i % 3 != 2;
+        const QString file =
+            QDir(sandboxRoot)
+                .filePath((encrypt ? QStringLiteral("work/") : QStringLiteral("inbox/")) +
+                          names.at(i % names.size()) +
+                          (encrypt ? QString() : QStringLiteral(".tvf")));
+        const QStringList recipients =
+            encrypt ? QStringList{kPeople.at(i % kPeople.size()).toLower(), QStringLiteral("alice")}
+                    : QStringList{kPeople.at((i * 5) % kPeople.size()).toLower()};
+        QString status = QStringLiteral("Success");
+        if (i % 11 == 7) {
+            status = QStringLiteral("Cancelled");
+        } else if (i % 13 == 5) {
+            status = QStringLiteral("Unable to decrypt: not a recipient");
+        }
+        log.write(
+            ActivityLog::formatLine(start.addSecs(i * 5437),
+                                    encrypt ? QStringLiteral("Encrypt") : QStringLiteral("Decrypt"),
+                                    file, recipients, status)
+                .toUtf8());
+    }
+}
+
+bool save(QWidget& window, const QString& folder, const char* name) {
+    window.show();
+    (void)QTest::qWaitForWindowExposed(&window);
+    QTest::qWait(300);
+    const QString path = QDir(folder).filePath(QString::fromLatin1(name));
+    const bool saved = window.grab().save(path);
+    std::printf("%s %s\n", saved ? "wrote" : "could not write", qPrintable(path));
+    return saved;
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    QApplication app(argc, argv);
+    QApplication::setWindowIcon(IconSet::named(IconSet::kApplication));
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: gui_window_shots OUTPUT_FOLDER\n");
+        return 2;
+    }
+    const QString folder = QDir(QString::fromLocal8Bit(argv[1])).absolutePath();
+    QDir().mkpath(folder);
+    UserSandbox sandbox;
+    fillUser(sandbox.root());
+    NotificationHub hub;
+    ScriptedPrompter prompter;
+
+    bool ok = true;
+    FileController main(hub, prompter);
+    main.handleExternalFileArray(
+        {QDir(sandbox.root()).filePath(QStringLiteral("work/budget 2027.xlsx")),
+         QDir(sandbox.root()).filePath(QStringLiteral("work/minutes.txt")),
+         QDir(sandbox.root()).filePath(QStringLiteral("inbox/photo-0042.jpg.tvf"))});
+    ok = save(main, folder, "main-window.png") && ok;
+
+    ContactController recipients(hub, prompter);
+    recipients.setAttribute(Qt::WA_DeleteOnClose, false);
+    recipients.searchNivoID(QStringLiteral("heidi"));
+    ok = save(recipients, folder, "recipient-window.png") && ok;
+    // A look-up under way: the server takes its time.
+    ScriptedHttpsServer slowServer;
+    slowServer.hang();
+    AccountServer::setBaseUrl(slowServer.baseUrl());
+    recipients.searchNivoID(QStringLiteral("oscar"));
+    ok = save(recipients, folder, "recipient-window-searching.png") && ok;
+    recipients.close();
+
+    LogViewerController viewer(prompter);
+    ok = save(viewer, folder, "log-viewer.png") && ok;
+    ok = IconSet::named(IconSet::kApplication)
+             .pixmap(128, 128)
+             .save(QDir(folder).filePath(QStringLiteral("application-icon.png"))) &&
+         ok;
+    viewer.EncryptButtonTapped();
+    ok = save(viewer, folder, "log-viewer-encryptions.png") && ok;
+    return ok ? 0 : 1;
+}
