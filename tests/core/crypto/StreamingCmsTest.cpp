@@ -8,7 +8,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QTemporaryDir>
 
 #include "CryptoTestKit.h"
 #include "TestPki.h"
@@ -23,26 +22,8 @@ using namespace CryptoTestKit;
 
 namespace {
 
-class StreamingCmsTest : public ::testing::Test {
+class StreamingCmsTest : public PeopleTest {
 protected:
-    struct People {
-        TestPki pki;
-        TestPki::Identity alice = pki.createUser(u"Alice Sender"_s);
-        TestPki::Identity bob = pki.createUser(u"Bob Recipient"_s);
-        TestPki::Identity carol = pki.createUser(u"Carol Other"_s);
-    };
-
-    static void SetUpTestSuite() { s_people = new People; }
-    static void TearDownTestSuite() {
-        delete s_people;
-        s_people = nullptr;
-    }
-
-    TestPki& pki() { return s_people->pki; }
-    const TestPki::Identity& alice() { return s_people->alice; }
-    const TestPki::Identity& bob() { return s_people->bob; }
-    const TestPki::Identity& carol() { return s_people->carol; }
-    QString out(const QString& name) const { return m_dir.filePath(name); }
     QStringList filesHere() const {
         return QDir(m_dir.path()).entryList(QDir::Files | QDir::Hidden, QDir::Name);
     }
@@ -57,12 +38,7 @@ protected:
                   u""_s);
         return path;
     }
-
-    static People* s_people;
-    QTemporaryDir m_dir;
 };
-
-StreamingCmsTest::People* StreamingCmsTest::s_people = nullptr;
 
 TEST_F(StreamingCmsTest, RoundTripsAcrossBufferBoundariesAndBetweenVariants) {
     // Around the 4 KiB cipher pieces and the 64 KiB reading and copying pieces, and past them all.
