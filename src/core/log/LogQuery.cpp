@@ -167,7 +167,7 @@ int byPath(const Parsed& a, const Parsed& b) {
 template <typename... Keys>
 int firstDifference(const Parsed& a, const Parsed& b, Keys... keys) {
     int result = 0;
-    ((result = keys(a, b), result != 0) || ...);
+    (void)((result = keys(a, b), result != 0) || ...);
     return result;
 }
 
