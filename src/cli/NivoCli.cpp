@@ -570,9 +570,14 @@ bool NivoCli::processFiles(const QStringList& files, const QString& password,
                            const QList<Contact>& recipients, const QString& outputFolder,
                            bool toEncrypt, bool json) {
     const auto profile = NivoGXUtil::getNivoProfile();
+    // Read once for the whole run: every keychain question is a round trip to its service.
+    const QString userNivoId = toEncrypt ? NivoGXUtil::getNivoUsername() : QString();
     bool allSucceeded = true;
     for (const QString& file : files) {
         ProcessController controller;
+        if (toEncrypt) {
+            controller.setUserNivoId(userNivoId);
+        }
         QEventLoop loop;
         QString outcome;
         QObject::connect(

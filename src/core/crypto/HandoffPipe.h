@@ -11,7 +11,7 @@
 
 // A BIO whose bytes a second thread writes on into another BIO (`downstream`), so that the work
 // on either side of it runs on two cores: the content is digested on one while it is encrypted or
-// decrypted on the other. The bytes in flight are bounded (kBlockSize * kBlocksInFlight) and their
+// decrypted on the other, or it is written to a file while the next part is encrypted. The bytes in flight are bounded (kBlockSize * kBlocksInFlight) and their
 // blocks reused. `downstream` belongs to the second thread from construction until finish().
 class HandoffPipe {
 public:

@@ -226,9 +226,17 @@ void TVXCmsGenerator::encodeFromSource(TVXStream& source, TVXStream& sink) {
     }
     // Outermost layer first, so that each inner layer writes its encoding into the next outer
     // one. With more than one layer, the innermost one runs on this thread and the others on a
-    // second one. The encoders are destroyed innermost first, the outer ones after their thread.
-    EncoderStack outerEncoders;
+    // second one, and a third thread writes the result to the sink: the cipher hands its output
+    // on in small pieces, and writing those into the sink cost the encrypting thread about as
+    // much as the cipher itself. The encoders are destroyed innermost first, the outer
+    // ones after their thread, the sink's writer after every encoder that feeds it.
+    std::unique_ptr<HandoffPipe> sinkWriter;
     BIO* next = out;
+    if (messages.size() > 1) {
+        sinkWriter = std::make_unique<HandoffPipe>(out);
+        next = sinkWriter->bio();
+    }
+    EncoderStack outerEncoders;
     for (auto message = messages.rbegin(); message + 1 != messages.rend(); ++message) {
         next = outerEncoders.push(message->get(), next);
     }
@@ -247,9 +255,15 @@ void TVXCmsGenerator::encodeFromSource(TVXStream& source, TVXStream& sink) {
     const bool finished = bioControl(next, BIO_CTRL_FLUSH) > 0;
     innerEncoder.clear();
     QString failure;
-    const bool handedOver = !pipe || pipe->finish(failure);
+    bool handedOver = !pipe || pipe->finish(failure);
     pipe.reset();
+    // The sink's own account of a failure says more than that of the thread writing into it.
+    if (QString sinkFailure; sinkWriter && !sinkWriter->finish(sinkFailure)) {
+        handedOver = false;
+        failure = sinkFailure;
+    }
     outerEncoders.clear();
+    sinkWriter.reset();
     if (!finished || !handedOver) {
         nivossl::fail(TVXCryptoOperationException,
                       failure.isEmpty() ? kCannotWrite : kCannotWrite + u" ("_s + failure + u')');

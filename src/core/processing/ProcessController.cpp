@@ -224,7 +224,10 @@ void ProcessController::processFile(const QString& inputPath, const NivoProfile&
     }
     m_outputPath =
         generateOutputFilePath(outputFolder, PathText::lastComponent(inputPath), toEncrypt);
-    m_userNivoId = NivoGXUtil::getNivoUsername();
+    // Only an encryption's log line names the user; the keychain answers slowly.
+    if (toEncrypt && !m_userNivoIdGiven) {
+        m_userNivoId = NivoGXUtil::getNivoUsername();
+    }
     m_running = true;
 
     if (toEncrypt) {
@@ -234,6 +237,11 @@ void ProcessController::processFile(const QString& inputPath, const NivoProfile&
         Q_EMIT statusChanged(kDecryptingLabel.arg(inputPath), kDecryptingTitle);
         decryptProcess();
     }
+}
+
+void ProcessController::setUserNivoId(const QString& nivoId) {
+    m_userNivoId = nivoId;
+    m_userNivoIdGiven = true;
 }
 
 void ProcessController::encryptProcess(const QList<QByteArray>& certificates) {

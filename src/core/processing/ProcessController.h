@@ -62,6 +62,10 @@ public:
     void processFile(const QString& inputPath, const NivoProfile& profile, const QString& password,
                      const QList<Contact>& recipientList, const QString& outputFolder,
                      bool toEncrypt);
+    // The user's NIVO ID for the log lines of encryption runs, for callers that have it at hand:
+    // a batch reads it from the keychain once instead of once per file. Without it processFile
+    // reads it there itself. Call it before processFile.
+    void setUserNivoId(const QString& nivoId);
     // Logs the run as cancelled, reports the cancel text and removes the output. Does nothing
     // when no run is under way or it has already been reported.
     void cancel();
@@ -97,6 +101,7 @@ private:
     QString m_outputPath;
     QList<Contact> m_recipientList;
     QString m_userNivoId;
+    bool m_userNivoIdGiven = false;
     QString m_sender;
     bool m_started = false;
     bool m_running = false;

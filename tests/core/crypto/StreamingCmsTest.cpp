@@ -8,6 +8,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 #include "CryptoTestKit.h"
 #include "TestPki.h"
@@ -170,6 +171,45 @@ TEST_F(StreamingCmsTest, AFullDiskFailsBothDirectionsCleanly) {
     EXPECT_EQ(sender, kSenderUntouched);
     EXPECT_EQ(readFile(out(u"earlier"_s)), "an earlier file"_ba);
     EXPECT_EQ(filesHere(), (QStringList{u"big"_s, u"big2"_s, u"big2.tvf"_s, u"earlier"_s}));
+}
+
+TEST_F(StreamingCmsTest, AWriteThatFailsNearTheEndStillFailsTheEncryption) {
+    // The last bytes reach the file only when the encoders are finished: a failure there must
+    // fail the run as surely as one in the middle, however many threads the output went through.
+    const QByteArray content = TVXRandom::randomDataWithLength(2 * 1024 * 1024 + 17);
+    const QString input = out(u"plain"_s);
+    const qint64 size = QFileInfo(encryptFileForBob(content, u"plain"_s)).size();
+    const NivoProfile aliceProfile = TestPki::profileFor(alice(), u"alice"_s);
+
+    rlimit saved{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
+    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+    const auto encryptWithin = [&](qint64 limit, const QString& output) {
+        rlimit small = saved;
+        small.rlim_cur = static_cast<rlim_t>(limit);
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+        bool failed = false;
+        try {
+            (void)NivoCryptoOperation::encryptFile(input, aliceProfile, TestPki::kPassword,
+                                                   {bob().certDer}, output);
+        } catch (const TVXException&) {
+            failed = true;
+        }
+        setrlimit(RLIMIT_FSIZE, &saved);
+        return failed;
+    };
+    for (const qint64 limit : {size - 1, size - 4000, size - 300 * 1024}) {
+        SCOPED_TRACE(limit);
+        writeFile(out(u"earlier"_s), "an earlier file"_ba);
+        EXPECT_TRUE(encryptWithin(limit, out(u"earlier"_s)));
+        EXPECT_EQ(readFile(out(u"earlier"_s)), "an earlier file"_ba);
+    }
+    // Room for every byte: the same run succeeds, so the limits above cut the very output.
+    EXPECT_FALSE(encryptWithin(size, out(u"exact.tvf"_s)));
+    std::signal(SIGXFSZ, previousHandler);
+    EXPECT_EQ(QFileInfo(out(u"exact.tvf"_s)).size(), size);
+    EXPECT_EQ(filesHere(),
+              (QStringList{u"earlier"_s, u"exact.tvf"_s, u"plain"_s, u"plain.tvf"_s}));
 }
 
 TEST_F(StreamingCmsTest, OpensslReadsOurStreamsAndWeReadItsStreams) {

@@ -77,6 +77,19 @@ TEST_F(ProcessControllerTest, EncryptsForTheRecipientsAndTheUserAndLogsThemAll) 
               QStringList{u"Encrypt | %1 | bob,carol,alice | Success"_s.arg(input)});
 }
 
+TEST_F(ProcessControllerTest, AUserNameGivenByTheCallerIsTheOneLogged) {
+    // A batch reads the name once and hands it to every controller; the log must carry it.
+    QDir().mkpath(kit.path(u"out"_s));
+    const QString input = kit.writeFile(u"in/notes.txt"_s, "minutes");
+    const Contact bob = ProcessingTestKit::contact(u"bob"_s, ProcessingTestKit::people().bob);
+
+    ProcessController controller;
+    controller.setUserNivoId(u"alice.batch"_s);
+    EXPECT_EQ(run(controller, input, true, {bob}), u""_s);
+    EXPECT_EQ(ProcessingTestKit::loggedEvents(),
+              QStringList{u"Encrypt | %1 | bob,alice.batch | Success"_s.arg(input)});
+}
+
 TEST_F(ProcessControllerTest, ABatchOpensTheKeyFileOnceAndSignOutForgetsIt) {
     QDir().mkpath(kit.path(u"out"_s));
     const auto encrypt = [this](const QString& name) {
