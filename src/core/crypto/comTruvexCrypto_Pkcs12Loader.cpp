@@ -21,12 +21,23 @@ const QString kWrongPassword = u"The password does not open the key file"_s;
 const QString kCannotOpen = u"Cannot open the key file"_s;
 const QString kIncomplete = u"The key file holds no private key or no certificate"_s;
 const QString kNothingLoaded = u"No key file has been loaded"_s;
+const QString kTooManyRounds = u"The key file asks for too many password rounds to be opened"_s;
 
 enum class Outcome { Loaded, NeedsLegacy };
 
 // Key files kept at once: the user's own, and room for a change of account within a run.
 constexpr size_t kMaxKeptKeyFiles = 4;
 constexpr int kSaltSize = 32;
+
+// Opening a key file runs one password-based key derivation for its MAC, one per encrypted part
+// and one per protected private key, each as many rounds as the file itself declares. Real files
+// declare a few thousand to a few hundred thousand per derivation (ours: 100,000); a file from
+// outside (a server answer, an imported profile) could declare billions and hold the program for
+// hours. So the rounds of a whole file are added up before any derivation and capped here, about
+// two seconds of work on a current machine.
+constexpr quint64 kMaxPasswordRounds = 8'000'000;
+// Bags may hold bags; real files do not nest at all.
+constexpr int kMaxBagNesting = 8;
 
 struct KeptKeyFile {
     QByteArray fingerprint;
@@ -70,6 +81,123 @@ QByteArray fingerprintOf(const QByteArray& der, const QByteArray& password) {
     return hash.result();
 }
 
+// Adds up the password rounds of a key file; over the cap at the first algorithm whose cost cannot
+// be bounded (a memory-hard derivation, whose cost the file sets in three numbers).
+class PasswordRounds {
+public:
+    [[nodiscard]] bool withinLimit() const noexcept { return m_withinLimit; }
+
+    void add(quint64 rounds) {
+        m_total += rounds;
+        m_withinLimit = m_withinLimit && m_total <= kMaxPasswordRounds;
+    }
+
+    void addMac(const PKCS12* pfx) {
+        const ASN1_INTEGER* iterations = nullptr;
+        PKCS12_get0_mac(nullptr, nullptr, nullptr, &iterations, pfx);
+        if (PKCS12_mac_present(pfx) == 1) {
+            add(iterations == nullptr ? 1 : roundsOf(iterations));
+        }
+    }
+
+    // Every encrypted part and every protected key; an encrypted part is opened with `password`
+    // to see the bags inside it (its own rounds are counted first).
+    void addContents(const PKCS12* pfx, const QByteArray& password) {
+        STACK_OF(PKCS7)* parts = PKCS12_unpack_authsafes(pfx);
+        if (parts == nullptr) {
+            ERR_clear_error();  // unreadable: opening it fails on its own, before any derivation
+            return;
+        }
+        for (int i = 0; i < sk_PKCS7_num(parts) && m_withinLimit; ++i) {
+            PKCS7* part = sk_PKCS7_value(parts, i);
+            STACK_OF(PKCS12_SAFEBAG)* bags = nullptr;
+            if (PKCS7_type_is_data(part)) {
+                bags = PKCS12_unpack_p7data(part);
+            } else if (PKCS7_type_is_encrypted(part) && part->d.encrypted != nullptr &&
+                       part->d.encrypted->enc_data != nullptr) {
+                addAlgorithm(part->d.encrypted->enc_data->algorithm);
+                if (m_withinLimit) {
+                    const char* pass = password.isNull() ? nullptr : password.constData();
+                    bags = PKCS12_unpack_p7encdata(part, pass, static_cast<int>(password.size()));
+                }
+            }
+            if (bags != nullptr) {
+                addBags(bags, 0);
+                sk_PKCS12_SAFEBAG_pop_free(bags, PKCS12_SAFEBAG_free);
+            }
+        }
+        sk_PKCS7_pop_free(parts, PKCS7_free);
+        ERR_clear_error();
+    }
+
+private:
+    static quint64 roundsOf(const ASN1_INTEGER* iterations) {
+        uint64_t rounds = 0;
+        // A negative or unreadable count makes OpenSSL refuse the derivation without running it.
+        return ASN1_INTEGER_get_uint64(&rounds, iterations) == 1 ? rounds : 0;
+    }
+
+    template <class Params>
+    static quint64 roundsIn(const ASN1_ITEM* item, const ASN1_TYPE* parameter) {
+        auto* params = static_cast<Params*>(ASN1_TYPE_unpack_sequence(item, parameter));
+        if (params == nullptr) {
+            return 0;  // unreadable parameters: OpenSSL refuses them the same way
+        }
+        const quint64 rounds = roundsOf(params->iter);
+        ASN1_item_free(reinterpret_cast<ASN1_VALUE*>(params), item);
+        return rounds;
+    }
+
+    void addAlgorithm(const X509_ALGOR* algorithm) {
+        const ASN1_OBJECT* oid = nullptr;
+        const void* value = nullptr;
+        X509_ALGOR_get0(&oid, nullptr, &value, algorithm);
+        const int nid = OBJ_obj2nid(oid);
+        if (nid == NID_pbes2) {
+            auto* pbes2 = static_cast<PBE2PARAM*>(
+                ASN1_TYPE_unpack_sequence(ASN1_ITEM_rptr(PBE2PARAM), algorithm->parameter));
+            if (pbes2 == nullptr) {
+                return;
+            }
+            const X509_ALGOR* derivation = pbes2->keyfunc;
+            if (OBJ_obj2nid(derivation->algorithm) == NID_id_pbkdf2) {
+                add(roundsIn<PBKDF2PARAM>(ASN1_ITEM_rptr(PBKDF2PARAM), derivation->parameter));
+            } else {
+                m_withinLimit = false;
+            }
+            PBE2PARAM_free(pbes2);
+        } else if (EVP_PBE_find(EVP_PBE_TYPE_OUTER, nid, nullptr, nullptr, nullptr) == 1) {
+            add(roundsIn<PBEPARAM>(ASN1_ITEM_rptr(PBEPARAM), algorithm->parameter));
+        }
+    }
+
+    void addBags(const STACK_OF(PKCS12_SAFEBAG)* bags, int depth) {
+        for (int i = 0; i < sk_PKCS12_SAFEBAG_num(bags) && m_withinLimit; ++i) {
+            const PKCS12_SAFEBAG* bag = sk_PKCS12_SAFEBAG_value(bags, i);
+            switch (PKCS12_SAFEBAG_get_nid(bag)) {
+            case NID_pkcs8ShroudedKeyBag: {
+                const X509_ALGOR* algorithm = nullptr;
+                X509_SIG_get0(PKCS12_SAFEBAG_get0_pkcs8(bag), &algorithm, nullptr);
+                addAlgorithm(algorithm);
+                break;
+            }
+            case NID_safeContentsBag:
+                if (depth >= kMaxBagNesting) {
+                    m_withinLimit = false;
+                } else {
+                    addBags(PKCS12_SAFEBAG_get0_safes(bag), depth + 1);
+                }
+                break;
+            default:
+                break;
+            }
+        }
+    }
+
+    quint64 m_total = 0;
+    bool m_withinLimit = true;
+};
+
 struct Contents {
     nivossl::PkeyPtr key;
     nivossl::X509Ptr certificate;
@@ -106,6 +234,11 @@ std::optional<QByteArray> passwordThatOpensMac(PKCS12* pfx, const QByteArray& pa
 }
 
 Outcome parse(PKCS12* pfx, const QByteArray& password, Contents& contents) {
+    PasswordRounds rounds;
+    rounds.addMac(pfx);
+    if (!rounds.withinLimit()) {
+        nivossl::fail(TVXCryptoOperationException, kTooManyRounds);
+    }
     bool unsupported = false;
     const std::optional<QByteArray> opening = passwordThatOpensMac(pfx, password, unsupported);
     if (!opening) {
@@ -113,6 +246,10 @@ Outcome parse(PKCS12* pfx, const QByteArray& password, Contents& contents) {
             return Outcome::NeedsLegacy;
         }
         nivossl::fail(TVXWrongPasswordException, kWrongPassword);
+    }
+    rounds.addContents(pfx, *opening);
+    if (!rounds.withinLimit()) {
+        nivossl::fail(TVXCryptoOperationException, kTooManyRounds);
     }
     EVP_PKEY* key = nullptr;
     X509* certificate = nullptr;

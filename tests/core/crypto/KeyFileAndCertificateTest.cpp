@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 #include <openssl/err.h>
+#include <openssl/pkcs12.h>
+#include <openssl/x509.h>
 
 #include <QTemporaryDir>
 
@@ -78,6 +80,105 @@ TEST(KeyFileTest, ModernAndLegacyKeyFilesOpenAndWrongPasswordsAreNamed) {
         EXPECT_NE(failure->name(), TVXWrongPasswordException);
         EXPECT_EQ(ERR_peek_error(), 0UL);
     }
+}
+
+// `pfx` with the MAC declaring `rounds`; the MAC itself no longer matches.
+QByteArray withMacRounds(const QByteArray& pfx, uint64_t rounds) {
+    const auto* in = reinterpret_cast<const unsigned char*>(pfx.constData());
+    PKCS12* p12 = d2i_PKCS12(nullptr, &in, pfx.size());
+    const ASN1_INTEGER* iterations = nullptr;
+    PKCS12_get0_mac(nullptr, nullptr, nullptr, &iterations, p12);
+    EXPECT_NE(iterations, nullptr);
+    if (iterations != nullptr) {
+        ASN1_INTEGER_set_uint64(const_cast<ASN1_INTEGER*>(iterations), rounds);
+    }
+    unsigned char* der = nullptr;
+    const int length = i2d_PKCS12(p12, &der);
+    QByteArray result(reinterpret_cast<const char*>(der), length);
+    OPENSSL_free(der);
+    PKCS12_free(p12);
+    return result;
+}
+
+// `pfx` with every protected private key declaring `algorithm` (no key is derived here) and a
+// fresh one-round MAC under `password`, so that the file opens up to the keys.
+QByteArray withKeyAlgorithm(const QByteArray& pfx, const QByteArray& password,
+                            X509_ALGOR* algorithm) {
+    EXPECT_NE(algorithm, nullptr);
+    const auto* in = reinterpret_cast<const unsigned char*>(pfx.constData());
+    PKCS12* p12 = d2i_PKCS12(nullptr, &in, pfx.size());
+    STACK_OF(PKCS7)* parts = PKCS12_unpack_authsafes(p12);
+    int replaced = 0;
+    for (int i = 0; i < sk_PKCS7_num(parts); ++i) {
+        PKCS7* part = sk_PKCS7_value(parts, i);
+        if (!PKCS7_type_is_data(part)) {
+            continue;
+        }
+        STACK_OF(PKCS12_SAFEBAG)* bags = PKCS12_unpack_p7data(part);
+        for (int j = 0; j < sk_PKCS12_SAFEBAG_num(bags); ++j) {
+            PKCS12_SAFEBAG* bag = sk_PKCS12_SAFEBAG_value(bags, j);
+            if (PKCS12_SAFEBAG_get_nid(bag) == NID_pkcs8ShroudedKeyBag) {
+                X509_ALGOR* declared = nullptr;
+                X509_SIG_getm(const_cast<X509_SIG*>(PKCS12_SAFEBAG_get0_pkcs8(bag)), &declared,
+                              nullptr);
+                replaced += X509_ALGOR_copy(declared, algorithm);
+            }
+        }
+        sk_PKCS7_set(parts, i, PKCS12_pack_p7data(bags));
+        PKCS7_free(part);
+        sk_PKCS12_SAFEBAG_pop_free(bags, PKCS12_SAFEBAG_free);
+    }
+    EXPECT_EQ(replaced, 1);
+    PKCS12_pack_authsafes(p12, parts);
+    sk_PKCS7_pop_free(parts, PKCS7_free);
+    PKCS12_set_mac(p12, password.constData(), -1, nullptr, 0, 1, nullptr);
+    unsigned char* der = nullptr;
+    const int length = i2d_PKCS12(p12, &der);
+    QByteArray result(reinterpret_cast<const char*>(der), length);
+    OPENSSL_free(der);
+    PKCS12_free(p12);
+    X509_ALGOR_free(algorithm);
+    return result;
+}
+
+// A key file from outside sets its own password rounds. Without a cap each of these would keep
+// the program busy for a long time (billions of rounds, or a memory-hard derivation whose cost
+// the file sets); they are refused before any derivation, and a file whose keys declare a
+// moderate count still opens.
+TEST(KeyFileTest, KeyFilesDeclaringTooMuchPasswordWorkAreRefusedUpFront) {
+    TestPki pki;
+    const TestPki::Identity alice = pki.createUser(u"Alice"_s);
+    const QByteArray password = TestPki::kPassword.toUtf8();
+    const QList<std::pair<const char*, QByteArray>> hostile = {
+        {"MAC", withMacRounds(alice.pfx, 1ULL << 40)},
+        {"key, PBKDF2",
+         withKeyAlgorithm(alice.pfx, password,
+                          PKCS5_pbe2_set_iv(EVP_aes_256_cbc(), 2'000'000'000, nullptr, 0, nullptr,
+                                            NID_hmacWithSHA256))},
+        {"key, memory-hard",
+         withKeyAlgorithm(alice.pfx, password,
+                          // Within OpenSSL's memory bound; some minutes of work.
+                          PKCS5_pbe2_set_scrypt(EVP_aes_256_cbc(), nullptr, 0, nullptr,
+                                                1ULL << 14, 8, 15'000))},
+    };
+    for (const auto& [what, pfx] : hostile) {
+        SCOPED_TRACE(what);
+        const auto failure = pfxFailure(pfx, TestPki::kPassword);
+        ASSERT_TRUE(failure);
+        EXPECT_EQ(failure->description(),
+                  u"The key file asks for too many password rounds to be opened"_s);
+        EXPECT_EQ(ERR_peek_error(), 0UL);
+    }
+
+    // A careful writer's 600,000 rounds for the MAC, the certificates and the key (1.8 million
+    // in all) are well within the cap.
+    const QByteArray careful = pki.openssl({u"pkcs12"_s, u"-export"_s, u"-inkey"_s, alice.keyPath,
+                                            u"-in"_s, alice.certPath, u"-iter"_s, u"600000"_s,
+                                            u"-passout"_s, u"pass:"_s + TestPki::kPassword});
+    auto loader = comTruvexCrypto_Pkcs12Loader::loaderCryptoProvider(TVXDefaultCryptoProvider());
+    ComTruvexIO_MemoryStream stream(careful);
+    loader.loadFromStream(stream, TestPki::kPassword);
+    EXPECT_EQ(loader.x509Certificate().asRawData(), alice.certDer);
 }
 
 TEST(KeyFileTest, AMissingLegacyProviderIsSaidClearly) {
