@@ -4,6 +4,9 @@
 #include <QHttpServerRequest>
 #include <QHttpServerResponse>
 #include <QSslKey>
+#include <QSslServer>
+#include <QSslSocket>
+#include <memory>
 #include <QUrlQuery>
 
 using namespace Qt::Literals::StringLiterals;
@@ -14,6 +17,33 @@ using Handler = AccountService::Answer (AccountService::*)(const AccountService:
 
 QHttpServerResponse respond(const AccountService::Answer& answer) {
     return QHttpServerResponse(answer.contentType, answer.body);
+}
+
+// Counts what `socket` receives between answers and drops the connection past the limit. The
+// first slot runs before the HTTP layer's own (connected once the handshake is done) and sees the
+// bytes it is about to take; a second one, connected once the HTTP layer's is in place, notes
+// what it left unread, so that no byte is counted twice.
+void limitUnanswered(QSslSocket* socket) {
+    struct Count {
+        qint64 unanswered = 0;
+        qint64 leftOver = 0;
+        bool tailConnected = false;
+    };
+    const auto count = std::make_shared<Count>();
+    QObject::connect(socket, &QIODevice::readyRead, socket, [socket, count] {
+        count->unanswered += socket->bytesAvailable() - count->leftOver;
+        if (count->unanswered > AccountHttpServer::kMaxUnansweredBytes) {
+            socket->abort();
+            return;
+        }
+        if (!count->tailConnected) {
+            count->tailConnected = true;
+            QObject::connect(socket, &QIODevice::readyRead, socket,
+                             [socket, count] { count->leftOver = socket->bytesAvailable(); });
+        }
+    });
+    QObject::connect(socket, &QIODevice::bytesWritten, socket,
+                     [count] { count->unanswered = 0; });
 }
 
 }  // namespace
@@ -61,7 +91,15 @@ bool AccountHttpServer::setTls(const QString& chainPath, const QString& keyPath)
 }
 
 quint16 AccountHttpServer::listen(const QHostAddress& address, quint16 port) {
-    return m_server.listen(address, port);
+    const quint16 bound = m_server.listen(address, port);
+    // With TLS set up (always, see main) the HTTP layer listens through a TLS server, which hands
+    // out every new connection before the HTTP layer takes it.
+    if (bound != 0) {
+        if (auto* tls = qobject_cast<QSslServer*>(m_server.servers().constLast())) {
+            QObject::connect(tls, &QSslServer::startedEncryptionHandshake, tls, &limitUnanswered);
+        }
+    }
+    return bound;
 }
 
 AccountService::Form AccountHttpServer::parseForm(const QByteArray& body) {

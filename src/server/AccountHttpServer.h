@@ -11,9 +11,13 @@
 // JSON out.
 class AccountHttpServer {
 public:
-    // Larger form bodies are refused unparsed. The HTTP layer has read them into memory by then:
-    // a public deployment puts a body limit in front of the server.
+    // Larger form bodies are refused unparsed, with the "service not available" answer.
     static constexpr qsizetype kMaxFormBytes = 64 * 1024;
+    // What a connection may send while waiting for its answer. The HTTP layer keeps a request
+    // whole in memory before any handler sees it, so a client sending on and on is cut off here:
+    // past this many bytes since the last answer its connection is dropped without one. It leaves
+    // room for bodies somewhat over kMaxFormBytes to get their answer.
+    static constexpr qint64 kMaxUnansweredBytes = 1024 * 1024;
 
     explicit AccountHttpServer(AccountService& service);
 
