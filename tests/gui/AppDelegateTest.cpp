@@ -27,17 +27,6 @@ protected:
         return app.userMenuItems().size() == 4;
     }
 
-    // What a previous run leaves behind for a signed-in user.
-    static void leaveCompleteSignIn(const QString& name) {
-        NivoGXUtil::saveNivoCredentials(name, QStringLiteral("pw"));
-        ASSERT_FALSE(NivoGXUtil::generateRequiredDirectory());
-        for (const QString& path : {NivoGXUtil::pfxPath(), NivoGXUtil::certificatePath()}) {
-            QFile file(path);
-            ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-            file.write("key material");
-        }
-    }
-
     AppDelegate app{hub, prompter};
     QSignalSpy terminate{&app, &AppDelegate::terminateRequested};
 };

@@ -23,8 +23,7 @@ protected:
     void SetUp() override {
         GuiTest::SetUp();
         AccountServer::setBaseUrl(accountServer.baseUrl());
-        NivoGXUtil::saveNivoCredentials(QStringLiteral("alice"), QStringLiteral("pw"));
-        NivoGXUtil::generateUserContactDB(QStringLiteral("alice"));
+        sandbox.setUpUser(QStringLiteral("alice"));
     }
 
     void TearDown() override {
@@ -33,11 +32,7 @@ protected:
     }
 
     static qint64 storeContact(const QString& name) {
-        Contact contact;
-        contact.NivoID = name;
-        contact.DisplayName = name;
-        contact.CertData = name.toUtf8() + QByteArrayLiteral(" certificate");
-        return NivoGXUtil::addContact(contact);
+        return NivoGXUtil::addContact({0, name, name, name.toUtf8() + " certificate"});
     }
 
     void openWindow() {

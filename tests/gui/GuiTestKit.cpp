@@ -1,10 +1,10 @@
 #include "GuiTestKit.h"
 
 #include <QDir>
-#include <QFile>
 #include <QLabel>
 #include <QProgressBar>
 
+#include "TestFiles.h"
 #include "account/AccountServer.h"
 #include "account/SignIn.h"
 #include "account/SignUp.h"
@@ -79,18 +79,20 @@ QString GuiTest::writeProfileFile(const QString& name, const QString& password) 
     ContactDB file;
     file.initDB(path);
     file.addNivoProfile(profile);
-    Contact friendOfTheUser;
-    friendOfTheUser.NivoID = QStringLiteral("zoe");
-    friendOfTheUser.DisplayName = QStringLiteral("Zoe");
-    friendOfTheUser.CertData = QByteArrayLiteral("zoe's certificate");
-    file.addContact(friendOfTheUser);
+    file.addContact({0, QStringLiteral("zoe"), QStringLiteral("Zoe"), "zoe's certificate"});
     return path;
+}
+
+void GuiTest::leaveCompleteSignIn(const QString& name) {
+    NivoGXUtil::saveNivoCredentials(name, QStringLiteral("pw"));
+    ASSERT_FALSE(NivoGXUtil::generateRequiredDirectory());
+    for (const QString& path : {NivoGXUtil::pfxPath(), NivoGXUtil::certificatePath()}) {
+        ASSERT_TRUE(putFile(path, "key material"));
+    }
 }
 
 QString GuiTest::makeFile(const QString& name) const {
     const QString path = QDir(sandbox.root()).filePath(name);
-    QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write("content");
+    EXPECT_TRUE(putFile(path, "content"));
     return path;
 }

@@ -44,6 +44,8 @@ protected:
     static void createAccount(const QString& name, const QString& password);
     // A profile file for an existing account, as an export writes it, with one contact in it.
     [[nodiscard]] QString writeProfileFile(const QString& name, const QString& password);
+    // What a previous run leaves behind for a signed-in user: credentials, folders, key files.
+    static void leaveCompleteSignIn(const QString& name);
     // An ordinary file in the sandbox.
     [[nodiscard]] QString makeFile(const QString& name) const;
 

@@ -10,6 +10,7 @@
 #include <QToolBar>
 
 #include "GuiTestKit.h"
+#include "TestFiles.h"
 #include "log/ActivityLog.h"
 #include "log/LogQuery.h"
 #include "log/LogViewerController.h"
@@ -57,9 +58,7 @@ protected:
                     .arg(encrypt ? QStringLiteral("pdf") : QStringLiteral("pdf.tvf")),
                 recipients[i % 3], statuses[i % 7 == 0 ? 1 : (i % 11 == 0 ? 2 : 0)]);
         }
-        QFile file(NivoGXUtil::logPath());
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(text.toUtf8());
+        ASSERT_TRUE(putFile(NivoGXUtil::logPath(), text.toUtf8()));
     }
 
     void openWindow() {
@@ -240,11 +239,8 @@ TEST_F(LogViewerTest, ExportsUnderTheLogTypeAndSaysWhenThereIsNoLog) {
                     .match(panel.defaultName)
                     .hasMatch())
         << panel.defaultName.toStdString();
-    QFile copy(chosen + QStringLiteral(".log"));
-    ASSERT_TRUE(copy.open(QIODevice::ReadOnly));
-    QFile log(NivoGXUtil::logPath());
-    ASSERT_TRUE(log.open(QIODevice::ReadOnly));
-    EXPECT_EQ(copy.readAll(), log.readAll());
+    ASSERT_TRUE(QFile::exists(chosen + QStringLiteral(".log")));
+    EXPECT_EQ(fileBytes(chosen + QStringLiteral(".log")), fileBytes(NivoGXUtil::logPath()));
 
     // A name that already ends in the type in capitals keeps it as it is.
     prompter.answerSave(chosen + QStringLiteral("2.LOG"));

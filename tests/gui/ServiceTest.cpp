@@ -4,6 +4,7 @@
 #include <QtConcurrent>
 
 #include "GuiTestKit.h"
+#include "TestFiles.h"
 #include "filelist/FileController.h"
 #include "shell/AppDelegate.h"
 #include "shell/NIVOGXService.h"
@@ -47,12 +48,7 @@ TEST_F(ServiceTest, BeforeSignInOnlyExistingFilesAreQueued) {
 }
 
 TEST_F(ServiceTest, AfterSignInFilesGoToTheMainWindow) {
-    NivoGXUtil::saveNivoCredentials(QStringLiteral("erin"), QStringLiteral("pw"));
-    ASSERT_FALSE(NivoGXUtil::generateRequiredDirectory());
-    for (const QString& path : {NivoGXUtil::pfxPath(), NivoGXUtil::certificatePath()}) {
-        QFile key(path);
-        ASSERT_TRUE(key.open(QIODevice::WriteOnly));
-    }
+    leaveCompleteSignIn(QStringLiteral("erin"));
     AppDelegate app{hub, prompter};
     app.applicationDidFinishLaunching();
     ASSERT_NE(app.fileController(), nullptr);
@@ -69,9 +65,7 @@ TEST_F(ServiceTest, NobodyListeningMeansTheLaunchStartsItsOwnInstance) {
     EXPECT_FALSE(NIVOGXService::handOver(elsewhere, {makeFile(QStringLiteral("c.txt"))}));
     // A name left behind by an instance that has gone is taken over.
     NIVOGXService next{hub};
-    QFile stale(elsewhere);
-    ASSERT_TRUE(stale.open(QIODevice::WriteOnly));
-    stale.close();
+    ASSERT_TRUE(putFile(elsewhere));
     EXPECT_TRUE(next.listen(elsewhere));
 }
 

@@ -35,11 +35,7 @@ void fillUser(const QString& sandboxRoot) {
     NivoGXUtil::generateUserContactDB(QStringLiteral("alice"));
     QList<qint64> lastChoice;
     for (const QString& person : kPeople) {
-        Contact contact;
-        contact.NivoID = person;
-        contact.DisplayName = person;
-        contact.CertData = person.toUtf8();
-        const qint64 id = NivoGXUtil::addContact(contact);
+        const qint64 id = NivoGXUtil::addContact({0, person, person, person.toUtf8()});
         if (person.startsWith(u'c') || person.startsWith(u'g') || person.startsWith(u'j')) {
             lastChoice << id;
         }

@@ -72,6 +72,8 @@ TEST_F(ClientServerTest, ChangedPasswordReplacesTheOldOne) {
     EXPECT_TRUE(after.isUsable());
     EXPECT_TRUE(NivoProfileAdmin::localLoginWithLoginName(QString(), QStringLiteral("after"), after.Pfx));
     EXPECT_FALSE(NivoProfileAdmin::localLoginWithLoginName(QStringLiteral("lena"), QStringLiteral("before"), after.Pfx));
+    EXPECT_FALSE(NivoProfileAdmin::localLoginWithLoginName(QStringLiteral("lena"), QStringLiteral("after"),
+                                                           QByteArray("not a key file")));
 }
 
 }  // namespace

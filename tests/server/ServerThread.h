@@ -15,7 +15,6 @@ public:
     ServerThread& operator=(const ServerThread&) = delete;
 
     [[nodiscard]] QString baseUrl() const;
-    [[nodiscard]] QString dataDir() const { return m_dir.path(); }
 
 private:
     struct Parts;

@@ -1,6 +1,5 @@
 #include "ScriptedHttpsServer.h"
 
-#include <QFile>
 #include <QHostAddress>
 #include <QSslCertificate>
 #include <QSslConfiguration>
@@ -8,20 +7,21 @@
 #include <QSslServer>
 #include <QSslSocket>
 
+#include "TestFiles.h"
+
 class ScriptedHttpsServerWorker : public QObject {
 public:
     explicit ScriptedHttpsServerWorker(ScriptedHttpsServer& owner) : m_owner(owner) {}
 
     quint16 listen(const QString& chainPem, const QString& keyPem) {
-        QFile chainFile(chainPem);
-        QFile keyFile(keyPem);
-        if (!chainFile.open(QIODevice::ReadOnly) || !keyFile.open(QIODevice::ReadOnly)) {
+        const QList<QSslCertificate> chain = QSslCertificate::fromData(fileBytes(chainPem));
+        const QSslKey key(fileBytes(keyPem), QSsl::Ec);
+        if (chain.isEmpty() || key.isNull()) {
             return 0;
         }
-        const QList<QSslCertificate> chain = QSslCertificate::fromData(chainFile.readAll());
         QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
         tls.setLocalCertificateChain(chain);
-        tls.setPrivateKey(QSslKey(keyFile.readAll(), QSsl::Ec));
+        tls.setPrivateKey(key);
         tls.setPeerVerifyMode(QSslSocket::VerifyNone);
         m_server = new QSslServer(this);
         m_server->setSslConfiguration(tls);
@@ -86,8 +86,13 @@ ScriptedHttpsServer::ScriptedHttpsServer(const QString& certificateChainPem,
     m_worker->moveToThread(&m_thread);
     QObject::connect(&m_thread, &QThread::finished, m_worker, &QObject::deleteLater);
     m_thread.start();
-    const QString chain = certificateChainPem.isEmpty() ? devChain() : certificateChainPem;
-    const QString key = privateKeyPem.isEmpty() ? devKey() : privateKeyPem;
+    // The development PKI's server certificate unless told otherwise.
+    const QString chain = certificateChainPem.isEmpty()
+                              ? QStringLiteral(NIVOGX_SOURCE_DIR "/certs/dev/server-tls-chain.pem")
+                              : certificateChainPem;
+    const QString key = privateKeyPem.isEmpty()
+                            ? QStringLiteral(NIVOGX_SOURCE_DIR "/certs/dev/server-tls.key")
+                            : privateKeyPem;
     QMetaObject::invokeMethod(
         m_worker, [this, chain, key] { return m_worker->listen(chain, key); },
         Qt::BlockingQueuedConnection, &m_port);
@@ -122,12 +127,4 @@ void ScriptedHttpsServer::hang() {
 QList<ScriptedHttpsServer::Request> ScriptedHttpsServer::requests() const {
     const QMutexLocker lock(&m_mutex);
     return m_requests;
-}
-
-QString ScriptedHttpsServer::devChain() {
-    return QStringLiteral(NIVOGX_SOURCE_DIR "/certs/dev/server-tls-chain.pem");
-}
-
-QString ScriptedHttpsServer::devKey() {
-    return QStringLiteral(NIVOGX_SOURCE_DIR "/certs/dev/server-tls.key");
 }

@@ -41,10 +41,6 @@ public:
 
     [[nodiscard]] QList<Request> requests() const;
 
-    // The development PKI's server certificate chain and key.
-    [[nodiscard]] static QString devChain();
-    [[nodiscard]] static QString devKey();
-
 private:
     friend class ScriptedHttpsServerWorker;
 

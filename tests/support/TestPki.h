@@ -27,7 +27,6 @@ public:
 
     TestPki();
 
-    [[nodiscard]] QString dir() const { return m_dir.path(); }
     [[nodiscard]] const Identity& ca() const noexcept { return m_ca; }
 
     // A user certified by `issuer` (the root CA when null).

@@ -52,3 +52,9 @@ QString UserSandbox::dataHome() const {
 QString UserSandbox::configHome() const {
     return QDir(root()).filePath(QStringLiteral("config"));
 }
+
+void UserSandbox::setUpUser(const QString& name) const {
+    (void)NivoGXUtil::generateRequiredDirectory();
+    NivoGXUtil::saveNivoCredentials(name, QStringLiteral("pw"));
+    NivoGXUtil::generateUserContactDB(name);
+}

@@ -19,6 +19,9 @@ public:
     [[nodiscard]] QString root() const { return m_dir.path(); }
     [[nodiscard]] QString dataHome() const;
     [[nodiscard]] QString configHome() const;
+    // What the launch and a sign-in leave for `name`: the folders, stored credentials (password
+    // "pw") and the user's contact database.
+    void setUpUser(const QString& name) const;
     // The in-memory store installed as the default keychain.
     [[nodiscard]] MemorySecretStore& keychain() { return *m_keychain; }
 

@@ -20,9 +20,15 @@ protected:
 
     QString getProfileStatus(const QByteArray& body) {
         server.answer(body, "text/plain");
+        return download().StatusText;
+    }
+    static NivoProfile download() {
         return NivoProfileAdmin::downloadProfileWithLogInName(QStringLiteral("alice"),
-                                                              QStringLiteral("pw"))
-            .StatusText;
+                                                              QStringLiteral("pw"));
+    }
+    static NivoProfile lookUp() {
+        return NivoProfileAdmin::downloadNivoIdWithRequesterLogInName(QStringLiteral("a"),
+                                                                      QStringLiteral("a"));
     }
 
     // Field names and values of the last request, in order.
@@ -50,13 +56,9 @@ TEST_F(NivoProfileAdminTest, GetProfileMarkersInOrderIgnoringCase) {
 
 TEST_F(NivoProfileAdminTest, EachOperationHasItsOwnMarkers) {
     server.answer("is not matched", "text/plain");
-    EXPECT_EQ(NivoProfileAdmin::downloadNivoIdWithRequesterLogInName(QStringLiteral("a"), QStringLiteral("a"))
-                  .StatusText,
-              QStringLiteral("Invalid NIVO ID email"));
+    EXPECT_EQ(lookUp().StatusText, QStringLiteral("Invalid NIVO ID email"));
     server.answer("x is not registered", "text/plain");
-    EXPECT_EQ(NivoProfileAdmin::downloadNivoIdWithRequesterLogInName(QStringLiteral("a"), QStringLiteral("a"))
-                  .StatusText,
-              QStringLiteral("Invalid NIVO ID name"));
+    EXPECT_EQ(lookUp().StatusText, QStringLiteral("Invalid NIVO ID name"));
 
     auto create = [] {
         return NivoProfileAdmin::createProfileWithLoginName(QStringLiteral("a"), QStringLiteral("p"),
@@ -115,26 +117,26 @@ TEST_F(NivoProfileAdminTest, NamesAreLowerCasedOnlyWhereTheServerExpectsIt) {
 }
 
 TEST_F(NivoProfileAdminTest, MalformedProfileAnswers) {
-    auto download = [this](const QByteArray& body) {
+    auto answered = [this](const QByteArray& body) {
         server.answer(body, "application/json");
-        return NivoProfileAdmin::downloadProfileWithLogInName(QStringLiteral("alice"), QStringLiteral("pw"));
+        return download();
     };
-    const NivoProfile noPfx = download("{\"LogInInfo\":\"alice||A\"}");
+    const NivoProfile noPfx = answered("{\"LogInInfo\":\"alice||A\"}");
     EXPECT_EQ(noPfx.StatusText, QString());
     EXPECT_FALSE(noPfx.StatusText.isNull());
     EXPECT_TRUE(noPfx.Pfx.isNull());
     EXPECT_TRUE(noPfx.LoginName.isNull());
 
-    EXPECT_EQ(download("not json at all").StatusText, QString());
-    EXPECT_EQ(download("").StatusText, QString());
+    EXPECT_EQ(answered("not json at all").StatusText, QString());
+    EXPECT_EQ(answered("").StatusText, QString());
 
-    EXPECT_EQ(download("{\"Pfx\":\"AAEC\",\"LogInInfo\":\"alice\"}").StatusText,
+    EXPECT_EQ(answered("{\"Pfx\":\"AAEC\",\"LogInInfo\":\"alice\"}").StatusText,
               QStringLiteral("Error:the answer's Pfx member is not an array"));
-    EXPECT_EQ(download("{\"Pfx\":[1,2,3]}").StatusText,
+    EXPECT_EQ(answered("{\"Pfx\":[1,2,3]}").StatusText,
               QStringLiteral("Error:the answer carries no login name"));
 
     // A key file that the password does not open: the profile keeps Pfx but has no certificate.
-    const NivoProfile unopened = download("{\"Pfx\":[1,2,3],\"LogInInfo\":\"alice||A||B\"}");
+    const NivoProfile unopened = answered("{\"Pfx\":[1,2,3],\"LogInInfo\":\"alice||A||B\"}");
     EXPECT_EQ(unopened.StatusText, QString());
     EXPECT_EQ(unopened.LoginName, QStringLiteral("alice"));
     EXPECT_EQ(unopened.Pfx, QByteArray("\x01\x02\x03"));
@@ -146,13 +148,10 @@ TEST_F(NivoProfileAdminTest, HugeAndDeeplyNestedAnswersEndAsFailures) {
     // 100 MB: refused once the first MiB has come, not held in memory and parsed.
     server.answer("{\"Pfx\":[" + QByteArray("1,").repeated(50 * 1024 * 1024) + "1]}",
                   "application/json");
-    NivoProfile profile =
-        NivoProfileAdmin::downloadProfileWithLogInName(QStringLiteral("alice"), QStringLiteral("pw"));
+    NivoProfile profile = download();
     EXPECT_EQ(profile.StatusText, QStringLiteral("The server's answer is too large."));
     EXPECT_TRUE(profile.Pfx.isEmpty());
-    EXPECT_EQ(NivoProfileAdmin::downloadNivoIdWithRequesterLogInName(QStringLiteral("a"), QStringLiteral("a"))
-                  .StatusText,
-              QStringLiteral("The server's answer is too large."));
+    EXPECT_EQ(lookUp().StatusText, QStringLiteral("The server's answer is too large."));
 
     // Nested 100,000 deep, well under the size cap: the codec gives up on depth, the answer
     // counts as one without a key file.
@@ -162,12 +161,10 @@ TEST_F(NivoProfileAdminTest, HugeAndDeeplyNestedAnswersEndAsFailures) {
     for (const QByteArray& deep :
          {"{\"Pfx\":" + deepArray + ",\"LogInInfo\":\"alice\"}", deepObject}) {
         server.answer(deep, "application/json");
-        profile = NivoProfileAdmin::downloadProfileWithLogInName(QStringLiteral("alice"),
-                                                                 QStringLiteral("pw"));
+        profile = download();
         EXPECT_EQ(profile.StatusText, QString());
         EXPECT_FALSE(profile.isUsable());
-        const NivoProfile id = NivoProfileAdmin::downloadNivoIdWithRequesterLogInName(
-            QStringLiteral("a"), QStringLiteral("a"));
+        const NivoProfile id = lookUp();
         EXPECT_EQ(id.StatusText, QString());
         EXPECT_TRUE(id.Cer.isEmpty());
     }
@@ -175,12 +172,9 @@ TEST_F(NivoProfileAdminTest, HugeAndDeeplyNestedAnswersEndAsFailures) {
 
 TEST_F(NivoProfileAdminTest, IdAnswerWithUnexpectedTypesEscapesToTheCaller) {
     server.answer("{\"Pfx\":[48,\"x\"]}");
-    EXPECT_THROW((void)NivoProfileAdmin::downloadNivoIdWithRequesterLogInName(QStringLiteral("a"),
-                                                                             QStringLiteral("a")),
-                 std::invalid_argument);
+    EXPECT_THROW((void)lookUp(), std::invalid_argument);
     server.answer("{\"Other\":1}");
-    const NivoProfile none =
-        NivoProfileAdmin::downloadNivoIdWithRequesterLogInName(QStringLiteral("a"), QStringLiteral("a"));
+    const NivoProfile none = lookUp();
     EXPECT_EQ(none.StatusText, QString());
     EXPECT_TRUE(none.Cer.isEmpty());
 }
@@ -221,15 +215,13 @@ TEST(NivoProfileAdminAnswerTest, AnswerBodiesAreReadWithoutAServer) {
 
 TEST_F(NivoProfileAdminTest, TransportFailuresAreTheLayersTexts) {
     server.hang();
-    EXPECT_EQ(NivoProfileAdmin::downloadProfileWithLogInName(QStringLiteral("a"), QStringLiteral("b")).StatusText,
-              QStringLiteral("The request timed out"));
+    EXPECT_EQ(download().StatusText, QStringLiteral("The request timed out"));
 
     QTcpServer probe;
     ASSERT_TRUE(probe.listen(QHostAddress::LocalHost, 0));
     AccountServer::setBaseUrl(QStringLiteral("https://127.0.0.1:%1").arg(probe.serverPort()));
     probe.close();
-    EXPECT_EQ(NivoProfileAdmin::downloadProfileWithLogInName(QStringLiteral("a"), QStringLiteral("b")).StatusText,
-              QStringLiteral("A connection failure occurred"));
+    EXPECT_EQ(download().StatusText, QStringLiteral("A connection failure occurred"));
     EXPECT_EQ(NivoProfileAdmin::checkLogInNameAvailability(QStringLiteral("a")),
               QStringLiteral("A connection failure occurred"));
 }

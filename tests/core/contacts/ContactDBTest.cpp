@@ -5,10 +5,10 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QTemporaryDir>
 
 #include "SqliteShell.h"
+#include "TestFiles.h"
 #include "contacts/ContactDB.h"
 
 namespace {
@@ -101,11 +101,7 @@ TEST_F(ContactDBTest, PresetsMatchNamesInAnyCaseAndTheirMembersAreReplacedInOrde
 TEST_F(ContactDBTest, NamelessPresetsOfAnImportedFileBecomeOnePreset) {
     const QString file = dir.filePath(QStringLiteral("nameless.cbkm"));
     db.exportDB(file);
-    QProcess shell;
-    shell.start(QStringLiteral("sqlite3"),
-                {file, QStringLiteral("insert into PRESET (Name) values (NULL), (NULL)")});
-    ASSERT_TRUE(shell.waitForFinished(10000));
-    ASSERT_EQ(shell.exitCode(), 0);
+    ASSERT_TRUE(sqliteExec(file, QStringLiteral("insert into PRESET (Name) values (NULL), (NULL)")));
 
     db.importContactMappingDB(file);
     db.importContactMappingDB(file);
@@ -153,22 +149,16 @@ TEST_F(ContactDBTest, AProfileFileIsAcceptedOnlyForItsUserAndPasswordAndItsLastR
               QStringLiteral("Invalid password"));
 
     // This program always rewrites row 1; a second row can only come from elsewhere.
-    QProcess shell;
-    shell.start(QStringLiteral("sqlite3"), {file, QStringLiteral("insert into NIVOPROFILE "
-                                                                 "(UserNivoID,PfxData) values "
-                                                                 "('alice', 'LAST')")});
-    ASSERT_TRUE(shell.waitForFinished(10000));
+    ASSERT_TRUE(sqliteExec(file, QStringLiteral("insert into NIVOPROFILE (UserNivoID,PfxData) "
+                                                "values ('alice', 'LAST')")));
     EXPECT_EQ(import(QStringLiteral("alice"), QStringLiteral("secret")).Pfx, QByteArray("LAST"));
 }
 
 TEST_F(ContactDBTest, FilesWithoutAProfileAreRefused) {
     const QString empty = dir.filePath(QStringLiteral("empty.vts"));
     const QString text = dir.filePath(QStringLiteral("notes.vts"));
-    QFile(empty).open(QIODevice::WriteOnly);
-    QFile textFile(text);
-    ASSERT_TRUE(textFile.open(QIODevice::WriteOnly));
-    textFile.write(QByteArray(300, 'n'));
-    textFile.close();
+    ASSERT_TRUE(putFile(empty));
+    ASSERT_TRUE(putFile(text, QByteArray(300, 'n')));
     // The last one is a database with an empty profile table.
     for (const QString& file : {empty, text, dir.filePath(QStringLiteral("missing.vts")), path()}) {
         EXPECT_EQ(ContactDB::importProfileDB(file, QStringLiteral("alice"),
@@ -184,18 +174,16 @@ TEST_F(ContactDBTest, ViewsInAFileFromOutsideAreRefusedInsteadOfRunForever) {
     const QString endless =
         QStringLiteral("WITH RECURSIVE n(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM n) ");
     const QString file = dir.filePath(QStringLiteral("views.cbkm"));
-    QProcess shell;
-    shell.start(QStringLiteral("sqlite3"),
-                {file, QStringLiteral("CREATE VIEW CONTACT AS ") + endless +
-                           QStringLiteral("SELECT x AS ID, 'N' AS DisplayName, 'n' || x AS NivoID, "
-                                          "x'00' AS CertData FROM n; CREATE VIEW PRESET AS ") +
-                           endless + QStringLiteral("SELECT x AS PresetID, 'p' AS Name FROM n; "
-                                                    "CREATE VIEW NIVOPROFILE AS ") +
-                           endless +
-                           QStringLiteral("SELECT x AS UserID, 'alice' AS UserNivoID, "
-                                          "x'00' AS PfxData FROM n;")});
-    ASSERT_TRUE(shell.waitForFinished(10000));
-    ASSERT_EQ(shell.exitCode(), 0) << shell.readAllStandardError().toStdString();
+    ASSERT_TRUE(sqliteExec(
+        file, QStringLiteral("CREATE VIEW CONTACT AS ") + endless +
+                  QStringLiteral("SELECT x AS ID, 'N' AS DisplayName, 'n' || x AS NivoID, "
+                                 "x'00' AS CertData FROM n; CREATE VIEW PRESET AS ") +
+                  endless +
+                  QStringLiteral("SELECT x AS PresetID, 'p' AS Name FROM n; "
+                                 "CREATE VIEW NIVOPROFILE AS ") +
+                  endless +
+                  QStringLiteral("SELECT x AS UserID, 'alice' AS UserNivoID, "
+                                 "x'00' AS PfxData FROM n;")));
 
     EXPECT_EQ(db.importContactDB(file, QStringLiteral("alice")),
               QStringLiteral("Unable to retrieve contacts from file."));
@@ -213,14 +201,8 @@ TEST_F(ContactDBTest, ImportingAFileInWalModeWritesNothingNextToIt) {
     QDir(dir.path()).mkdir(QStringLiteral("chosen"));
     const QString file = dir.filePath(QStringLiteral("chosen/wal.cbkm"));
     db.exportDB(file);
-    QProcess shell;
-    shell.start(QStringLiteral("sqlite3"), {file, QStringLiteral("PRAGMA journal_mode=WAL;")});
-    ASSERT_TRUE(shell.waitForFinished(10000));
-    ASSERT_EQ(shell.exitCode(), 0);
-    const QByteArray bytes = [&file] {
-        QFile f(file);
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-    }();
+    ASSERT_TRUE(sqliteExec(file, QStringLiteral("PRAGMA journal_mode=WAL;")));
+    const QByteArray bytes = fileBytes(file);
 
     ContactDB other;
     other.initDB(dir.filePath(QStringLiteral("Contact_carol.db")));
@@ -235,9 +217,7 @@ TEST_F(ContactDBTest, ImportingAFileInWalModeWritesNothingNextToIt) {
     EXPECT_EQ(QDir(dir.filePath(QStringLiteral("chosen")))
                   .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
               QStringList{QStringLiteral("wal.cbkm")});
-    QFile after(file);
-    ASSERT_TRUE(after.open(QIODevice::ReadOnly));
-    EXPECT_EQ(after.readAll(), bytes);
+    EXPECT_EQ(fileBytes(file), bytes);
 }
 
 TEST_F(ContactDBTest, AnUnusableDatabaseGivesFailureValuesAndCreatesNothing) {

@@ -3,40 +3,24 @@
 // its data. None of them may put anything unusable into the user's contacts, and none is written.
 #include <gtest/gtest.h>
 
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
 #include "SqliteShell.h"
+#include "TestFiles.h"
 #include "UserSandbox.h"
 #include "sqlite/SqliteDatabase.h"
 #include "storage/NivoGXUtil.h"
 
 namespace {
 
-QByteArray digest(const QString& path) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        return {};
-    }
-    QCryptographicHash hash(QCryptographicHash::Sha256);
-    hash.addData(&file);
-    return hash.result();
-}
-
 class HostileBackupTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        NivoGXUtil::generateRequiredDirectory();
-        NivoGXUtil::saveNivoCredentials(QStringLiteral("alice"), QStringLiteral("pw"));
-        NivoGXUtil::generateUserContactDB(QStringLiteral("alice"));
-        Contact bob;
-        bob.NivoID = QStringLiteral("bob");
-        bob.DisplayName = QStringLiteral("Bob");
-        bob.CertData = "B";
-        NivoGXUtil::addContact(bob);
-        m_live = digest(livePath());
+        sandbox.setUpUser(QStringLiteral("alice"));
+        NivoGXUtil::addContact({0, QStringLiteral("bob"), QStringLiteral("Bob"), "B"});
+        m_live = fileDigest(livePath());
     }
 
     QString livePath() const { return NivoGXUtil::contactDBPath(QStringLiteral("alice")); }
@@ -54,14 +38,14 @@ protected:
 
     // Imports `path` and checks that the file was only read; returns the message.
     QString import(const QString& path) const {
-        const QByteArray before = digest(path);
+        const QByteArray before = fileDigest(path);
         const QString message = NivoGXUtil::importContacts(path);
-        EXPECT_EQ(digest(path), before) << "the backup was written to";
+        EXPECT_EQ(fileDigest(path), before) << "the backup was written to";
         return message;
     }
 
     void expectContactsUnchanged() const {
-        EXPECT_EQ(digest(livePath()), m_live);
+        EXPECT_EQ(fileDigest(livePath()), m_live);
         EXPECT_EQ(sqliteShell(livePath(), QStringLiteral("select NivoID from CONTACT")),
                   QStringList{QStringLiteral("bob")});
     }

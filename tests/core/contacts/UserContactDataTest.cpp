@@ -3,13 +3,13 @@
 // and the quiet refusals when nobody is signed in.
 #include <gtest/gtest.h>
 
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <algorithm>
 
 #include "SqliteShell.h"
+#include "TestFiles.h"
 #include "UserSandbox.h"
 #include "contacts/ContactDB.h"
 #include "contacts/RecipientChoice.h"
@@ -18,33 +18,12 @@
 namespace {
 
 Contact contact(const QString& nivoID, const QString& displayName, const QByteArray& cert) {
-    Contact c;
-    c.NivoID = nivoID;
-    c.DisplayName = displayName;
-    c.CertData = cert;
-    return c;
-}
-
-QByteArray digest(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly)
-               ? QCryptographicHash::hash(file.readAll(), QCryptographicHash::Sha256)
-               : QByteArray();
-}
-
-void writeFile(const QString& path, const QByteArray& data) {
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(data);
+    return {0, nivoID, displayName, cert};
 }
 
 class UserContactDataTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        NivoGXUtil::generateRequiredDirectory();
-        NivoGXUtil::saveNivoCredentials(QStringLiteral("Alice"), QStringLiteral("pw"));
-        NivoGXUtil::generateUserContactDB(QStringLiteral("Alice"));
-    }
+    void SetUp() override { sandbox.setUpUser(QStringLiteral("Alice")); }
 
     QString livePath() const { return NivoGXUtil::contactDBPath(QStringLiteral("Alice")); }
     QString file(const QString& name) const { return QDir(sandbox.root()).filePath(name); }
@@ -119,13 +98,13 @@ TEST_F(UserContactDataTest, ABackupNeverHoldsTheProfileAndTheLiveDatabaseLosesIt
     EXPECT_EQ(sqliteCount(profileFile, QStringLiteral("CONTACT")), 1);
 
     const QString backup = file(QStringLiteral("contacts.cbkm"));
-    writeFile(backup, "an earlier file under the same name");
+    ASSERT_TRUE(putFile(backup, "an earlier file under the same name"));
     ASSERT_TRUE(NivoGXUtil::exportContacts(backup));
     EXPECT_EQ(sqliteCount(backup, QStringLiteral("NIVOPROFILE")), 0);
     EXPECT_EQ(sqliteCount(livePath(), QStringLiteral("NIVOPROFILE")), 0);
     EXPECT_EQ(sqliteShell(backup, QStringLiteral("select NivoID from CONTACT")),
               QStringList{QStringLiteral("bob")});
-    EXPECT_EQ(digest(backup), digest(livePath()));
+    EXPECT_EQ(fileDigest(backup), fileDigest(livePath()));
     EXPECT_EQ(QFileInfo(backup).permissions() & (QFileDevice::ReadOther | QFileDevice::ReadGroup),
               QFileDevice::Permissions());
     // No temporary file is left beside the exports.
@@ -147,12 +126,9 @@ TEST_F(UserContactDataTest, ImportSkipsTheOwnAccountAndIncompleteRowsAndTwiceCha
                     contact(QStringLiteral("dave"), QStringLiteral("Dave"), QByteArray()),
                     contact(QStringLiteral("erin"), QStringLiteral("Erin"), "E")});
     // A row with no account name at all cannot be made through ContactDB.
-    QProcess shell;
-    shell.start(QStringLiteral("sqlite3"),
-                {backup, QStringLiteral("insert into CONTACT (DisplayName,"
-                                        "CertData) values ('X', 'X')")});
-    ASSERT_TRUE(shell.waitForFinished(10000));
-    const QByteArray before = digest(backup);
+    ASSERT_TRUE(sqliteExec(
+        backup, QStringLiteral("insert into CONTACT (DisplayName, CertData) values ('X', 'X')")));
+    const QByteArray before = fileDigest(backup);
 
     EXPECT_EQ(NivoGXUtil::importContacts(backup), QStringLiteral(""));
     const QStringList once = liveRows();
@@ -160,29 +136,29 @@ TEST_F(UserContactDataTest, ImportSkipsTheOwnAccountAndIncompleteRowsAndTwiceCha
               (QStringList{QStringLiteral("1|bob|Bob|B-new"), QStringLiteral("2|erin|Erin|E")}));
     EXPECT_EQ(NivoGXUtil::importContacts(backup), QStringLiteral(""));
     EXPECT_EQ(liveRows(), once);
-    EXPECT_EQ(digest(backup), before);
+    EXPECT_EQ(fileDigest(backup), before);
 }
 
 TEST_F(UserContactDataTest, AFileThatIsNotAContactDatabaseIsRefusedAndNothingChanges) {
     NivoGXUtil::addContact(contact(QStringLiteral("bob"), QStringLiteral("Bob"), "B"));
-    const QByteArray live = digest(livePath());
+    const QByteArray live = fileDigest(livePath());
 
     const QString text = file(QStringLiteral("notes.cbkm"));
-    writeFile(text, QByteArray(4096, 'z'));
+    ASSERT_TRUE(putFile(text, QByteArray(4096, 'z')));
     const QString empty = file(QStringLiteral("empty.cbkm"));
-    writeFile(empty, QByteArray());
+    ASSERT_TRUE(putFile(empty, QByteArray()));
     for (const QString& path : {text, empty}) {
-        const QByteArray before = digest(path);
+        const QByteArray before = fileDigest(path);
         EXPECT_EQ(NivoGXUtil::importContacts(path),
                   QStringLiteral("Unable to retrieve contacts from file."));
-        EXPECT_EQ(digest(path), before);
+        EXPECT_EQ(fileDigest(path), before);
         EXPECT_EQ(NivoGXUtil::importContactMapping(path), QStringLiteral(""));
-        EXPECT_EQ(digest(path), before);
+        EXPECT_EQ(fileDigest(path), before);
     }
     // A file that cannot be opened at all imports nothing, silently.
     EXPECT_EQ(NivoGXUtil::importContacts(file(QStringLiteral("missing.cbkm"))), QStringLiteral(""));
     EXPECT_FALSE(QFile::exists(file(QStringLiteral("missing.cbkm"))));
-    EXPECT_EQ(digest(livePath()), live);
+    EXPECT_EQ(fileDigest(livePath()), live);
 }
 
 TEST_F(UserContactDataTest, MappingImportTakesOverPresetsByNameWithTheirMemberIdsAsTheyStand) {

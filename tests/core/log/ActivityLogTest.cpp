@@ -10,6 +10,7 @@
 #include <QTemporaryDir>
 #include <QUrl>
 
+#include "TestFiles.h"
 #include "UserSandbox.h"
 #include "log/ActivityLog.h"
 #include "storage/NivoGXUtil.h"
@@ -17,11 +18,6 @@
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
-
-QByteArray contents(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 // Records what the desktop would have been asked to open.
 class UrlCatcher : public QObject {
@@ -103,10 +99,7 @@ TEST_F(ActivityLogTest, FieldsAreThePiecesBetweenSeparators) {
         u"d | t | Encrypt | /a | r | s | \n"_s,    u"\n"_s,
         u"d | t | Encrypt | /a | r | s |\n"_s,     u"d | t | Encrypt | /a || r | s\n"_s,
         u"d  |  t | E | /é | r |  | s\n"_s,       u"d | t | Decrypt | /a | r | s"_s};
-    QFile file(logPath());
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(lines.join(QString()).toUtf8());
-    file.close();
+    ASSERT_TRUE(putFile(logPath(), lines.join(QString()).toUtf8()));
     QList<LogEntry> expected;
     for (const QString& line : lines) {
         const QStringList pieces = line.split(u" | "_s);
@@ -137,12 +130,9 @@ TEST_F(ActivityLogTest, ExportAndViewingNeedAnExistingLog) {
     EXPECT_TRUE(catcher.opened.isEmpty());
 
     write(QStringLiteral("Encrypt"), QStringLiteral("/a"), {}, QStringLiteral("Completed"));
-    QFile old(copy);
-    ASSERT_TRUE(old.open(QIODevice::WriteOnly));
-    old.write(QByteArray(1000, '#'));  // an earlier, longer export under the same name
-    old.close();
+    ASSERT_TRUE(putFile(copy, QByteArray(1000, '#')));  // an earlier, longer export of that name
     EXPECT_TRUE(log.exportLogFile(copy));
-    EXPECT_EQ(contents(copy), contents(logPath()));
+    EXPECT_EQ(fileBytes(copy), fileBytes(logPath()));
     log.viewLog();
     QDesktopServices::unsetUrlHandler(QStringLiteral("file"));
     EXPECT_EQ(catcher.opened, QList<QUrl>{QUrl::fromLocalFile(logPath())});

@@ -3,22 +3,14 @@
 // is read.
 #include <gtest/gtest.h>
 
-#include <QCryptographicHash>
-#include <QFile>
 #include <QTemporaryDir>
 
+#include "TestFiles.h"
 #include "log/ActivityLog.h"
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
-
-QByteArray digest(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly)
-               ? QCryptographicHash::hash(file.readAll(), QCryptographicHash::Sha256)
-               : QByteArray();
-}
 
 QByteArray line(const QByteArray& file, const QByteArray& status = "Success") {
     return "2026-Nov-22 | 09:00:00 | Encrypt | " + file + " | bob,alice | " + status + "\n";
@@ -26,12 +18,7 @@ QByteArray line(const QByteArray& file, const QByteArray& status = "Success") {
 
 class HostileLogTest : public ::testing::Test {
 protected:
-    QString write(const QByteArray& content) {
-        QFile file(path());
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        EXPECT_EQ(file.write(content), content.size());
-        return path();
-    }
+    void write(const QByteArray& content) { ASSERT_TRUE(putFile(path(), content)); }
     QString path() const { return dir.filePath(QStringLiteral("alice.log")); }
 
     QTemporaryDir dir;
@@ -40,13 +27,13 @@ protected:
 TEST_F(HostileLogTest, ATenMegabyteLineIsReadWholeAndTheLinesAroundIt) {
     const QByteArray longPath = "/" + QByteArray(10 * 1024 * 1024, 'p');
     write(line("/first") + line(longPath) + line("/last", "Failed"));
-    const QByteArray before = digest(path());
+    const QByteArray before = fileDigest(path());
     const QList<LogEntry> entries = ActivityLog(path()).getLogEntries();
     ASSERT_EQ(entries.size(), 3);
     EXPECT_EQ(entries[0].filePath, QStringLiteral("/first"));
     EXPECT_EQ(entries[1].filePath.size(), longPath.size());
     EXPECT_EQ(entries[2].status, QStringLiteral("Failed\n"));
-    EXPECT_EQ(digest(path()), before);
+    EXPECT_EQ(fileDigest(path()), before);
 }
 
 TEST_F(HostileLogTest, ReadingStopsAtALineThatIsNotUtf8) {
@@ -54,11 +41,11 @@ TEST_F(HostileLogTest, ReadingStopsAtALineThatIsNotUtf8) {
     // sequence. Everything before the bad line is read; the reader does not guess past it.
     for (const QByteArray& bad : {"\x80"_ba, "\xc0\xaf"_ba, "\xe2\x82"_ba, "\xff\xfe"_ba}) {
         write(line("/before") + line("/bad" + bad) + line("/after"));
-        const QByteArray before = digest(path());
+        const QByteArray before = fileDigest(path());
         const QList<LogEntry> entries = ActivityLog(path()).getLogEntries();
         ASSERT_EQ(entries.size(), 1) << bad.toHex().toStdString();
         EXPECT_EQ(entries[0].filePath, QStringLiteral("/before"));
-        EXPECT_EQ(digest(path()), before);
+        EXPECT_EQ(fileDigest(path()), before);
     }
 }
 

@@ -6,6 +6,7 @@
 #include <QTemporaryDir>
 #include <random>
 
+#include "TestFiles.h"
 #include "log/ByteRange.h"
 #include "log/XRFileReader.h"
 
@@ -15,9 +16,7 @@ class XRFileReaderTest : public ::testing::Test {
 protected:
     QString fileWith(const QByteArray& data) {
         const QString path = dir.filePath(QStringLiteral("lines.log"));
-        QFile file(path);
-        file.open(QIODevice::WriteOnly);
-        file.write(data);
+        EXPECT_TRUE(putFile(path, data));
         return path;
     }
     static QStringList allLines(XRFileReader& reader) {
@@ -43,19 +42,6 @@ TEST_F(XRFileReaderTest, LinesKeepTheirDelimiterAndTheLastOneNeedsNone) {
     auto empty = XRFileReader::initWithFilePath(fileWith(""));
     ASSERT_TRUE(empty);
     EXPECT_EQ(empty->readLine(), std::nullopt);
-}
-
-TEST_F(XRFileReaderTest, LongLinesAndCharactersAcrossChunkBordersAreReadWhole) {
-    // "é" is two bytes; placed so that it straddles the first chunk border.
-    const QByteArray longLine = QByteArray(511, 'a') + "é" + QByteArray(1000, 'b') + "\n";
-    auto reader = XRFileReader::initWithFilePath(fileWith(longLine + "short\n"));
-    ASSERT_TRUE(reader);
-    EXPECT_EQ(reader->readLine(), QString::fromUtf8(longLine));
-    EXPECT_EQ(reader->readLine(), QStringLiteral("short\n"));
-
-    auto tiny = XRFileReader::initWithFilePath(fileWith("ab\ncd\n"));
-    tiny->setChunkSize(1);
-    EXPECT_EQ(allLines(*tiny), (QStringList{QStringLiteral("ab\n"), QStringLiteral("cd\n")}));
 }
 
 TEST_F(XRFileReaderTest, TrimmingOtherDelimitersAndStopping) {

@@ -5,6 +5,7 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 
+#include "TestFiles.h"
 #include "UserSandbox.h"
 #include "storage/AtomicFile.h"
 #include "storage/NivoGXUtil.h"
@@ -13,11 +14,6 @@ namespace {
 
 QStringList entries(const QString& folder) {
     return QDir(folder).entryList(QDir::Files | QDir::Hidden | QDir::System, QDir::Name);
-}
-
-QByteArray contentOf(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 // Both ways of keeping the temporary file: without a name where the system allows it, and with
@@ -38,7 +34,7 @@ TEST_P(AtomicFileTest, WritesPrivatelyAndReplacesWithoutLeftovers) {
     const QString path = dir.filePath(QStringLiteral("key.pfx"));
     ASSERT_TRUE(AtomicFile::write(path, QByteArray(100000, 'a')));
     ASSERT_TRUE(AtomicFile::write(path, "short"));
-    EXPECT_EQ(contentOf(path), QByteArray("short"));
+    EXPECT_EQ(fileBytes(path), QByteArray("short"));
     EXPECT_EQ(QFileInfo(path).permissions(), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
                                                  QFileDevice::ReadUser | QFileDevice::WriteUser);
     EXPECT_EQ(entries(dir.path()), QStringList{QStringLiteral("key.pfx")});
@@ -54,17 +50,17 @@ TEST_P(AtomicFileTest, NothingAppearsBeforeCommitAndAFailureLeavesNothing) {
         AtomicFile file(path);
         ASSERT_TRUE(file.open());
         ASSERT_EQ(file.device()->write("half of the new"), 15);
-        EXPECT_EQ(contentOf(path), QByteArray("old"));
+        EXPECT_EQ(fileBytes(path), QByteArray("old"));
         // Dropped without commit, as when the work fails.
     }
-    EXPECT_EQ(contentOf(path), QByteArray("old"));
+    EXPECT_EQ(fileBytes(path), QByteArray("old"));
     EXPECT_EQ(entries(dir.path()), QStringList{QStringLiteral("report.pdf")});
 
     AtomicFile file(path);
     ASSERT_TRUE(file.open());
     file.discard();
     EXPECT_FALSE(file.commit());
-    EXPECT_EQ(contentOf(path), QByteArray("old"));
+    EXPECT_EQ(fileBytes(path), QByteArray("old"));
 }
 
 std::string temporaryKind(const ::testing::TestParamInfo<bool>& named) {
@@ -93,8 +89,7 @@ TEST(AtomicFileCleanup, RemovesOnlyTemporariesWhoseWriterIsGone) {
                               QStringLiteral(".x.nivogx-Ab3dE6gH.part.bak"),
                               QStringLiteral(".x.nivogx-Ab3dE6gH.PART")};
     for (const QString& name : stale + foreign) {
-        QFile file(dir.filePath(name));
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << name.toStdString();
+        ASSERT_TRUE(putFile(dir.filePath(name))) << name.toStdString();
     }
     ASSERT_TRUE(QDir(dir.path()).mkdir(QStringLiteral(".sub.nivogx-Ab3dE6gH.part")));
 
@@ -108,7 +103,7 @@ TEST(AtomicFileCleanup, RemovesOnlyTemporariesWhoseWriterIsGone) {
     EXPECT_TRUE(QFileInfo(dir.filePath(QStringLiteral(".sub.nivogx-Ab3dE6gH.part"))).isDir());
 
     ASSERT_TRUE(live.commit());
-    EXPECT_EQ(contentOf(dir.filePath(QStringLiteral("live.bin"))), QByteArray("still writing"));
+    EXPECT_EQ(fileBytes(dir.filePath(QStringLiteral("live.bin"))), QByteArray("still writing"));
     EXPECT_EQ(AtomicFile::removeStaleTemporaries(dir.path()), 0);
     EXPECT_EQ(AtomicFile::removeStaleTemporaries(QString()), 0);
 }
@@ -130,8 +125,7 @@ TEST(AtomicFileCleanup, StartUpClearsTheApplicationAndRememberedOutputFoldersOnl
                               received, elsewhere};
     for (const QString& folder : folders) {
         for (const QString& name : {stale, QStringLiteral("x.tvf")}) {
-            QFile file(QDir(folder).filePath(name));
-            ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+            ASSERT_TRUE(putFile(QDir(folder).filePath(name)));
         }
     }
     NivoGXUtil::removeStaleTemporaries();

@@ -7,6 +7,7 @@
 #include <QFileInfo>
 #include <QSettings>
 
+#include "TestFiles.h"
 #include "UserSandbox.h"
 #include "storage/NivoGXUtil.h"
 
@@ -17,11 +18,6 @@ constexpr auto kOwnerOnlyFolder = QFileDevice::ReadOwner | QFileDevice::WriteOwn
                                   QFileDevice::WriteUser | QFileDevice::ExeUser;
 constexpr auto kOwnerOnlyFile = QFileDevice::ReadOwner | QFileDevice::WriteOwner |
                                 QFileDevice::ReadUser | QFileDevice::WriteUser;
-
-QByteArray contents(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 NivoProfile profileFor(const QString& name) {
     NivoProfile p;
@@ -70,8 +66,8 @@ TEST_F(FoldersAndSignInTest, CompleteSignInIsFoundAtTheNextLaunchAndLoadsTheProf
     signIn(QStringLiteral("Alice.Smith"), QStringLiteral("pw"));
     const QString pfx = QDir(appFolder()).filePath(QStringLiteral("pfx/alice.smith.pfx"));
     const QString cer = QDir(appFolder()).filePath(QStringLiteral("cert/alice.smith.cer"));
-    EXPECT_EQ(contents(pfx), QByteArray("PFX of Alice.Smith"));
-    EXPECT_EQ(contents(cer), QByteArray("CER of Alice.Smith"));
+    EXPECT_EQ(fileBytes(pfx), QByteArray("PFX of Alice.Smith"));
+    EXPECT_EQ(fileBytes(cer), QByteArray("CER of Alice.Smith"));
     EXPECT_EQ(QFileInfo(pfx).permissions(), kOwnerOnlyFile);
     EXPECT_EQ(QFileInfo(cer).permissions(), kOwnerOnlyFile);
     EXPECT_EQ(NivoGXUtil::getNivoProfile(), profileFor(QStringLiteral("Alice.Smith")));
@@ -128,8 +124,8 @@ TEST_F(FoldersAndSignInTest, NewProfileReplacesTheOldFiles) {
     renewed.Pfx = "new";  // shorter than before: nothing of the old file may remain
     renewed.Cer = "c";
     NivoGXUtil::setNivoProfile(renewed);
-    EXPECT_EQ(contents(NivoGXUtil::pfxPath()), QByteArray("new"));
-    EXPECT_EQ(contents(NivoGXUtil::certificatePath()), QByteArray("c"));
+    EXPECT_EQ(fileBytes(NivoGXUtil::pfxPath()), QByteArray("new"));
+    EXPECT_EQ(fileBytes(NivoGXUtil::certificatePath()), QByteArray("c"));
     EXPECT_EQ(QDir(QFileInfo(NivoGXUtil::pfxPath()).path()).entryList(QDir::Files),
               QStringList{QStringLiteral("alice.pfx")});
 }
@@ -141,17 +137,15 @@ TEST_F(FoldersAndSignInTest, SignOutDeletesOnlyTheKeyMaterial) {
     const QString logFile = NivoGXUtil::logPath();
     const QString dbFile = QDir(appFolder()).filePath(QStringLiteral("contacts/Contact_alice.db"));
     for (const QString& path : {logFile, dbFile}) {
-        QFile file(path);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write("kept");
+        ASSERT_TRUE(putFile(path, "kept"));
     }
 
     NivoGXUtil::logout();
 
     EXPECT_FALSE(QFileInfo::exists(NivoGXUtil::pfxPath()));
     EXPECT_FALSE(QFileInfo::exists(NivoGXUtil::certificatePath()));
-    EXPECT_EQ(contents(logFile), QByteArray("kept"));
-    EXPECT_EQ(contents(dbFile), QByteArray("kept"));
+    EXPECT_EQ(fileBytes(logFile), QByteArray("kept"));
+    EXPECT_EQ(fileBytes(dbFile), QByteArray("kept"));
     EXPECT_EQ(NivoGXUtil::getLastInputFolder(), QStringLiteral("/in"));
     EXPECT_TRUE(NivoGXUtil::getNivoProfile().has_value()) << "memory stays until the app quits";
     EXPECT_EQ(NivoGXUtil::getNivoUsername(), QStringLiteral("alice"));
