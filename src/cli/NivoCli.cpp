@@ -823,7 +823,6 @@ int NivoCli::inspect(const QStringList& arguments) {
         m_console.err() << kFailedLine.arg(path, file.errorString()) << Qt::endl;
         return Failure;
     }
-    const QByteArray data = file.readAll();
 
     // Recipients are named after the contacts and the user when signed in; otherwise by
     // certificate only.
@@ -840,7 +839,7 @@ int NivoCli::inspect(const QStringList& arguments) {
             certificates << own->Cer;
         }
     }
-    const CmsOutline inspection = CmsOutline::inspect(data, certificates);
+    const CmsOutline inspection = CmsOutline::inspect(file, certificates);
     if (!inspection.failure.isEmpty()) {
         m_console.err() << kFailedLine.arg(path, inspection.failure) << Qt::endl;
         return Failure;

@@ -1,5 +1,6 @@
 #include "crypto/BerReader.h"
 
+#include <QIODevice>
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -21,6 +22,7 @@ const QString kLeftover = u"an element holds more than expected"_s;
 const QString kMissing = u"the %1 is missing"_s;
 const QString kUnexpected = u"the %1 is not where it belongs"_s;
 const QString kBadSegment = u"a segment of an OCTET STRING is of another type"_s;
+const QString kCannotRead = u"the data cannot be read (%1)"_s;
 
 // Identifier octets of high tag numbers: at most four, so the number fits in 28 bits.
 constexpr int kMaxTagOctets = 4;
@@ -34,6 +36,14 @@ qint64 BerMemorySource::read(char* data, qint64 size) {
     std::memcpy(data, m_bytes.constData() + m_position, static_cast<size_t>(count));
     m_position += count;
     return count;
+}
+
+qint64 BerDeviceSource::read(char* data, qint64 size) {
+    const qint64 read = m_device.read(data, size);
+    if (read < 0) {
+        throw BerReader::Error(kCannotRead.arg(m_device.errorString()));
+    }
+    return read;
 }
 
 BerReader::BerReader(BerSource& source) : m_source(source) {}

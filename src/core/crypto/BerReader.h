@@ -8,6 +8,8 @@
 #include <optional>
 #include <vector>
 
+class QIODevice;
+
 // Where a BerReader takes its bytes from.
 class BerSource {
 public:
@@ -25,6 +27,16 @@ public:
 private:
     QByteArray m_bytes;
     qsizetype m_position = 0;
+};
+
+// A BerSource reading a QIODevice from its current position; a read failure is a fault.
+class BerDeviceSource final : public BerSource {
+public:
+    explicit BerDeviceSource(QIODevice& device) : m_device(device) {}
+    qint64 read(char* data, qint64 size) override;
+
+private:
+    QIODevice& m_device;
 };
 
 // Walks BER (definite and indefinite lengths) from a source, front to back, without ever holding

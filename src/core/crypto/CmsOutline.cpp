@@ -3,11 +3,12 @@
 #include <openssl/asn1.h>
 #include <openssl/objects.h>
 
+#include <QBuffer>
 #include <memory>
-#include <optional>
-#include <tuple>
 #include <vector>
 
+#include "crypto/BerReader.h"
+#include "crypto/CmsHead.h"
 #include "crypto/OpenSsl.h"
 #include "crypto/TVXCmsParser.h"
 
@@ -18,10 +19,9 @@ namespace {
 const QString kKeyTransport = u"key transport"_s;
 const QString kKeyAgreement = u"key agreement"_s;
 const QString kOtherRecipient = u"recipient type %1"_s;
-// Nesting is bounded so that a hostile file cannot exhaust the stack while its ends are sought.
-constexpr int kMaxDepth = 64;
 
 using Asn1ObjectPtr = std::unique_ptr<ASN1_OBJECT, nivossl::Free<ASN1_OBJECT_free>>;
+using AlgorithmPtr = std::unique_ptr<X509_ALGOR, nivossl::Free<X509_ALGOR_free>>;
 
 QString objectName(const ASN1_OBJECT* object) {
     if (object == nullptr) {
@@ -70,134 +70,6 @@ QString octetsHex(const ASN1_OCTET_STRING* octets) {
     return integerHex(octets);
 }
 
-// A minimal reader of BER, enough to reach the content-encryption algorithm, which OpenSSL does
-// not hand out for a message it has not decrypted.
-class BerReader {
-public:
-    BerReader(const unsigned char* begin, const unsigned char* end) : m_pos(begin), m_end(end) {}
-
-    struct Element {
-        int tag = 0;
-        int tagClass = 0;
-        bool constructed = false;
-        bool indefinite = false;
-        const unsigned char* header = nullptr;
-        const unsigned char* content = nullptr;
-        long length = 0;  // of the content; 0 when indefinite
-    };
-
-    std::optional<Element> next() {
-        if (m_pos >= m_end) {
-            return std::nullopt;
-        }
-        Element e;
-        const unsigned char* p = m_pos;
-        const int flags = ASN1_get_object(&p, &e.length, &e.tag, &e.tagClass, m_end - m_pos);
-        if (flags & 0x80) {
-            return std::nullopt;
-        }
-        e.constructed = (flags & V_ASN1_CONSTRUCTED) != 0;
-        e.indefinite = (flags & 1) != 0;
-        e.header = m_pos;
-        e.content = p;
-        m_pos = p;
-        return e;
-    }
-    // Moves past the element just read by next().
-    bool skip(const Element& e, int depth = 0) {
-        if (!e.indefinite) {
-            m_pos = e.content + e.length;
-            return m_pos <= m_end;
-        }
-        if (depth > kMaxDepth) {
-            return false;
-        }
-        // Children up to the end-of-contents marker.
-        for (;;) {
-            const auto child = next();
-            if (!child) {
-                return false;
-            }
-            if (child->tag == V_ASN1_EOC && child->tagClass == V_ASN1_UNIVERSAL) {
-                return true;
-            }
-            if (!skip(*child, depth + 1)) {
-                return false;
-            }
-        }
-    }
-    // Continues inside a constructed element just read by next().
-    void enter(const Element& e) { m_pos = e.content; }
-
-private:
-    const unsigned char* m_pos;
-    const unsigned char* m_end;
-};
-
-// The OID text of EncryptedContentInfo's content type and algorithm; empty on any surprise.
-std::pair<QString, QString> encryptedContentInfo(const QByteArray& der) {
-    const auto* begin = reinterpret_cast<const unsigned char*>(der.constData());
-    BerReader reader(begin, begin + der.size());
-    // ContentInfo SEQUENCE { contentType, [0] EXPLICIT EnvelopedData SEQUENCE { ... } }
-    auto contentInfo = reader.next();
-    if (!contentInfo || !contentInfo->constructed) {
-        return {};
-    }
-    reader.enter(*contentInfo);
-    auto contentType = reader.next();
-    if (!contentType || !reader.skip(*contentType)) {
-        return {};
-    }
-    auto explicitTag = reader.next();
-    if (!explicitTag || !explicitTag->constructed) {
-        return {};
-    }
-    reader.enter(*explicitTag);
-    auto enveloped = reader.next();
-    if (!enveloped || !enveloped->constructed) {
-        return {};
-    }
-    reader.enter(*enveloped);
-    // version, optional [0] originatorInfo, recipientInfos SET, then EncryptedContentInfo.
-    for (int field = 0; field < 4; ++field) {
-        auto e = reader.next();
-        if (!e) {
-            return {};
-        }
-        if (e->tag == V_ASN1_SEQUENCE && e->tagClass == V_ASN1_UNIVERSAL) {
-            reader.enter(*e);
-            QString names[2];
-            for (QString& name : names) {
-                auto inner = reader.next();
-                if (!inner) {
-                    return {};
-                }
-                if (inner->tag == V_ASN1_SEQUENCE) {
-                    // The algorithm identifier: its first member is the OID.
-                    reader.enter(*inner);
-                    inner = reader.next();
-                    if (!inner) {
-                        return {};
-                    }
-                }
-                if (inner->tag != V_ASN1_OBJECT || inner->indefinite) {
-                    return {};
-                }
-                const unsigned char* start = inner->header;
-                const Asn1ObjectPtr object(d2i_ASN1_OBJECT(
-                    nullptr, &start, (inner->content - inner->header) + inner->length));
-                name = objectName(object.get());
-                reader.skip(*inner);
-            }
-            return {names[0], names[1]};
-        }
-        if (!reader.skip(*e)) {
-            return {};
-        }
-    }
-    return {};
-}
-
 bool namesCertificate(CMS_RecipientInfo* info, CMS_RecipientEncryptedKey* key, X509* certificate) {
     const int differs = key != nullptr ? CMS_RecipientEncryptedKey_cert_cmp(key, certificate)
                                        : CMS_RecipientInfo_ktri_cert_cmp(info, certificate);
@@ -206,23 +78,47 @@ bool namesCertificate(CMS_RecipientInfo* info, CMS_RecipientEncryptedKey* key, X
 
 }  // namespace
 
-CmsOutline CmsOutline::inspect(const QByteArray& der,
-                                     const QList<QByteArray>& knownCertificates) {
+CmsOutline CmsOutline::inspect(const QByteArray& der, const QList<QByteArray>& knownCertificates) {
+    QBuffer buffer;
+    buffer.setData(der);
+    buffer.open(QIODevice::ReadOnly);
+    return inspect(buffer, knownCertificates);
+}
+
+CmsOutline CmsOutline::inspect(QIODevice& device, const QList<QByteArray>& knownCertificates) {
     CmsOutline result;
-    const auto* in = reinterpret_cast<const unsigned char*>(der.constData());
-    const nivossl::CmsPtr cms(d2i_CMS_ContentInfo(nullptr, &in, der.size()));
-    if (!cms) {
+    nivossl::CmsPtr cms;
+    try {
+        BerDeviceSource source(device);
+        BerReader reader(source);
+        const QByteArray contentType = CmsHead::readContentType(reader);
+        const auto* in = reinterpret_cast<const unsigned char*>(contentType.constData());
+        const Asn1ObjectPtr type(d2i_ASN1_OBJECT(nullptr, &in, contentType.size()));
+        if (!type) {
+            throw BerReader::Error(u"the content type cannot be read"_s);
+        }
+        const int typeNid = OBJ_obj2nid(type.get());
+        if (!CmsHead::isEnveloped(typeNid)) {
+            result.failure = TVXCmsParser::notEncryptedMessage(objectName(type.get()));
+            return result;
+        }
+        // The reading stops at the encrypted content: whatever follows, however long, damaged
+        // or cut off, does not change what the outside of the file says.
+        const CmsHead head = CmsHead::readEnveloped(reader, typeNid);
+        cms = head.withoutContent();
+        if (!cms) {
+            throw BerReader::Error(u"the recipient list cannot be read"_s);
+        }
+        result.layer = typeNid == NID_pkcs7_enveloped ? u"EnvelopedData"_s : u"AuthEnvelopedData"_s;
+        result.innerContentType = objectName(CMS_get0_eContentType(cms.get()));
+        in = reinterpret_cast<const unsigned char*>(head.contentEncryption.constData());
+        const AlgorithmPtr algorithm(d2i_X509_ALGOR(nullptr, &in, head.contentEncryption.size()));
+        result.contentEncryption = algorithmName(algorithm.get());
+    } catch (const BerReader::Error&) {
         ERR_clear_error();
         result.failure = TVXCmsParser::notCmsMessage();
         return result;
     }
-    const int type = OBJ_obj2nid(CMS_get0_type(cms.get()));
-    if (type != NID_pkcs7_enveloped && type != NID_id_smime_ct_authEnvelopedData) {
-        result.failure = TVXCmsParser::notEncryptedMessage(objectName(CMS_get0_type(cms.get())));
-        return result;
-    }
-    result.layer = type == NID_pkcs7_enveloped ? u"EnvelopedData"_s : u"AuthEnvelopedData"_s;
-    std::tie(result.innerContentType, result.contentEncryption) = encryptedContentInfo(der);
 
     std::vector<nivossl::X509Ptr> certificates;
     for (const QByteArray& bytes : knownCertificates) {

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "crypto/BerReader.h"
+#include "crypto/CmsHead.h"
 #include "crypto/HandoffPipe.h"
 #include "crypto/OpenSsl.h"
 #include "crypto/TVXCmsParserCallback.h"
@@ -49,18 +50,6 @@ QString typeName(int nid) {
     return name != nullptr ? QString::fromUtf8(name) : QString::number(nid);
 }
 
-// DER length octets for `length`.
-QByteArray derLength(qsizetype length) {
-    if (length < 0x80) {
-        return QByteArray(1, static_cast<char>(length));
-    }
-    QByteArray octets;
-    for (auto rest = static_cast<quint64>(length); rest != 0; rest >>= 8) {
-        octets.prepend(static_cast<char>(rest & 0xFF));
-    }
-    return QByteArray(1, static_cast<char>(0x80 | octets.size())) + octets;
-}
-
 bool isRecipient(CMS_ContentInfo* cms, X509* certificate) {
     STACK_OF(CMS_RecipientInfo)* infos = CMS_get0_RecipientInfos(cms);
     for (int i = 0; i < sk_CMS_RecipientInfo_num(infos); ++i) {
@@ -99,18 +88,11 @@ bool isSignatureMismatch(const nivossl::Errors& errors) {
 
 
 using Header = BerReader::Header;
-using ObjectPtr = std::unique_ptr<ASN1_OBJECT, nivossl::Free<ASN1_OBJECT_free>>;
 
 constexpr quint8 kContext = BerReader::kContext;
-// Content-type identifiers are a dozen bytes; anything much longer is no content type of ours.
-constexpr qint64 kMaxOidSize = 64;
+constexpr qint64 kMaxOidSize = CmsHead::kMaxOidSize;
 // The authentication tag of AuthEnvelopedData.
 constexpr qint64 kMaxTagSize = 64;
-// Stand-in tag for opening AuthEnvelopedData before its tag (which follows the content) is read.
-constexpr int kPlaceholderTagSize = 16;
-// The recipient list is kept whole until the user's entry is found in it. An entry for an
-// RSA-3072 key takes about 550 bytes, so this admits some fifteen thousand recipients.
-constexpr qint64 kMaxRecipientList = qint64{8} << 20;
 // The piece in which decoded content is passed on.
 constexpr int kCopyChunk = 64 * 1024;
 
@@ -120,31 +102,9 @@ constexpr std::array kContentTypes{
     NID_id_smime_ct_compressedData, NID_id_smime_ct_authEnvelopedData,
     NID_id_smime_ct_authData};
 
-int oidNid(const QByteArray& der) {
-    const auto* in = reinterpret_cast<const unsigned char*>(der.constData());
-    const ObjectPtr object(d2i_ASN1_OBJECT(nullptr, &in, der.size()));
-    ERR_clear_error();
-    return object ? OBJ_obj2nid(object.get()) : NID_undef;
-}
-
-QByteArray derOf(quint8 identifier, const QByteArray& content) {
-    return static_cast<char>(identifier) + derLength(content.size()) + content;
-}
-
-QByteArray oidDer(int nid) {
-    const ASN1_OBJECT* object = OBJ_nid2obj(nid);
-    const int size = i2d_ASN1_OBJECT(object, nullptr);
-    QByteArray der(size, '\0');
-    auto* out = reinterpret_cast<unsigned char*>(der.data());
-    i2d_ASN1_OBJECT(object, &out);
-    return der;
-}
-
-// ContentInfo { type, [0] EXPLICIT SEQUENCE { fields } }, parsed by OpenSSL.
-nivossl::CmsPtr contentInfo(int typeNid, const QByteArray& fields) {
-    const QByteArray der = derOf(0x30, oidDer(typeNid) + derOf(0xA0, derOf(0x30, fields)));
-    const auto* in = reinterpret_cast<const unsigned char*>(der.constData());
-    nivossl::CmsPtr cms(d2i_CMS_ContentInfo(nullptr, &in, der.size()));
+// A content-less layer rebuilt by CmsHead for OpenSSL; a message whose kept parts OpenSSL
+// refuses is damaged.
+nivossl::CmsPtr accepted(nivossl::CmsPtr cms) {
     if (!cms) {
         throw MessageError{kDamaged.arg(nivossl::Errors::drain().text())};
     }
@@ -276,14 +236,7 @@ public:
         BerReader reader(source);
         int type = NID_undef;
         try {
-            const std::optional<Header> outer = reader.next();
-            if (!outer || !outer->isUniversal(BerReader::kTagSequence) || !outer->constructed) {
-                throw MessageError{kNotCms};
-            }
-            reader.enter(*outer);
-            type = oidNid(reader.capture(
-                reader.expect(BerReader::kUniversal, BerReader::kTagOid, false, "content type"),
-                kMaxOidSize));
+            type = CmsHead::oidNid(CmsHead::readContentType(reader));
         } catch (const BerReader::Error&) {
             throw MessageError{kNotCms};
         }
@@ -301,14 +254,11 @@ private:
         }
         switch (type) {
         case NID_pkcs7_enveloped:
-        case NID_id_smime_ct_authEnvelopedData: {
-            const Header explicitContent = reader.expect(kContext, 0, true, "content");
-            reader.enter(explicitContent);
+        case NID_id_smime_ct_authEnvelopedData:
             openEnveloped(reader, type, level);
             reader.leave();
             reader.leave();
             return;
-        }
         case NID_id_smime_ct_compressedData:
             (void)m_callback.getDetachedCompressedDataForEncodingLevel(level);
             throw MessageError{kNotSupported};
@@ -367,7 +317,7 @@ private:
         int type = NID_undef;
         if (first && first->isUniversal(BerReader::kTagOid) && !first->constructed) {
             try {
-                type = oidNid(reader.capture(*first, kMaxOidSize));
+                type = CmsHead::oidNid(reader.capture(*first, kMaxOidSize));
             } catch (const CarrierError&) {
                 throw;
             } catch (const BerReader::Error& error) {
@@ -380,43 +330,15 @@ private:
         openTyped(reader, type, level);
     }
 
-    // EnvelopedData or AuthEnvelopedData, inside its [0]; leaves its SEQUENCE.
+    // EnvelopedData or AuthEnvelopedData, from its [0]; leaves its SEQUENCE.
     void openEnveloped(BerReader& reader, int type, int level) {
         const bool authenticated = type == NID_id_smime_ct_authEnvelopedData;
-        reader.enter(reader.expect(BerReader::kUniversal, BerReader::kTagSequence, true,
-                                   "enveloped layer"));
-        QByteArray fields = reader.capture(
-            reader.expect(BerReader::kUniversal, BerReader::kTagInteger, false, "version"));
-        std::optional<Header> header = reader.next();
-        if (header && header->is(kContext, 0)) {
-            fields += reader.capture(*header);  // originator information
-            header = reader.next();
-        }
-        if (!header || !header->isUniversal(BerReader::kTagSet) || !header->constructed) {
-            throw BerReader::Error(u"the recipient list is missing"_s);
-        }
-        fields += reader.capture(*header, kMaxRecipientList);
-        reader.enter(reader.expect(BerReader::kUniversal, BerReader::kTagSequence, true,
-                                   "encrypted content information"));
-        QByteArray encryptedContentInfo =
-            reader.capture(reader.expect(BerReader::kUniversal, BerReader::kTagOid, false,
-                                         "content type"),
-                           kMaxOidSize);
-        encryptedContentInfo += reader.capture(reader.expect(
-            BerReader::kUniversal, BerReader::kTagSequence, true, "content encryption"));
-        const std::optional<Header> content = reader.next();
-        if (!content) {
+        const CmsHead head = CmsHead::readEnveloped(reader, type);
+        if (!head.content) {
             (void)m_callback.getDetachedCiphertextForEncodingLevel(level);
             throw MessageError{kNotSupported};
         }
-        if (!content->is(kContext, 0)) {
-            throw BerReader::Error(u"the encrypted content is not where it belongs"_s);
-        }
-        fields += derOf(0x30, encryptedContentInfo);
-        if (authenticated) {
-            fields += derOf(0x04, QByteArray(kPlaceholderTagSize, '\0'));
-        }
-        const nivossl::CmsPtr cms = contentInfo(type, fields);
+        const nivossl::CmsPtr cms = accepted(head.withoutContent());
 
         const QList<Participant> recipients = m_callback.getRecipientForEncodingLevel(level);
         const Participant* opener = nullptr;
@@ -437,7 +359,7 @@ private:
 
         OctetsFeed feed{&reader, &m_pending, {}, false};
         nivossl::BioPtr ciphertext = octetsBio(feed);
-        reader.beginOctets(*content);
+        reader.beginOctets(*head.content);
         const nivossl::BioPtr plain(CMS_dataInit(cms.get(), ciphertext.get()));
         if (!plain) {
             throw MessageError{kCannotDecrypt.arg(nivossl::Errors::drain().text())};
@@ -505,7 +427,7 @@ private:
         const QByteArray contentType = reader.capture(
             reader.expect(BerReader::kUniversal, BerReader::kTagOid, false, "content type"),
             kMaxOidSize);
-        fields += derOf(0x30, contentType);
+        fields += CmsHead::derOf(0x30, contentType);
         const std::optional<Header> explicitContent = reader.next();
         if (!explicitContent) {
             // Content signed apart from the message cannot be streamed alongside it.
@@ -528,7 +450,8 @@ private:
         // Digests for the listed algorithms (the signer entries come after the content), on top of
         // the decoded stream: a second thread digests and writes the content while this one
         // decrypts and reads it.
-        const nivossl::CmsPtr digests = contentInfo(NID_pkcs7_signed, fields + "\x31\x00"_ba);
+        const nivossl::CmsPtr digests =
+            accepted(CmsHead::contentInfo(NID_pkcs7_signed, fields + "\x31\x00"_ba));
         const DigestChain chain(CMS_dataInit(digests.get(), out), out);
         if (chain.head() == nullptr) {
             throw MessageError{kCannotVerify.arg(nivossl::Errors::drain().text())};
@@ -561,7 +484,7 @@ private:
             }
         }
         reader.leave();
-        const nivossl::CmsPtr cms = contentInfo(NID_pkcs7_signed, fields);
+        const nivossl::CmsPtr cms = accepted(CmsHead::contentInfo(NID_pkcs7_signed, fields));
         verify(cms.get(), chain.head(), level);
     }
 

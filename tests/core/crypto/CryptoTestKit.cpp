@@ -181,3 +181,14 @@ QByteArray bareSignedData(const QByteArray& contentInfo) {
 }
 
 }  // namespace CryptoTestKit
+
+QByteArray PeopleTest::aliceToBob(const QByteArray& content) {
+    const QString path = out(u"alice-to-bob.tvf"_s);
+    EXPECT_EQ(NivoCryptoOperation::encryptData(content,
+                                               TestPki::profileFor(alice(), u"alice"_s),
+                                               TestPki::kPassword, {bob().certDer}, path),
+              QString());
+    const QByteArray message = CryptoTestKit::readFile(path);
+    QFile::remove(path);
+    return message;
+}

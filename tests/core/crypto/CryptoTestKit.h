@@ -81,6 +81,8 @@ protected:
     const TestPki::Identity& bob() { return s_people->bob; }
     const TestPki::Identity& carol() { return s_people->carol; }
     QString out(const QString& name) const { return m_dir.filePath(name); }
+    // A protected file from Alice to Bob around `content`, as the program writes it.
+    QByteArray aliceToBob(const QByteArray& content);
 
     static inline People* s_people = nullptr;
     QTemporaryDir m_dir;

@@ -14,6 +14,7 @@
 #include "TestPki.h"
 #include "crypto/CmsOutline.h"
 #include "crypto/NivoCryptoOperation.h"
+#include "crypto/TVXCmsParser.h"
 
 using namespace Qt::Literals::StringLiterals;
 using namespace CryptoTestKit;
@@ -112,18 +113,6 @@ QByteArray envelopeFor(const QList<const QByteArray*>& recipients, const QByteAr
 class HostileProtectedFileTest : public PeopleTest {
 protected:
 
-    // A real protected file from Alice to Bob.
-    QByteArray realMessage() {
-        const QString path = out(u"real.tvf"_s);
-        EXPECT_EQ(NivoCryptoOperation::encryptData("quarterly figures"_ba,
-                                                   TestPki::profileFor(alice(), u"alice"_s),
-                                                   TestPki::kPassword, {bob().certDer}, path),
-                  QString());
-        const QByteArray message = readFile(path);
-        QFile::remove(path);
-        return message;
-    }
-
     // Bob opens `message` with both variants; each must refuse it cleanly. Returns the texts.
     QStringList refusedByBoth(const QByteArray& message, const std::string& what) {
         const QString input = out(u"hostile.tvf"_s);
@@ -162,7 +151,7 @@ TEST_F(HostileProtectedFileTest, EmptyAndOneByteFilesAreNotProtectedFiles) {
 }
 
 TEST_F(HostileProtectedFileTest, AFileCutAtAnyBoundaryOfItsStructureIsRefused) {
-    const QByteArray message = realMessage();
+    const QByteArray message = aliceToBob("quarterly figures"_ba);
     std::set<qsizetype> boundaries;
     ASSERT_EQ(walk(message, 0, boundaries), message.size());
     boundaries.erase(message.size());
@@ -179,7 +168,7 @@ TEST_F(HostileProtectedFileTest, AFileCutAtAnyBoundaryOfItsStructureIsRefused) {
 }
 
 TEST_F(HostileProtectedFileTest, HugeDeclaredLengthsAreRefusedWithoutReadingOn) {
-    const QByteArray message = realMessage();
+    const QByteArray message = aliceToBob("quarterly figures"_ba);
     // The outer sequence claims 2 GiB, then 2^64 - 1 bytes, then a length of 127 bytes; the
     // rest is the real file (whose outer sequence has an open length).
     ASSERT_EQ(message.left(2), "\x30\x80"_ba);
@@ -193,7 +182,10 @@ TEST_F(HostileProtectedFileTest, HugeDeclaredLengthsAreRefusedWithoutReadingOn) 
                 << text.toStdString();
         }
     }
-    EXPECT_EQ(m_outlineFailures.count(QString()), 0) << m_outlineFailures.join(u"; "_s).toStdString();
+    // The outline reads the head only: 2 GiB promised but never given look to it like a file
+    // cut off inside its content, whose outside still reads; lengths that cannot be read do not.
+    EXPECT_EQ(m_outlineFailures, (QStringList{QString(), TVXCmsParser::notCmsMessage(),
+                                              TVXCmsParser::notCmsMessage()}));
 }
 
 TEST_F(HostileProtectedFileTest, TenThousandRecipientsAreSearchedAndTheOwnEntryFound) {
