@@ -175,9 +175,11 @@ const QString kJsonSender = u"sender"_s;
 const QString kJsonNivoId = u"nivoId"_s;
 const QString kJsonDisplayName = u"displayName"_s;
 
-// Files worked on at once in a batch: each runs on a core of its own (and uses a second one
-// while the machine has it), and a small file's sync and log line overlap the next one's work.
+// Files worked on at once in a batch: a small file's signature, sync and log line take most of
+// its time, and two of them keep both cores busy. A file of kRunsAloneFrom bytes or more runs
+// alone.
 constexpr size_t kFilesInFlight = 2;
+constexpr qint64 kRunsAloneFrom = qint64{1} << 20;
 
 QString jsonLine(const QJsonObject& object) {
     return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
@@ -625,8 +627,13 @@ bool NivoCli::processFiles(const QStringList& files, const QString& password,
         }
     };
 
-    std::function<void()> startNext = [&] {
+    size_t underWay = 0;
+    bool largeUnderWay = false;
+    std::function<void()> startMore;
+    const auto start = [&](bool large) {
         const size_t index = started++;
+        ++underWay;
+        largeUnderWay = large;
         controllers[index] = std::make_unique<ProcessController>();
         ProcessController* controller = controllers[index].get();
         if (toEncrypt) {
@@ -653,15 +660,16 @@ bool NivoCli::processFiles(const QStringList& files, const QString& password,
                 run.sender = controller->sender();
                 outputsInUse.remove(run.outputPath);
                 retired = std::move(controllers[index]);
+                --underWay;
+                largeUnderWay = false;
                 if (index == printed) {
                     m_console.endProgress();
                 }
                 for (; printed < runs.size() && runs[printed].done; ++printed) {
                     printLine(files[static_cast<qsizetype>(printed)], runs[printed]);
                 }
-                if (started < runs.size()) {
-                    startNext();
-                } else if (printed == runs.size()) {
+                startMore();
+                if (printed == runs.size()) {
                     loop.quit();
                 }
             });
@@ -673,9 +681,19 @@ bool NivoCli::processFiles(const QStringList& files, const QString& password,
             outputsInUse.insert(controller->outputPath());
         }
     };
-    while (started < runs.size() && started < kFilesInFlight) {
-        startNext();
-    }
+    // A large file runs alone: it keeps both cores busy by itself, and two of them would hold
+    // two sets of blocks in flight.
+    startMore = [&] {
+        while (started < runs.size() && underWay < kFilesInFlight) {
+            const bool large =
+                QFileInfo(files[static_cast<qsizetype>(started)]).size() >= kRunsAloneFrom;
+            if (underWay > 0 && (large || largeUnderWay)) {
+                break;
+            }
+            start(large);
+        }
+    };
+    startMore();
     loop.exec();
     return allSucceeded;
 }
