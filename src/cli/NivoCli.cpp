@@ -9,6 +9,9 @@
 #include <QJsonObject>
 #include <QJsonValue>
 #include <algorithm>
+#include <functional>
+#include <memory>
+#include <vector>
 
 #include "account/AccountServer.h"
 #include "account/SignIn.h"
@@ -171,6 +174,12 @@ const QString kJsonOutcome = u"outcome"_s;
 const QString kJsonSender = u"sender"_s;
 const QString kJsonNivoId = u"nivoId"_s;
 const QString kJsonDisplayName = u"displayName"_s;
+
+// Files worked on at once in a batch: a small file's signature, sync and log line take most of
+// its time, and two of them keep both cores busy. A file of kRunsAloneFrom bytes or more runs
+// alone.
+constexpr size_t kFilesInFlight = 2;
+constexpr qint64 kRunsAloneFrom = qint64{1} << 20;
 
 QString jsonLine(const QJsonObject& object) {
     return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
@@ -569,52 +578,123 @@ QString NivoCli::runFolder(const QCommandLineParser& parser, const QString& reme
 bool NivoCli::processFiles(const QStringList& files, const QString& password,
                            const QList<Contact>& recipients, const QString& outputFolder,
                            bool toEncrypt, bool json) {
+    if (files.isEmpty()) {
+        return true;
+    }
     const auto profile = NivoGXUtil::getNivoProfile();
     // Read once for the whole run: every keychain question is a round trip to its service.
     const QString userNivoId = toEncrypt ? NivoGXUtil::getNivoUsername() : QString();
-    bool allSucceeded = true;
-    for (const QString& file : files) {
-        ProcessController controller;
-        if (toEncrypt) {
-            controller.setUserNivoId(userNivoId);
-        }
-        QEventLoop loop;
-        QString outcome;
-        QObject::connect(
-            &controller, &ProcessController::progress, &loop,
-            [this](qint64 done, qint64 total) { m_console.showProgress(done, total); });
-        QObject::connect(&controller, &ProcessController::processingCompleted, &loop,
-                         [&loop, &outcome](const QString& result) {
-                             outcome = result;
-                             loop.quit();
-                         });
-        controller.processFile(QFileInfo(file).absoluteFilePath(), profile.value_or(NivoProfile()),
-                               password, recipients, outputFolder, toEncrypt);
-        // The run always reports once, from the event loop.
-        loop.exec();
-        m_console.endProgress();
 
-        const bool succeeded = outcome.isEmpty();
+    // What a file's run left for its result line, kept until the files before it are printed.
+    struct Run {
+        bool done = false;
+        QString outcome;
+        QString outputPath;
+        QString sender;
+    };
+    std::vector<Run> runs(static_cast<size_t>(files.size()));
+    size_t started = 0;
+    size_t printed = 0;
+    // The outputs of the runs under way, which only appear once complete.
+    QSet<QString> outputsInUse;
+    bool allSucceeded = true;
+    QEventLoop loop;
+    // A controller runs one file. One that has reported is kept until the next one reports, as it
+    // is still sending its signal when it does.
+    std::vector<std::unique_ptr<ProcessController>> controllers(runs.size());
+    std::unique_ptr<ProcessController> retired;
+
+    const auto printLine = [&](const QString& file, const Run& run) {
+        const bool succeeded = run.outcome.isEmpty();
         allSucceeded = allSucceeded && succeeded;
         if (json) {
             QJsonObject line{{kJsonInput, file},
-                             {kJsonOutput, succeeded ? QJsonValue(controller.outputPath())
+                             {kJsonOutput, succeeded ? QJsonValue(run.outputPath)
                                                      : QJsonValue(QJsonValue::Null)},
-                             {kJsonOutcome, outcome}};
+                             {kJsonOutcome, run.outcome}};
             if (!toEncrypt) {
-                line.insert(kJsonSender, controller.sender());
+                line.insert(kJsonSender, run.sender);
             }
             m_console.out() << jsonLine(line) << Qt::endl;
         } else if (succeeded) {
-            QString text = kSucceededLine.arg(file, controller.outputPath());
+            QString text = kSucceededLine.arg(file, run.outputPath);
             if (!toEncrypt) {
-                text += kFromSender.arg(controller.sender());
+                text += kFromSender.arg(run.sender);
             }
             m_console.out() << text << Qt::endl;
         } else {
-            m_console.err() << kFailedLine.arg(file, outcome) << Qt::endl;
+            m_console.err() << kFailedLine.arg(file, run.outcome) << Qt::endl;
         }
-    }
+    };
+
+    size_t underWay = 0;
+    bool largeUnderWay = false;
+    std::function<void()> startMore;
+    const auto start = [&](bool large) {
+        const size_t index = started++;
+        ++underWay;
+        largeUnderWay = large;
+        controllers[index] = std::make_unique<ProcessController>();
+        ProcessController* controller = controllers[index].get();
+        if (toEncrypt) {
+            controller->setUserNivoId(userNivoId);
+        }
+        controller->setOutputPathsInUse(outputsInUse);
+        // Only the first file not yet printed shows its progress: the bar is that of one file.
+        QObject::connect(controller, &ProcessController::progress, &loop,
+                         [this, index, &printed](qint64 done, qint64 total) {
+                             if (index == printed) {
+                                 m_console.showProgress(done, total);
+                             }
+                         });
+        QObject::connect(
+            controller, &ProcessController::processingCompleted, &loop,
+            [&, controller, index](const QString& result) {
+                Run& run = runs[index];
+                if (run.done) {
+                    return;
+                }
+                run.done = true;
+                run.outcome = result;
+                run.outputPath = controller->outputPath();
+                run.sender = controller->sender();
+                outputsInUse.remove(run.outputPath);
+                retired = std::move(controllers[index]);
+                --underWay;
+                largeUnderWay = false;
+                if (index == printed) {
+                    m_console.endProgress();
+                }
+                for (; printed < runs.size() && runs[printed].done; ++printed) {
+                    printLine(files[static_cast<qsizetype>(printed)], runs[printed]);
+                }
+                startMore();
+                if (printed == runs.size()) {
+                    loop.quit();
+                }
+            });
+        controller->processFile(QFileInfo(files[static_cast<qsizetype>(index)]).absoluteFilePath(),
+                                profile.value_or(NivoProfile()), password, recipients,
+                                outputFolder, toEncrypt);
+        // A run always reports from the event loop, so its output is known before it ends.
+        if (!controller->outputPath().isEmpty()) {
+            outputsInUse.insert(controller->outputPath());
+        }
+    };
+    // A large file runs alone: it keeps both cores busy by itself, and two of them would hold
+    // two sets of blocks in flight.
+    startMore = [&] {
+        while (started < runs.size() && underWay < kFilesInFlight) {
+            const bool large =
+                QFileInfo(files[static_cast<qsizetype>(started)]).size() >= kRunsAloneFrom;
+            if (underWay > 0 && (large || largeUnderWay)) {
+                break;
+            }
+            start(large);
+        }
+    };
+    startMore();
+    loop.exec();
     return allSucceeded;
 }
 

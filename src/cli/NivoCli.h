@@ -70,7 +70,8 @@ private:
     // Reports a refusal and returns false.
     [[nodiscard]] bool findRecipient(const QString& typed, Contact& contact, bool& added);
 
-    // Runs each file through the processing run in turn; false when any of them failed.
+    // Runs the files through the processing run, two small ones at a time, and prints their
+    // results in the order given; false when any of them failed.
     [[nodiscard]] bool processFiles(const QStringList& files, const QString& password,
                                     const QList<Contact>& recipients, const QString& outputFolder,
                                     bool toEncrypt, bool json);

@@ -11,12 +11,15 @@
 
 // A BIO whose bytes a second thread writes on into another BIO (`downstream`), so that the work
 // on either side of it runs on two cores: the content is digested on one while it is encrypted or
-// decrypted on the other, or it is written to a file while the next part is encrypted. The bytes in flight are bounded (kBlockSize * kBlocksInFlight) and their
-// blocks reused. `downstream` belongs to the second thread from construction until finish().
+// decrypted on the other, or it is written to a file while the next part is encrypted. The bytes
+// in flight are bounded (kBlockSize * kBlocksInFlight) and their blocks reused. An encryption
+// stacks two pipes, so together they hold at most 1.5 MiB (the blocks queued, the one being
+// filled and the one being written); larger or more blocks bought no speed, only memory.
+// `downstream` belongs to the second thread from construction until finish().
 class HandoffPipe {
 public:
-    static constexpr size_t kBlockSize = 256 * 1024;
-    static constexpr size_t kBlocksInFlight = 8;
+    static constexpr size_t kBlockSize = 128 * 1024;
+    static constexpr size_t kBlocksInFlight = 4;
 
     // Throws a TVXException when the BIO cannot be made.
     explicit HandoffPipe(BIO* downstream);

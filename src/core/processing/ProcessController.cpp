@@ -179,7 +179,7 @@ ProcessController::ProcessController(QObject* parent) : QObject(parent) {}
 ProcessController::~ProcessController() = default;
 
 QString ProcessController::generateOutputFilePath(const QString& folder, const QString& fileName,
-                                                  bool toEncrypt) {
+                                                  bool toEncrypt, const QSet<QString>& inUse) {
     QString name = fileName;
     if (toEncrypt) {
         if (PathText::extension(name) != kProtectedExtension) {
@@ -189,7 +189,7 @@ QString ProcessController::generateOutputFilePath(const QString& folder, const Q
         name = decryptedName(name);
     }
     QString path = PathText::join(folder, name);
-    while (QFileInfo::exists(path)) {
+    while (inUse.contains(path) || QFileInfo::exists(path)) {
         path = PathText::join(folder, nextFreeCandidate(PathText::lastComponent(path)));
     }
     return path;
@@ -222,8 +222,8 @@ void ProcessController::processFile(const QString& inputPath, const NivoProfile&
     for (const Contact& contact : recipientList) {
         certificates.append(contact.CertData);
     }
-    m_outputPath =
-        generateOutputFilePath(outputFolder, PathText::lastComponent(inputPath), toEncrypt);
+    m_outputPath = generateOutputFilePath(outputFolder, PathText::lastComponent(inputPath),
+                                          toEncrypt, m_outputPathsInUse);
     // Only an encryption's log line names the user; the keychain answers slowly.
     if (toEncrypt && !m_userNivoIdGiven) {
         m_userNivoId = NivoGXUtil::getNivoUsername();
@@ -242,6 +242,10 @@ void ProcessController::processFile(const QString& inputPath, const NivoProfile&
 void ProcessController::setUserNivoId(const QString& nivoId) {
     m_userNivoId = nivoId;
     m_userNivoIdGiven = true;
+}
+
+void ProcessController::setOutputPathsInUse(QSet<QString> paths) {
+    m_outputPathsInUse = std::move(paths);
 }
 
 void ProcessController::encryptProcess(const QList<QByteArray>& certificates) {

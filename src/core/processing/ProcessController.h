@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QList>
 #include <QObject>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <QtGlobal>
@@ -52,9 +53,11 @@ public:
     ProcessController& operator=(const ProcessController&) = delete;
 
     // Where the result of `fileName` goes in `folder`: "tvf" appended for encryption, taken off
-    // (with a tidied inner extension) for decryption, then numbered until no file has that path.
+    // (with a tidied inner extension) for decryption, then numbered until no file has that path
+    // and it is none of `inUse`.
     [[nodiscard]] static QString generateOutputFilePath(const QString& folder,
-                                                        const QString& fileName, bool toEncrypt);
+                                                        const QString& fileName, bool toEncrypt,
+                                                        const QSet<QString>& inUse = {});
 
     // Starts the run; the outcome arrives later as processingCompleted on this object's thread.
     // Call it once per controller, on the controller's thread. `recipientList` is read only for
@@ -66,6 +69,10 @@ public:
     // a batch reads it from the keychain once instead of once per file. Without it processFile
     // reads it there itself. Call it before processFile.
     void setUserNivoId(const QString& nivoId);
+    // The output paths of other runs still under way, for callers that run several files at
+    // once: this run picks none of them, as their files appear only once complete and so escape
+    // the check for existing ones. Call it before processFile.
+    void setOutputPathsInUse(QSet<QString> paths);
     // Logs the run as cancelled, reports the cancel text and removes the output. Does nothing
     // when no run is under way or it has already been reported.
     void cancel();
@@ -102,6 +109,7 @@ private:
     QList<Contact> m_recipientList;
     QString m_userNivoId;
     bool m_userNivoIdGiven = false;
+    QSet<QString> m_outputPathsInUse;
     QString m_sender;
     bool m_started = false;
     bool m_running = false;

@@ -130,6 +130,19 @@ TEST(OutputNaming, AnExistingFolderIsTakenLikeAFile) {
               dir.filePath(u"a(1).txt.tvf"_s));
 }
 
+TEST(OutputNaming, PathsOfRunsUnderWayAreSkippedLikeExistingFiles) {
+    QTemporaryDir dir;
+    QFile taken(dir.filePath(u"a(1).txt.tvf"_s));
+    ASSERT_TRUE(taken.open(QIODevice::WriteOnly));
+    // In use and on disk in turn: the numbering goes past both.
+    const QSet<QString> inUse{dir.filePath(u"a.txt.tvf"_s), dir.filePath(u"a(2).txt.tvf"_s)};
+    EXPECT_EQ(ProcessController::generateOutputFilePath(dir.path(), u"a.txt"_s, true, inUse),
+              dir.filePath(u"a(3).txt.tvf"_s));
+    EXPECT_EQ(ProcessController::generateOutputFilePath(dir.path(), u"a.txt.tvf"_s, false,
+                                                        {dir.filePath(u"a.txt"_s)}),
+              dir.filePath(u"a(1).txt"_s));
+}
+
 TEST(FileDetails, NamesTheFileAndItsFolder) {
     const FileDetails inFolder{u"/home/a/report.pdf"_s, {}};
     EXPECT_EQ(inFolder.getFilename(), u"report.pdf"_s);

@@ -4,6 +4,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
+#include <algorithm>
 
 #include "TestFiles.h"
 #include "UserSandbox.h"
@@ -61,6 +62,26 @@ TEST_P(AtomicFileTest, NothingAppearsBeforeCommitAndAFailureLeavesNothing) {
     file.discard();
     EXPECT_FALSE(file.commit());
     EXPECT_EQ(fileBytes(path), QByteArray("old"));
+}
+
+TEST_P(AtomicFileTest, AFileOfManyMiBInPiecesOfAnySizeAppearsWholeOnlyOnCommit) {
+    // Pieces small enough for the file's own buffer and large ones, past several hand-overs to
+    // the disk, ending off any block boundary.
+    QByteArray content;
+    for (qsizetype piece = 1; content.size() < (qsizetype{20} << 20); piece = piece * 7 % 1000003) {
+        content.append(QByteArray(piece, static_cast<char>('a' + content.size() % 26)));
+    }
+    const QString path = dir.filePath(QStringLiteral("video.mkv"));
+    AtomicFile file(path);
+    ASSERT_TRUE(file.open());
+    for (qsizetype at = 0, piece = 1; at < content.size(); at += piece, piece = piece * 3 % 600011) {
+        piece = std::min(piece, content.size() - at);
+        ASSERT_EQ(file.device()->write(content.constData() + at, piece), piece);
+    }
+    EXPECT_FALSE(QFileInfo::exists(path));
+    ASSERT_TRUE(file.commit()) << file.errorString().toStdString();
+    EXPECT_TRUE(contentOf(path) == content);
+    EXPECT_EQ(entries(dir.path()), QStringList{QStringLiteral("video.mkv")});
 }
 
 std::string temporaryKind(const ::testing::TestParamInfo<bool>& named) {
