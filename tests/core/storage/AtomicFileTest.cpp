@@ -80,7 +80,7 @@ TEST_P(AtomicFileTest, AFileOfManyMiBInPiecesOfAnySizeAppearsWholeOnlyOnCommit) 
     }
     EXPECT_FALSE(QFileInfo::exists(path));
     ASSERT_TRUE(file.commit()) << file.errorString().toStdString();
-    EXPECT_TRUE(contentOf(path) == content);
+    EXPECT_TRUE(fileBytes(path) == content);
     EXPECT_EQ(entries(dir.path()), QStringList{QStringLiteral("video.mkv")});
 }
 
