@@ -3,15 +3,11 @@
 // and output names as if each file had waited for the ones before it, even for files of one name
 // that are under way together and whose outputs exist only once complete.
 #include "CliTestKit.h"
+#include "TestFiles.h"
 
 using namespace clitest;
 
 namespace {
-
-QByteArray contentOf(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 QList<QJsonObject> jsonLines(const QString& out) {
     QList<QJsonObject> lines;
@@ -85,10 +81,10 @@ TEST_F(CliTest, ABatchPrintsInTheGivenOrderAndNeverGivesTwoFilesOneName) {
                        u"%1a(1).txt.tvf -> %2a(1).txt (from dora)\n"
                        u"%1a(2).txt.tvf -> %2a(2).txt (from dora)\n"
                        u"%1big.bin.tvf -> %2big.bin (from dora)\n"_s.arg(out, back));
-    EXPECT_EQ(contentOf(back + u"a.txt"_s), "from x");
-    EXPECT_EQ(contentOf(back + u"a(1).txt"_s), "from y");
-    EXPECT_EQ(contentOf(back + u"a(2).txt"_s), "from z");
-    EXPECT_TRUE(contentOf(back + u"big.bin"_s) == big);
+    EXPECT_EQ(fileBytes(back + u"a.txt"_s), "from x");
+    EXPECT_EQ(fileBytes(back + u"a(1).txt"_s), "from y");
+    EXPECT_EQ(fileBytes(back + u"a(2).txt"_s), "from z");
+    EXPECT_TRUE(fileBytes(back + u"big.bin"_s) == big);
 }
 
 }  // namespace

@@ -4,15 +4,11 @@
 #include <cstdio>
 
 #include "CliTestKit.h"
+#include "TestFiles.h"
 
 using namespace clitest;
 
 namespace {
-
-QByteArray contentOf(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 TEST_F(CliTest, NamesWithSeparatorsAndLineBreaksRoundTrip) {
     signUp({"pia"});
@@ -35,7 +31,7 @@ TEST_F(CliTest, NamesWithSeparatorsAndLineBreaksRoundTrip) {
         run = pia.cli({u"decrypt"_s, u"--json"_s, u"-o"_s, back, sealed}, m_url);
         ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
         EXPECT_EQ(json(run.out).value(u"output"_s).toString(), back + u'/' + name);
-        EXPECT_EQ(contentOf(back + u'/' + name), content);
+        EXPECT_EQ(fileBytes(back + u'/' + name), content);
     }
 
     // The log holds every run, but a line whose path carries " | " or a line break cannot be
