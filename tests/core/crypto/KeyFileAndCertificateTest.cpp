@@ -82,22 +82,30 @@ TEST(KeyFileTest, ModernAndLegacyKeyFilesOpenAndWrongPasswordsAreNamed) {
     }
 }
 
+PKCS12* pkcs12Of(const QByteArray& der) {
+    const auto* in = reinterpret_cast<const unsigned char*>(der.constData());
+    return d2i_PKCS12(nullptr, &in, der.size());
+}
+
+QByteArray derOfAndFree(PKCS12* p12) {
+    unsigned char* der = nullptr;
+    const int length = i2d_PKCS12(p12, &der);
+    QByteArray bytes(reinterpret_cast<const char*>(der), length);
+    OPENSSL_free(der);
+    PKCS12_free(p12);
+    return bytes;
+}
+
 // `pfx` with the MAC declaring `rounds`; the MAC itself no longer matches.
 QByteArray withMacRounds(const QByteArray& pfx, uint64_t rounds) {
-    const auto* in = reinterpret_cast<const unsigned char*>(pfx.constData());
-    PKCS12* p12 = d2i_PKCS12(nullptr, &in, pfx.size());
+    PKCS12* p12 = pkcs12Of(pfx);
     const ASN1_INTEGER* iterations = nullptr;
     PKCS12_get0_mac(nullptr, nullptr, nullptr, &iterations, p12);
     EXPECT_NE(iterations, nullptr);
     if (iterations != nullptr) {
         ASN1_INTEGER_set_uint64(const_cast<ASN1_INTEGER*>(iterations), rounds);
     }
-    unsigned char* der = nullptr;
-    const int length = i2d_PKCS12(p12, &der);
-    QByteArray result(reinterpret_cast<const char*>(der), length);
-    OPENSSL_free(der);
-    PKCS12_free(p12);
-    return result;
+    return derOfAndFree(p12);
 }
 
 // `pfx` with every protected private key declaring `algorithm` (no key is derived here) and a
@@ -105,8 +113,7 @@ QByteArray withMacRounds(const QByteArray& pfx, uint64_t rounds) {
 QByteArray withKeyAlgorithm(const QByteArray& pfx, const QByteArray& password,
                             X509_ALGOR* algorithm) {
     EXPECT_NE(algorithm, nullptr);
-    const auto* in = reinterpret_cast<const unsigned char*>(pfx.constData());
-    PKCS12* p12 = d2i_PKCS12(nullptr, &in, pfx.size());
+    PKCS12* p12 = pkcs12Of(pfx);
     STACK_OF(PKCS7)* parts = PKCS12_unpack_authsafes(p12);
     int replaced = 0;
     for (int i = 0; i < sk_PKCS7_num(parts); ++i) {
@@ -132,11 +139,7 @@ QByteArray withKeyAlgorithm(const QByteArray& pfx, const QByteArray& password,
     PKCS12_pack_authsafes(p12, parts);
     sk_PKCS7_pop_free(parts, PKCS7_free);
     PKCS12_set_mac(p12, password.constData(), -1, nullptr, 0, 1, nullptr);
-    unsigned char* der = nullptr;
-    const int length = i2d_PKCS12(p12, &der);
-    QByteArray result(reinterpret_cast<const char*>(der), length);
-    OPENSSL_free(der);
-    PKCS12_free(p12);
+    const QByteArray result = derOfAndFree(p12);
     X509_ALGOR_free(algorithm);
     return result;
 }
