@@ -1,6 +1,8 @@
 #include "net/HttpRequest.h"
 
 #include <QEventLoop>
+#include <mutex>
+#include <optional>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
@@ -81,6 +83,35 @@ QString HttpRequest::decodeBody(const QByteArray& body, const QByteArray& conten
     return text.isNull() ? u""_s : text;
 }
 
+QList<QSslCertificate> HttpRequest::systemCaCertificates() {
+    // The variables OpenSSL itself reads, for a store somewhere else than the system's.
+    const QString file = qEnvironmentVariable("SSL_CERT_FILE");
+    const QString folder = qEnvironmentVariable("SSL_CERT_DIR");
+    static std::mutex mutex;
+    static QString loadedFile;
+    static QString loadedFolder;
+    static std::optional<QList<QSslCertificate>> loaded;
+    const std::lock_guard lock(mutex);
+    if (loaded && loadedFile == file && loadedFolder == folder) {
+        return *loaded;
+    }
+    QList<QSslCertificate> found;
+    if (file.isEmpty() && folder.isEmpty()) {
+        found = QSslConfiguration::systemCaCertificates();
+    }
+    if (!file.isEmpty()) {
+        found += QSslCertificate::fromPath(file, QSsl::Pem);
+    }
+    for (const QString& entry : folder.split(u':', Qt::SkipEmptyParts)) {
+        found += QSslCertificate::fromPath(entry + u"/*"_s, QSsl::Pem,
+                                           QSslCertificate::PatternSyntax::Wildcard);
+    }
+    loadedFile = file;
+    loadedFolder = folder;
+    loaded = found;
+    return found;
+}
+
 HttpRequest::Result HttpRequest::postForm(const QUrl& url, const Fields& fields,
                                           const Options& options) {
     QNetworkAccessManager manager;
@@ -89,7 +120,9 @@ HttpRequest::Result HttpRequest::postForm(const QUrl& url, const Fields& fields,
                       u"application/x-www-form-urlencoded; charset=utf-8"_s);
     request.setTransferTimeout(options.timeoutMs);
     QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
-    tls.addCaCertificates(options.extraCaCertificates);
+    // Adding to the default list would replace the system's store, which Qt otherwise loads only
+    // on demand: the extra CAs join it instead.
+    tls.setCaCertificates(systemCaCertificates() + options.extraCaCertificates);
     tls.setPeerVerifyMode(QSslSocket::VerifyPeer);
     request.setSslConfiguration(tls);
 

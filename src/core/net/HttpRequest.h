@@ -27,6 +27,10 @@ public:
         [[nodiscard]] bool failed() const { return !error.isEmpty(); }
     };
 
+    // The CAs the system trusts: those of SSL_CERT_FILE and SSL_CERT_DIR when either is set,
+    // else the system's store. Read again only when those variables change.
+    [[nodiscard]] static QList<QSslCertificate> systemCaCertificates();
+
     struct Options {
         QList<QSslCertificate> extraCaCertificates;  // trusted beside the system's CAs
         int timeoutMs = kDefaultTimeoutMs;           // longest wait without progress

@@ -106,6 +106,59 @@ TEST(HttpRequestFailureTest, UnreachableServerIsAConnectionFailure) {
     EXPECT_EQ(result.error, QStringLiteral("A connection failure occurred"));
 }
 
+TEST(HttpRequestTrustTest, ServerCertifiedByACaOfTheSystemStoreIsTrusted) {
+    // A CA that only this test's system store knows (OpenSSL's SSL_CERT_FILE), beside the
+    // compiled-in ones; the machine's real store is not touched.
+    QTemporaryDir dir;
+    const auto run = [&dir](const QStringList& arguments) {
+        QProcess openssl;
+        openssl.setWorkingDirectory(dir.path());
+        openssl.start(QStringLiteral("openssl"), arguments);
+        EXPECT_TRUE(openssl.waitForFinished(30000));
+        EXPECT_EQ(openssl.exitCode(), 0) << openssl.readAllStandardError().toStdString();
+    };
+    run({QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
+         QStringLiteral("ec"), QStringLiteral("-pkeyopt"), QStringLiteral("ec_paramgen_curve:P-256"),
+         QStringLiteral("-nodes"), QStringLiteral("-keyout"), QStringLiteral("ca.key"),
+         QStringLiteral("-out"), QStringLiteral("ca.pem"), QStringLiteral("-days"),
+         QStringLiteral("2"), QStringLiteral("-subj"), QStringLiteral("/CN=Public Test CA")});
+    run({QStringLiteral("req"), QStringLiteral("-new"), QStringLiteral("-newkey"),
+         QStringLiteral("ec"), QStringLiteral("-pkeyopt"), QStringLiteral("ec_paramgen_curve:P-256"),
+         QStringLiteral("-nodes"), QStringLiteral("-keyout"), QStringLiteral("server.key"),
+         QStringLiteral("-out"), QStringLiteral("server.csr"), QStringLiteral("-subj"),
+         QStringLiteral("/CN=127.0.0.1")});
+    QFile extensions(dir.filePath(QStringLiteral("san.cnf")));
+    ASSERT_TRUE(extensions.open(QIODevice::WriteOnly));
+    extensions.write("subjectAltName=IP:127.0.0.1\n");
+    extensions.close();
+    run({QStringLiteral("x509"), QStringLiteral("-req"), QStringLiteral("-in"),
+         QStringLiteral("server.csr"), QStringLiteral("-CA"), QStringLiteral("ca.pem"),
+         QStringLiteral("-CAkey"), QStringLiteral("ca.key"), QStringLiteral("-set_serial"),
+         QStringLiteral("2"), QStringLiteral("-days"), QStringLiteral("2"),
+         QStringLiteral("-extfile"), QStringLiteral("san.cnf"), QStringLiteral("-out"),
+         QStringLiteral("server.pem")});
+
+    ScriptedHttpsServer publicServer(dir.filePath(QStringLiteral("server.pem")),
+                                     dir.filePath(QStringLiteral("server.key")));
+    ASSERT_NE(publicServer.port(), 0);
+    publicServer.answer("trusted");
+    const QUrl url(publicServer.baseUrl() + QStringLiteral("/nivo/GetId.aspx"));
+    // Without the CA in the store the server is refused, with it accepted, and the compiled-in
+    // CAs are still trusted beside the store.
+    qputenv("SSL_CERT_FILE", dir.filePath(QStringLiteral("server.csr")).toLocal8Bit());
+    EXPECT_EQ(HttpRequest::postForm(url, {}, {devCommCas(), 5000}).error,
+              QStringLiteral("A connection failure occurred"));
+    qputenv("SSL_CERT_FILE", dir.filePath(QStringLiteral("ca.pem")).toLocal8Bit());
+    EXPECT_EQ(HttpRequest::postForm(url, {}, {devCommCas(), 5000}).body, QStringLiteral("trusted"));
+    ScriptedHttpsServer devServer;
+    devServer.answer("dev");
+    EXPECT_EQ(HttpRequest::postForm(QUrl(devServer.baseUrl() + QStringLiteral("/nivo/GetId.aspx")),
+                                    {}, {devCommCas(), 5000})
+                  .body,
+              QStringLiteral("dev"));
+    qunsetenv("SSL_CERT_FILE");
+}
+
 TEST(HttpRequestFailureTest, UntrustedCertificateIsAConnectionFailure) {
     // A server whose certificate no trusted CA issued: TLS must refuse it.
     QTemporaryDir dir;
