@@ -13,8 +13,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         message, FuzzSupport::MessageInput::Memory,
         [&user](const QByteArray& bytes, const QString&, const QString& outputPath,
                 QString& sender) {
-            return NivoCryptoOperation::decryptData(bytes, user.profile, user.password, outputPath,
-                                                    sender, {});
+            // The user's certificate stands in for the service root, so that verdicts are judged.
+            NivoCryptoOperation::SenderContext context;
+            context.serviceRoot = user.profile.Cer;
+            SenderVerdict verdict{.name = sender, .trust = {}, .impersonatedContact = {}};
+            const QString opened = NivoCryptoOperation::decryptData(
+                bytes, user.profile, user.password, outputPath, verdict, context);
+            FUZZ_CHECK(opened.isEmpty() || verdict.name == sender,
+                       u"a failed opening named a sender"_s);
+            sender = verdict.name;
+            return opened;
         });
 
     const CmsOutline outline = CmsOutline::inspect(message, {user.profile.Cer});

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <QFile>
+#include <QHash>
 #include <QProcess>
 
 using namespace Qt::Literals::StringLiterals;
@@ -44,6 +45,33 @@ TestPki::TestPki() {
     m_ca.certDer = openssl({u"x509"_s, u"-in"_s, m_ca.certPath, u"-outform"_s, u"DER"_s});
 }
 
+TestPki::TestPki(const QString& caCertPath, const QString& caKeyPath) {
+    m_config = writeFile(u"openssl.cnf"_s, kConfig);
+    m_ca.keyPath = caKeyPath;
+    m_ca.certPath = path(u"ca.pem"_s);
+    const QString format = caCertPath.endsWith(u".pem"_s) ? u"PEM"_s : u"DER"_s;
+    openssl({u"x509"_s, u"-inform"_s, format, u"-in"_s, caCertPath, u"-out"_s, m_ca.certPath});
+    m_ca.certDer = openssl({u"x509"_s, u"-in"_s, m_ca.certPath, u"-outform"_s, u"DER"_s});
+    m_ca.commonName = QString::fromUtf8(
+        openssl({u"x509"_s, u"-in"_s, m_ca.certPath, u"-noout"_s, u"-subject"_s, u"-nameopt"_s,
+                 u"multiline"_s}));
+}
+
+TestPki& TestPki::devService() {
+    static TestPki pki(QStringLiteral(NIVOGX_SOURCE_DIR "/certs/dev/service-root.cer"),
+                       QStringLiteral(NIVOGX_SOURCE_DIR "/certs/dev/service-root.key"));
+    return pki;
+}
+
+QByteArray TestPki::serviceCertificate(const QString& commonName, int copy) {
+    static QHash<QString, QByteArray> made;
+    const QString key = commonName + u'\n' + QString::number(copy);
+    if (!made.contains(key)) {
+        made.insert(key, devService().createUser(commonName, KeyType::Ec).certDer);
+    }
+    return made.value(key);
+}
+
 QStringList TestPki::newKeyArguments(KeyType keyType) const {
     if (keyType == KeyType::Ec) {
         return {u"-newkey"_s, u"ec"_s, u"-pkeyopt"_s, u"ec_paramgen_curve:P-256"_s};
@@ -78,6 +106,39 @@ TestPki::Identity TestPki::issue(const QString& commonName, KeyType keyType,
 TestPki::Identity TestPki::createUser(const QString& commonName, KeyType keyType,
                                       const Identity* issuer) {
     return issue(commonName, keyType, issuer, u"v3_user"_s);
+}
+
+TestPki::Identity TestPki::createUserValid(const QString& commonName, const QString& notBefore,
+                                           const QString& notAfter, const QString& keyUsage) {
+    // `openssl x509 -req` cannot date a certificate; `openssl ca` can.
+    const QString stem = u"dated%1"_s.arg(++m_nextName);
+    const QString config = writeFile(
+        stem + u".cnf"_s,
+        u"[ca]\ndefault_ca = dated\n[dated]\ndatabase = %1.index\nserial = %1.serial\n"
+        "new_certs_dir = .\ndefault_md = sha256\npolicy = any\nunique_subject = no\n"
+        "[any]\ncommonName = supplied\n[ext]\nbasicConstraints = CA:FALSE\nkeyUsage = %2\n"_s
+            .arg(stem, keyUsage)
+            .toUtf8());
+    writeFile(stem + u".index"_s, {});
+    writeFile(stem + u".serial"_s, QByteArray::number(m_nextSerial++, 16));
+    Identity identity;
+    identity.commonName = commonName;
+    identity.keyPath = path(stem + u".key"_s);
+    identity.certPath = path(stem + u".pem"_s);
+    const QString request = path(stem + u".csr"_s);
+    QStringList arguments{u"req"_s, u"-new"_s, u"-utf8"_s, u"-config"_s, m_config, u"-nodes"_s,
+                          u"-keyout"_s, identity.keyPath, u"-out"_s, request, u"-subj"_s,
+                          u"/CN="_s + commonName};
+    arguments += newKeyArguments(KeyType::Rsa);
+    openssl(arguments);
+    openssl({u"ca"_s, u"-batch"_s, u"-notext"_s, u"-config"_s, config, u"-cert"_s, m_ca.certPath,
+             u"-keyfile"_s, m_ca.keyPath, u"-in"_s, request, u"-out"_s, identity.certPath,
+             u"-startdate"_s, notBefore, u"-enddate"_s, notAfter, u"-extfile"_s, config,
+             u"-extensions"_s, u"ext"_s});
+    identity.certDer =
+        openssl({u"x509"_s, u"-in"_s, identity.certPath, u"-outform"_s, u"DER"_s});
+    identity.pfx = exportPfx(identity, kPassword);
+    return identity;
 }
 
 TestPki::Identity TestPki::createIntermediateCa(const QString& commonName) {

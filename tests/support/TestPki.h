@@ -26,12 +26,27 @@ public:
     static const QString kPassword;
 
     TestPki();
+    // A PKI whose root is an existing CA (PEM certificate or DER, PEM key).
+    TestPki(const QString& caCertPath, const QString& caKeyPath);
+
+    // The PKI of the development service root that test builds trust (certs/dev): its users'
+    // certificates verify as the account service's own. Made once per process.
+    [[nodiscard]] static TestPki& devService();
+    // The DER certificate (EC key) of `commonName` from devService(); `copy` tells apart
+    // several certificates for one name (a re-issued key). Made once per name and copy.
+    [[nodiscard]] static QByteArray serviceCertificate(const QString& commonName, int copy = 0);
 
     [[nodiscard]] const Identity& ca() const noexcept { return m_ca; }
 
     // A user certified by `issuer` (the root CA when null).
     [[nodiscard]] Identity createUser(const QString& commonName, KeyType keyType = KeyType::Rsa,
                                       const Identity* issuer = nullptr);
+    // A user certified by the root CA, valid from `notBefore` to `notAfter` (UTC,
+    // "YYYYMMDDHHMMSSZ"), with the given key usage.
+    [[nodiscard]] Identity createUserValid(const QString& commonName, const QString& notBefore,
+                                           const QString& notAfter,
+                                           const QString& keyUsage = QStringLiteral(
+                                               "digitalSignature,keyEncipherment"));
     // An intermediate CA certified by the root CA.
     [[nodiscard]] Identity createIntermediateCa(const QString& commonName);
     // A self-signed certificate that chains to nothing here.

@@ -4,6 +4,7 @@
 #include <optional>
 #include <variant>
 
+#include "crypto/CertificateTrust.h"
 #include "crypto/CmsAlgorithms.h"
 #include "crypto/ComTruvexIO_FileStream.h"
 #include "crypto/ComTruvexIO_MemoryStream.h"
@@ -28,6 +29,8 @@ const QString NivoCryptoOperation::kNotRecipient =
 const QString NivoCryptoOperation::kNotEncryptedOrNotSupported =
     u"Decryption failed. File is either not encrypted or not supported."_s;
 const QString NivoCryptoOperation::kInvalidSignature = u"Decryption failed: Invalid Signature."_s;
+const QString NivoCryptoOperation::kUnverifiedSender =
+    u"Decryption failed. The sender is not verified: %1."_s;
 
 namespace {
 
@@ -44,9 +47,9 @@ std::mutex& lookupMutex() {
     return mutex;
 }
 
-NivoCryptoOperation::NivoIdLookup& lookupSlot() {
-    static NivoCryptoOperation::NivoIdLookup lookup;
-    return lookup;
+NivoCryptoOperation::SenderContext& contextSlot() {
+    static NivoCryptoOperation::SenderContext context;
+    return context;
 }
 
 // Replaces the file at `path` in one step; throws when that fails.
@@ -64,14 +67,14 @@ void writeWhole(const QString& path, const QByteArray& bytes,
 
 }  // namespace
 
-void NivoCryptoOperation::setNivoIdLookup(NivoIdLookup lookup) {
+void NivoCryptoOperation::setSenderContext(SenderContext context) {
     const std::lock_guard lock(lookupMutex());
-    lookupSlot() = std::move(lookup);
+    contextSlot() = std::move(context);
 }
 
-NivoCryptoOperation::NivoIdLookup NivoCryptoOperation::installedLookup() {
+NivoCryptoOperation::SenderContext NivoCryptoOperation::installedContext() {
     const std::lock_guard lock(lookupMutex());
-    return lookupSlot();
+    return contextSlot();
 }
 
 void NivoCryptoOperation::encode(TVXStream& source, TVXStream& sink, const NivoProfile& profile,
@@ -139,7 +142,7 @@ void NivoCryptoOperation::forgetOpenedKeys() {
 }
 
 QString NivoCryptoOperation::judge(const TVXCmsParseResult& result, const NivoProfile& profile,
-                                   const NivoIdLookup& lookup, QString& sender) {
+                                   const SenderContext& context, SenderVerdict& sender) {
     if (result.errorOrExceptionOccurred()) {
         const TVXErrorOrException& failure = result.firstErrorOrException();
         if (const auto* error = std::get_if<TVXError>(&failure)) {
@@ -162,29 +165,53 @@ QString NivoCryptoOperation::judge(const TVXCmsParseResult& result, const NivoPr
     }
     // The last signer names the sender: the user by login name, a known contact by NIVO ID,
     // anyone else by the certificate's common name.
-    for (const TVXX509Certificate& certificate : result.getAllSignerCert()) {
-        sender = certificate.subjectCN();
+    const QList<TVXX509Certificate>& certificates = result.getAllSignerCert();
+    for (const TVXX509Certificate& certificate : certificates) {
+        sender.name = certificate.subjectCN();
         const QByteArray der = certificate.asRawData();
         if (der == profile.Cer) {
-            sender = profile.LoginName;
-        } else if (const QString nivoId = lookup ? lookup(der) : QString(); !nivoId.isEmpty()) {
-            sender = nivoId;
+            sender.name = profile.LoginName;
+        } else if (const QString nivoId = context.nivoIdOf ? context.nivoIdOf(der) : QString();
+                   !nivoId.isEmpty()) {
+            sender.name = nivoId;
         }
     }
-    return u""_s;
+    // The same signer decides whether the name can be believed.
+    sender.impersonatedContact.clear();
+    if (certificates.isEmpty()) {
+        sender.trust = SenderVerdict::Trust::NoCertificate;
+        return context.requireVerified ? kUnverifiedSender.arg(sender.reason()) : u""_s;
+    }
+    const TVXX509Certificate& decider = certificates.constLast();
+    sender.trust = CertificateTrust::judgeSigner(decider, result.getSigningTimes().constLast(),
+                                                 context.serviceRoot);
+    // A stranger's certificate that takes a contact's name: the contact's own would have been
+    // named by the lookup above.
+    const QString claimed = decider.subjectCN().toLower();
+    if (!sender.verified() && decider.asRawData() != profile.Cer && context.isContact &&
+        !claimed.isEmpty() && context.isContact(claimed) &&
+        (!context.nivoIdOf || context.nivoIdOf(decider.asRawData()) != claimed)) {
+        sender.impersonatedContact = claimed;
+    }
+    return context.requireVerified && !sender.verified() ? kUnverifiedSender.arg(sender.reason())
+                                                         : u""_s;
 }
 
 QString NivoCryptoOperation::decryptData(const QByteArray& data, const NivoProfile& profile,
                                          const QString& password, const QString& outputPath,
                                          QString& sender) {
-    return decryptData(data, profile, password, outputPath, sender, installedLookup());
+    SenderVerdict verdict{.name = sender, .trust = {}, .impersonatedContact = {}};
+    const QString outcome =
+        decryptData(data, profile, password, outputPath, verdict, installedContext());
+    sender = verdict.name;
+    return outcome;
 }
 
 // Opens the message in `source` into `sink`; "" when every signature checked out, with the sender
 // named, else the failure text with `sender` untouched.
 QString NivoCryptoOperation::decodeTo(TVXStream& source, TVXStream& sink,
                                       const NivoProfile& profile, const QString& password,
-                                      const NivoIdLookup& lookup, QString& sender) {
+                                      const SenderContext& context, SenderVerdict& sender) {
     TVXCryptoProvider& provider = TVXDefaultCryptoProvider();
     ComTruvexIO_MemoryStream pfxStream(profile.Pfx);
     const Participant user = Participant::participantPfx(pfxStream, password, provider);
@@ -192,8 +219,8 @@ QString NivoCryptoOperation::decodeTo(TVXStream& source, TVXStream& sink,
 
     TVXCmsParserCallback callback({user}, {user}, &sink, &source);
     const TVXCmsParseResult result = TVXCmsParser().parseEncodedStream(source, callback);
-    QString named = sender;
-    const QString outcome = judge(result, profile, lookup, named);
+    SenderVerdict named = sender;
+    const QString outcome = judge(result, profile, context, named);
     if (outcome.isEmpty()) {
         sender = named;
     }
@@ -202,11 +229,11 @@ QString NivoCryptoOperation::decodeTo(TVXStream& source, TVXStream& sink,
 
 QString NivoCryptoOperation::decryptData(const QByteArray& data, const NivoProfile& profile,
                                          const QString& password, const QString& outputPath,
-                                         QString& sender, const NivoIdLookup& lookup) {
+                                         SenderVerdict& sender, const SenderContext& context) {
     ComTruvexIO_MemoryStream source(data);
     ComTruvexIO_MemoryStream sink;
-    QString named = sender;
-    const QString outcome = decodeTo(source, sink, profile, password, lookup, named);
+    SenderVerdict named = sender;
+    const QString outcome = decodeTo(source, sink, profile, password, context, named);
     if (outcome.isEmpty()) {
         writeWhole(outputPath, sink.readDataFromStartToEnd(), kPlainFilePermissions);
         sender = named;
@@ -219,17 +246,21 @@ QString NivoCryptoOperation::decryptData(const QByteArray& data, const NivoProfi
 QString NivoCryptoOperation::decryptFile(const QString& inputPath, const NivoProfile& profile,
                                          const QString& password, const QString& outputPath,
                                          QString& sender) {
-    return decryptFile(inputPath, profile, password, outputPath, sender, installedLookup());
+    SenderVerdict verdict{.name = sender, .trust = {}, .impersonatedContact = {}};
+    const QString outcome =
+        decryptFile(inputPath, profile, password, outputPath, verdict, installedContext());
+    sender = verdict.name;
+    return outcome;
 }
 
 QString NivoCryptoOperation::decryptFile(const QString& inputPath, const NivoProfile& profile,
                                          const QString& password, const QString& outputPath,
-                                         QString& sender, const NivoIdLookup& lookup,
+                                         SenderVerdict& sender, const SenderContext& context,
                                          const Progress& progress) {
     const auto source = ComTruvexIO_FileStream::initForReading(inputPath, progress);
     const auto sink = ComTruvexIO_FileStream::initForWriting(outputPath, kPlainFilePermissions);
-    QString named = sender;
-    const QString outcome = decodeTo(*source, *sink, profile, password, lookup, named);
+    SenderVerdict named = sender;
+    const QString outcome = decodeTo(*source, *sink, profile, password, context, named);
     if (outcome.isEmpty()) {
         sink->commit();
         sender = named;

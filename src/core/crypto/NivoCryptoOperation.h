@@ -7,6 +7,7 @@
 #include <functional>
 
 #include "account/NivoProfile.h"
+#include "crypto/SenderVerdict.h"
 
 class TVXStream;
 class TVXCmsParseResult;
@@ -22,13 +23,27 @@ public:
     static const QString kNotRecipient;
     static const QString kNotEncryptedOrNotSupported;
     static const QString kInvalidSignature;
+    // "%1" is the verdict's reason.
+    static const QString kUnverifiedSender;
 
     // Certificate DER in, the NIVO ID of the contact holding that certificate out ("" when none).
     using NivoIdLookup = std::function<QString(const QByteArray& certDer)>;
-    // Installs the lookup that names known senders; set once at start-up, before any operation
-    // runs. It is called on the thread that decrypts, so it must be safe to call there. Without
-    // one, senders other than the user are named by their certificate's CN.
-    static void setNivoIdLookup(NivoIdLookup lookup);
+    // What judging a file's sender needs besides the file. The lookups are called on the thread
+    // that decrypts, so they must be safe to call there.
+    struct SenderContext {
+        // The root that issues people's certificates (DER); without one nobody is verified.
+        QByteArray serviceRoot;
+        // Names known senders; without it senders other than the user go by their CN.
+        NivoIdLookup nivoIdOf;
+        // Whether a contact has this (lower-cased) NIVO ID.
+        std::function<bool(const QString& nivoId)> isContact;
+        // Whether a file whose sender is not verified fails (kUnverifiedSender) instead of
+        // opening with the verdict.
+        bool requireVerified = false;
+    };
+    // Installs the context of the overloads that take none; set once at start-up, before any
+    // operation runs.
+    static void setSenderContext(SenderContext context);
 
     // Bytes of the input consumed so far and its size, called now and then on the working thread.
     using Progress = std::function<void(qint64 done, qint64 total)>;
@@ -53,20 +68,19 @@ public:
                                              const Progress& progress = {});
 
     // Both return "" on success, with the sender named in `sender`: the user's LoginName for the
-    // user's own certificate, else the contact's NIVO ID, else the certificate's CN. Any failure
-    // of the message comes back as a text, with nothing written and `sender` untouched. They
-    // throw a TVXException only when the key file cannot be opened (e.g. wrong password) or a
-    // file cannot be read or written. As with encryption, an existing output file is replaced
-    // only on success.
+    // user's own certificate, else the contact's NIVO ID, else the certificate's CN (the last
+    // signer decides). Any failure of the message comes back as a text, with nothing written and
+    // `sender` untouched. They throw a TVXException only when the key file cannot be opened (e.g.
+    // wrong password) or a file cannot be read or written. As with encryption, an existing output
+    // file is replaced only on success.
     [[nodiscard]] static QString decryptData(const QByteArray& data, const NivoProfile& profile,
                                              const QString& password, const QString& outputPath,
                                              QString& sender);
-    // The same, naming known senders with `lookup` instead of the installed one, so that a caller
-    // on a worker thread can bring a lookup that is safe there. An empty `lookup` names nobody
-    // by NIVO ID.
+    // The same with the installed context replaced by `context`, so that a caller on a worker
+    // thread can bring lookups that are safe there, and with the verdict on the sender.
     [[nodiscard]] static QString decryptData(const QByteArray& data, const NivoProfile& profile,
                                              const QString& password, const QString& outputPath,
-                                             QString& sender, const NivoIdLookup& lookup);
+                                             SenderVerdict& sender, const SenderContext& context);
     // Streams in constant memory, whatever the file's size, with the same outcomes as
     // decryptData for the same bytes. The content goes to a temporary file beside the output path
     // and takes its place only after every signature checked out, so unverified content never
@@ -76,7 +90,7 @@ public:
                                              QString& sender);
     [[nodiscard]] static QString decryptFile(const QString& inputPath, const NivoProfile& profile,
                                              const QString& password, const QString& outputPath,
-                                             QString& sender, const NivoIdLookup& lookup,
+                                             SenderVerdict& sender, const SenderContext& context,
                                              const Progress& progress = {});
 
 private:
@@ -85,9 +99,9 @@ private:
     // "" when the content may be written, else the failure text; names the sender on success.
     [[nodiscard]] static QString decodeTo(TVXStream& source, TVXStream& sink,
                                           const NivoProfile& profile, const QString& password,
-                                          const NivoIdLookup& lookup, QString& sender);
+                                          const SenderContext& context, SenderVerdict& sender);
     [[nodiscard]] static QString judge(const TVXCmsParseResult& result, const NivoProfile& profile,
-                                       const NivoIdLookup& lookup, QString& sender);
-    // The lookup installed with setNivoIdLookup, taken under its lock.
-    [[nodiscard]] static NivoIdLookup installedLookup();
+                                       const SenderContext& context, SenderVerdict& sender);
+    // The context installed with setSenderContext, taken under its lock.
+    [[nodiscard]] static SenderContext installedContext();
 };

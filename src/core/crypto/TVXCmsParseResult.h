@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDateTime>
 #include <QList>
 #include <QString>
 #include <optional>
@@ -35,6 +36,11 @@ public:
     [[nodiscard]] const QList<TVXX509Certificate>& getAllSignerCert() const noexcept {
         return m_signerCertificates;
     }
+    // The signed signing time of each certificate's signature, in the same order; null where the
+    // signature carries none.
+    [[nodiscard]] const QList<QDateTime>& getSigningTimes() const noexcept {
+        return m_signingTimes;
+    }
 
     // For the parser.
     void recordFailure(TVXErrorOrException failure) {
@@ -46,8 +52,9 @@ public:
         ++m_signedLayers;
         m_signatureFailures += valid ? 0 : 1;
     }
-    void addSignerCertificate(TVXX509Certificate certificate) {
+    void addSignerCertificate(TVXX509Certificate certificate, QDateTime signingTime) {
         m_signerCertificates.append(std::move(certificate));
+        m_signingTimes.append(std::move(signingTime));
     }
 
 private:
@@ -55,4 +62,5 @@ private:
     int m_signedLayers = 0;
     int m_signatureFailures = 0;
     QList<TVXX509Certificate> m_signerCertificates;
+    QList<QDateTime> m_signingTimes;
 };

@@ -1,6 +1,7 @@
 #include "crypto/TVXCmsParser.h"
 
 #include <algorithm>
+#include <ctime>
 #include <array>
 #include <exception>
 #include <functional>
@@ -48,6 +49,23 @@ struct MessageError {
 QString typeName(int nid) {
     const char* name = OBJ_nid2ln(nid);
     return name != nullptr ? QString::fromUtf8(name) : QString::number(nid);
+}
+
+// The signing time among the signed attributes of `signerInfo`; null when there is none.
+QDateTime signingTime(CMS_SignerInfo* signerInfo) {
+    const int index = CMS_signed_get_attr_by_NID(signerInfo, NID_pkcs9_signingTime, -1);
+    X509_ATTRIBUTE* attribute = index >= 0 ? CMS_signed_get_attr(signerInfo, index) : nullptr;
+    const ASN1_TYPE* value =
+        attribute != nullptr ? X509_ATTRIBUTE_get0_type(attribute, 0) : nullptr;
+    std::tm parts{};
+    if (value == nullptr ||
+        (value->type != V_ASN1_UTCTIME && value->type != V_ASN1_GENERALIZEDTIME) ||
+        ASN1_TIME_to_tm(value->value.generalizedtime, &parts) != 1) {
+        ERR_clear_error();
+        return {};
+    }
+    return QDateTime(QDate(parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday),
+                     QTime(parts.tm_hour, parts.tm_min, parts.tm_sec), Qt::UTC);
 }
 
 bool isRecipient(CMS_ContentInfo* cms, X509* certificate) {
@@ -531,7 +549,8 @@ private:
                 X509* certificate = sk_X509_value(certificates.get(), c);
                 if (CMS_SignerInfo_cert_cmp(signerInfo, certificate) == 0) {
                     m_result.addSignerCertificate(
-                        TVXX509Certificate(nivossl::shareCert(nivossl::upRef(certificate))));
+                        TVXX509Certificate(nivossl::shareCert(nivossl::upRef(certificate))),
+                        signingTime(signerInfo));
                     break;
                 }
             }

@@ -7,6 +7,25 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 const QString kCannotValidate = u"Cannot set up the certificate check"_s;
+
+using Fault = comTruvexCrypto_X509CertificateValidator::Fault;
+
+Fault faultOf(int error) {
+    switch (error) {
+    case X509_V_OK:
+        return Fault::None;
+    case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
+        return Fault::SelfSigned;
+    case X509_V_ERR_CERT_HAS_EXPIRED:
+        return Fault::Expired;
+    case X509_V_ERR_CERT_NOT_YET_VALID:
+        return Fault::NotYetValid;
+    default:
+        // No path to a root, a bad signature on the way, a CA that may not issue: in every case
+        // no authority we know stands behind the certificate.
+        return Fault::OtherAuthority;
+    }
+}
 }  // namespace
 
 comTruvexCrypto_X509CertificateValidator
@@ -18,6 +37,11 @@ comTruvexCrypto_X509CertificateValidator::validatorCryptoProvider(
 
 bool comTruvexCrypto_X509CertificateValidator::validateX509Certificate(
     const TVXX509Certificate& certificate) const {
+    return check(certificate) == Fault::None;
+}
+
+comTruvexCrypto_X509CertificateValidator::Fault comTruvexCrypto_X509CertificateValidator::check(
+    const TVXX509Certificate& certificate, const QDateTime& at) const {
     ERR_clear_error();
     const nivossl::StorePtr store(X509_STORE_new());
     const nivossl::BorrowedCertStackPtr untrusted(sk_X509_new_null());
@@ -40,7 +64,15 @@ bool comTruvexCrypto_X509CertificateValidator::validateX509Certificate(
         1) {
         nivossl::fail(TVXCryptoOperationException, kCannotValidate);
     }
+    if (at.isValid()) {
+        X509_STORE_CTX_set_time(context.get(), 0, static_cast<time_t>(at.toSecsSinceEpoch()));
+    }
     const bool valid = X509_verify_cert(context.get()) == 1;
+    const int error = valid ? X509_V_OK : X509_STORE_CTX_get_error(context.get());
     ERR_clear_error();
-    return valid;
+    if (valid) {
+        return Fault::None;
+    }
+    // A failure without a reason is still a failure.
+    return error == X509_V_OK ? Fault::OtherAuthority : faultOf(error);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDateTime>
 #include <QList>
 
 #include "crypto/TVXX509Certificate.h"
@@ -7,15 +8,21 @@
 class TVXCryptoProvider;
 
 // Checks that a certificate chains to one of the given roots, through the given intermediates,
-// and is valid now.
+// and is valid at a given time (now, unless told otherwise).
 class comTruvexCrypto_X509CertificateValidator {
 public:
+    // What keeps a certificate from checking out; the first fault found.
+    enum class Fault { None, SelfSigned, OtherAuthority, Expired, NotYetValid };
+
     [[nodiscard]] static comTruvexCrypto_X509CertificateValidator validatorCryptoProvider(
         TVXCryptoProvider& provider, QList<TVXX509Certificate> rootCaCerts,
         QList<TVXX509Certificate> intermediateCaCerts);
 
     // Throws a TVXException only when the check cannot be run at all.
     [[nodiscard]] bool validateX509Certificate(const TVXX509Certificate& certificate) const;
+    // The same check at `at` (now when null), telling why a certificate fails.
+    [[nodiscard]] Fault check(const TVXX509Certificate& certificate,
+                              const QDateTime& at = {}) const;
 
 private:
     comTruvexCrypto_X509CertificateValidator(QList<TVXX509Certificate> roots,

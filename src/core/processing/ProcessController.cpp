@@ -11,6 +11,7 @@
 #include <limits>
 #include <optional>
 
+#include "account/NivoProfileCommon.h"
 #include "contacts/ContactDB.h"
 #include "crypto/NivoCryptoOperation.h"
 #include "crypto/TVXException.h"
@@ -43,8 +44,8 @@ constexpr QChar kExtensionCuts[] = {u'-', u'_', u' ', u'('};
 
 // What the background work hands back to the owner's thread.
 struct Outcome {
-    QString text;    // "" on success
-    QString sender;  // who signed a decrypted file; "" when nobody was named
+    QString text;          // "" on success
+    SenderVerdict sender;  // who signed a decrypted file; no name when nobody was named
 };
 
 // Everything the background work needs, copied so that nothing is shared with the owner.
@@ -55,6 +56,7 @@ struct Job {
     QString password;
     QList<QByteArray> certificates;
     bool toEncrypt = true;
+    bool requireVerified = false;
     // The user's contacts, for naming a known sender; a copy of its own, because the current
     // database object belongs to the main thread.
     std::optional<ContactDB> contacts;
@@ -148,15 +150,20 @@ Outcome work(const Job& job, const ProgressReport& report) {
             outcome.text = NivoCryptoOperation::encryptFile(
                 job.inputPath, job.profile, job.password, job.certificates, job.outputPath, report);
         } else {
-            NivoCryptoOperation::NivoIdLookup lookup;
+            NivoCryptoOperation::SenderContext context;
+            context.serviceRoot = NivoProfileCommon::getNivoRootCer();
+            context.requireVerified = job.requireVerified;
             if (job.contacts) {
-                lookup = [&contacts = *job.contacts](const QByteArray& certificate) {
+                context.nivoIdOf = [&contacts = *job.contacts](const QByteArray& certificate) {
                     return contacts.getNIVOIDfromCertData(certificate);
+                };
+                context.isContact = [&contacts = *job.contacts](const QString& nivoId) {
+                    return contacts.contactExists(nivoId) >= 0;
                 };
             }
             outcome.text =
                 NivoCryptoOperation::decryptFile(job.inputPath, job.profile, job.password,
-                                                 job.outputPath, outcome.sender, lookup, report);
+                                                 job.outputPath, outcome.sender, context, report);
         }
     } catch (const TVXException& e) {
         outcome.text = e.description();
@@ -264,6 +271,7 @@ void ProcessController::startInBackground(QList<QByteArray> certificates) {
     job.password = m_password;
     job.certificates = std::move(certificates);
     job.toEncrypt = m_toEncrypt;
+    job.requireVerified = m_requireVerified;
     if (!m_toEncrypt) {
         job.contacts = NivoGXUtil::currentContactDB();
     }
@@ -290,7 +298,8 @@ void ProcessController::startInBackground(QList<QByteArray> certificates) {
                 if (toEncrypt) {
                     NivoGXUtil::writeToLog(kEncryptAction, inputPath, encryptionNames, status);
                 } else {
-                    NivoGXUtil::writeToLog(kDecryptAction, inputPath, {outcome.sender}, status);
+                    NivoGXUtil::writeToLog(kDecryptAction, inputPath, {outcome.sender.name},
+                                           status);
                 }
                 if (self) {
                     self->m_running = false;

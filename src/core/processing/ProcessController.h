@@ -10,6 +10,7 @@
 
 #include "account/NivoProfile.h"
 #include "contacts/Contact.h"
+#include "crypto/SenderVerdict.h"
 
 // Encrypts or decrypts one file without blocking its caller: it picks the output path and runs the
 // crypto operation, which streams the input in constant memory, on the global thread pool, and back on its own thread writes
@@ -73,6 +74,9 @@ public:
     // once: this run picks none of them, as their files appear only once complete and so escape
     // the check for existing ones. Call it before processFile.
     void setOutputPathsInUse(QSet<QString> paths);
+    // Makes a decrypted file whose sender is not verified a failure, leaving no output. Call it
+    // before processFile.
+    void setRequireVerified(bool required) noexcept { m_requireVerified = required; }
     // Logs the run as cancelled, reports the cancel text and removes the output. Does nothing
     // when no run is under way or it has already been reported.
     void cancel();
@@ -81,7 +85,9 @@ public:
     [[nodiscard]] QString outputPath() const;
     [[nodiscard]] QString inputPath() const;
     // Who signed a decrypted file, once the run has reported success; empty before and otherwise.
-    [[nodiscard]] QString sender() const { return m_sender; }
+    [[nodiscard]] QString sender() const { return m_sender.name; }
+    // The same with whether the account service stands behind the signer.
+    [[nodiscard]] const SenderVerdict& senderVerdict() const noexcept { return m_sender; }
     [[nodiscard]] bool toEncrypt() const noexcept { return m_toEncrypt; }
     // True from processFile until the first processingCompleted.
     [[nodiscard]] bool isRunning() const noexcept { return m_running; }
@@ -110,7 +116,8 @@ private:
     QString m_userNivoId;
     bool m_userNivoIdGiven = false;
     QSet<QString> m_outputPathsInUse;
-    QString m_sender;
+    SenderVerdict m_sender;
+    bool m_requireVerified = false;
     bool m_started = false;
     bool m_running = false;
 };

@@ -58,7 +58,12 @@ QList<long> recipientSerials(const QByteArray& message) {
 
 class CmsOperationTest : public PeopleTest {
 protected:
-    void TearDown() override { NivoCryptoOperation::setNivoIdLookup({}); }
+    void TearDown() override { NivoCryptoOperation::setSenderContext({}); }
+    static void nameContacts(NivoCryptoOperation::NivoIdLookup lookup) {
+        NivoCryptoOperation::SenderContext context;
+        context.nivoIdOf = std::move(lookup);
+        NivoCryptoOperation::setSenderContext(std::move(context));
+    }
 
     QByteArray encryptAsAlice(const QByteArray& content, const QList<QByteArray>& recipients,
                               const QString& name = u"message.tvf"_s) {
@@ -177,15 +182,15 @@ TEST_F(CmsOperationTest, EveryRecipientOpensTheFileAndTheSenderIsNamed) {
 
     // A contact: the NIVO ID from the lookup; a lookup without answer keeps the common name.
     const QByteArray aliceDer = alice().certDer;
-    NivoCryptoOperation::setNivoIdLookup([aliceDer](const QByteArray& der) {
+    nameContacts([aliceDer](const QByteArray& der) {
         return der == aliceDer ? u"alice.nivo"_s : QString();
     });
     EXPECT_EQ(decryptAs(carol(), u"carol"_s, message, out(u"2"_s)).sender, u"alice.nivo"_s);
-    NivoCryptoOperation::setNivoIdLookup([](const QByteArray&) { return u""_s; });
+    nameContacts([](const QByteArray&) { return u""_s; });
     EXPECT_EQ(decryptAs(carol(), u"carol"_s, message, out(u"3"_s)).sender, alice().commonName);
 
     // The user's own file names the user by login name, whatever the contacts say.
-    NivoCryptoOperation::setNivoIdLookup([](const QByteArray&) { return u"someone.else"_s; });
+    nameContacts([](const QByteArray&) { return u"someone.else"_s; });
     opened = decryptAs(alice(), u"alice"_s, message, out(u"4"_s));
     EXPECT_EQ(opened.outcome, u""_s);
     EXPECT_EQ(opened.sender, u"alice"_s);

@@ -72,7 +72,7 @@ QStringList pathsOf(const QList<const TestPki::Identity*>& identities, bool with
 }
 
 Decrypted finish(const QString& outcome, const QString& sender, const QString& outputPath) {
-    Decrypted result{outcome, sender, QFile::exists(outputPath), {}};
+    Decrypted result{outcome, sender, QFile::exists(outputPath), {}, {}};
     if (result.outputWritten) {
         result.output = readFile(outputPath);
     }
@@ -113,6 +113,18 @@ Decrypted decryptAs(const TestPki::Identity& identity, const QString& loginName,
     const QString outcome = NivoCryptoOperation::decryptData(
         message, TestPki::profileFor(identity, loginName), TestPki::kPassword, outputPath, sender);
     return finish(outcome, sender, outputPath);
+}
+
+Decrypted decryptJudged(const TestPki::Identity& identity, const QString& loginName,
+                        const QByteArray& message, const QString& outputPath,
+                        const NivoCryptoOperation::SenderContext& context) {
+    SenderVerdict verdict{.name = kSenderUntouched, .trust = {}, .impersonatedContact = {}};
+    const QString outcome = NivoCryptoOperation::decryptData(
+        message, TestPki::profileFor(identity, loginName), TestPki::kPassword, outputPath, verdict,
+        context);
+    Decrypted result = finish(outcome, verdict.name, outputPath);
+    result.verdict = verdict;
+    return result;
 }
 
 Decrypted decryptFileAs(const TestPki::Identity& identity, const QString& loginName,

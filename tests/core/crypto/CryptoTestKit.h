@@ -9,6 +9,7 @@
 #include <QTemporaryDir>
 
 #include "TestPki.h"
+#include "crypto/NivoCryptoOperation.h"
 
 // Helpers shared by the crypto tests: file access, DER building, outcomes of decryption, and
 // messages built directly with OpenSSL for shapes the openssl command cannot produce.
@@ -25,12 +26,17 @@ struct Decrypted {
     QString sender;
     bool outputWritten = false;
     QByteArray output;
+    SenderVerdict verdict;  // only from decryptJudged
 };
 inline const QString kSenderUntouched = QStringLiteral("(sender untouched)");
 
 // decryptData as `identity` (logged in as `loginName`) into `outputPath`, which must not exist.
 [[nodiscard]] Decrypted decryptAs(const TestPki::Identity& identity, const QString& loginName,
                                   const QByteArray& message, const QString& outputPath);
+// decryptData with `context`, keeping the verdict on the sender.
+[[nodiscard]] Decrypted decryptJudged(const TestPki::Identity& identity, const QString& loginName,
+                                      const QByteArray& message, const QString& outputPath,
+                                      const NivoCryptoOperation::SenderContext& context);
 // The same through decryptFile.
 [[nodiscard]] Decrypted decryptFileAs(const TestPki::Identity& identity,
                                       const QString& loginName, const QString& inputPath,
