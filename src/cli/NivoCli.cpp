@@ -18,6 +18,7 @@
 #include "account/SignUp.h"
 #include "contacts/ContactDB.h"
 #include "contacts/RecipientChoice.h"
+#include "crypto/CertificateTrust.h"
 #include "crypto/CmsOutline.h"
 #include "log/LogQuery.h"
 #include "processing/ProcessController.h"
@@ -63,6 +64,10 @@ const QString kRecipientLongOption = u"recipient"_s;
 const QString kRecipientHelp = u"Encrypt for this NIVO ID as well (repeatable)."_s;
 const QString kRecipientValue = u"nivoid"_s;
 const QString kLastUsedOption = u"last-used"_s;
+const QString kRequireVerifiedOption = u"require-verified"_s;
+const QString kRequireVerifiedHelp =
+    u"Fail, leaving no output, when the sender's certificate was not issued by the account "
+    "service (or was not valid when the file was signed)."_s;
 const QString kLastUsedHelp = u"Encrypt for the recipients chosen last time as well."_s;
 const QString kOutputOption = u"o"_s;
 const QString kOutputLongOption = u"output"_s;
@@ -80,7 +85,7 @@ const QString kActionSyntax = u"ACTION [ARG]"_s;
 const QString kCommandSyntax = u"COMMAND [ARGS...]"_s;
 const QString kActionArgument = u"action"_s;
 const QString kContactsActionHelp =
-    u"list | add NIVOID | remove NIVOID | export FILE | import FILE"_s;
+    u"list | show NIVOID | add NIVOID | remove NIVOID | export FILE | import FILE"_s;
 const QString kProfileActionHelp = u"export FILE"_s;
 
 const QString kSignupHelp = u"Create an account on the account server."_s;
@@ -89,7 +94,7 @@ const QString kSignoutHelp = u"Sign out: forget the password and the key files."
 const QString kWhoamiHelp = u"Print the signed-in username."_s;
 const QString kEncryptHelp = u"Protect files for contacts (and yourself)."_s;
 const QString kDecryptHelp = u"Open protected files sent to you."_s;
-const QString kContactsHelp = u"List, add, remove, export or import contacts."_s;
+const QString kContactsHelp = u"List, show, add, remove, export or import contacts."_s;
 const QString kProfileHelp = u"Export your profile for offline sign-in."_s;
 
 const QString kPasswordPrompt = u"Password: "_s;
@@ -105,6 +110,7 @@ const QString kNoSuchFolder = u"No such folder: %1"_s;
 const QString kNoFiles = u"No files given."_s;
 const QString kSucceededLine = u"%1 -> %2"_s;
 const QString kFromSender = u" (from %1)"_s;
+const QString kFromUnverifiedSender = u" (from %1; NOT VERIFIED: %2)"_s;
 const QString kFailedLine = u"%1: %2"_s;
 const QString kContactAdded = u"Added %1."_s;
 const QString kContactKnown = u"%1 is already a contact."_s;
@@ -114,6 +120,19 @@ const QString kExportedTo = u"Exported to %1"_s;
 const QString kImported = u"Imported contacts from %1"_s;
 const QString kListAction = u"list"_s;
 const QString kAddAction = u"add"_s;
+const QString kShowAction = u"show"_s;
+const QString kUnverifiedContact = u"%1  (certificate not verified: %2)"_s;
+const QString kShownNivoId = u"NIVO ID:  %1"_s;
+const QString kShownName = u"Name:     %1"_s;
+const QString kShownSubject = u"Subject:  %1"_s;
+const QString kShownIssuer = u"Issuer:   %1"_s;
+const QString kShownValidity = u"Valid:    %1 to %2"_s;
+const QString kShownFingerprint = u"SHA-256:  %1"_s;
+const QString kShownVerified = u"Verified: yes, issued by the account service"_s;
+const QString kShownNotVerified = u"Verified: NO (%1)"_s;
+const QString kUnreadableCertificate = u"Certificate: unreadable"_s;
+const QString kVerboseOption = u"verbose"_s;
+const QString kVerboseHelp = u"Also show the fingerprint of your certificate."_s;
 const QString kRemoveAction = u"remove"_s;
 const QString kExportAction = u"export"_s;
 const QString kImportAction = u"import"_s;
@@ -172,6 +191,8 @@ const QString kJsonInput = u"input"_s;
 const QString kJsonOutput = u"output"_s;
 const QString kJsonOutcome = u"outcome"_s;
 const QString kJsonSender = u"sender"_s;
+const QString kJsonVerified = u"verified"_s;
+const QString kJsonTrust = u"trust"_s;
 const QString kJsonNivoId = u"nivoId"_s;
 const QString kJsonDisplayName = u"displayName"_s;
 
@@ -394,7 +415,11 @@ int NivoCli::signin(const QStringList& arguments) {
             printAlert(SignIn::signInFailed(), profile.StatusText);
             return Failure;
         }
-        SignIn::keepFromProfileFile(path, loginName, password, profile);
+        if (const QString skipped =
+                SignIn::keepFromProfileFile(path, loginName, password, profile);
+            !skipped.isEmpty()) {
+            m_console.err() << skipped << Qt::endl;
+        }
     } else {
         const NivoProfile profile = SignIn::requestProfile(loginName, password);
         if (!SignIn::succeeded(profile)) {
@@ -423,6 +448,7 @@ int NivoCli::signout(const QStringList& arguments) {
 
 int NivoCli::whoami(const QStringList& arguments) {
     QCommandLineParser parser;
+    parser.addOption(QCommandLineOption(kVerboseOption, kVerboseHelp));
     if (const auto done = parse(parser, arguments, 0)) {
         return *done;
     }
@@ -431,7 +457,27 @@ int NivoCli::whoami(const QStringList& arguments) {
         return Failure;
     }
     m_console.out() << NivoGXUtil::getNivoUsername() << Qt::endl;
+    if (parser.isSet(kVerboseOption)) {
+        const auto profile = NivoGXUtil::getNivoProfile();
+        printCertificate(profile ? profile->Cer : QByteArray());
+    }
     return Success;
+}
+
+void NivoCli::printCertificate(const QByteArray& der) {
+    const auto details = CertificateTrust::describe(der);
+    if (!details) {
+        m_console.out() << kUnreadableCertificate << Qt::endl;
+        return;
+    }
+    const auto when = [](const QDateTime& time) {
+        return time.toUTC().toString(u"yyyy-MM-dd HH:mm:ss 'UTC'"_s);
+    };
+    m_console.out() << kShownSubject.arg(details->subject) << Qt::endl
+                    << kShownIssuer.arg(details->issuer) << Qt::endl
+                    << kShownValidity.arg(when(details->notBefore), when(details->notAfter))
+                    << Qt::endl
+                    << kShownFingerprint.arg(details->sha256) << Qt::endl;
 }
 
 bool NivoCli::requireSignIn() {
@@ -527,6 +573,7 @@ int NivoCli::encrypt(const QStringList& arguments) {
 
 int NivoCli::decrypt(const QStringList& arguments) {
     QCommandLineParser parser;
+    parser.addOption(QCommandLineOption(kRequireVerifiedOption, kRequireVerifiedHelp));
     QStringList files;
     QString password;
     if (const auto done = parseFileRun(parser, arguments, files, password)) {
@@ -537,6 +584,7 @@ int NivoCli::decrypt(const QStringList& arguments) {
         return Failure;
     }
     NivoGXUtil::saveSettings(QString(), QString(), QString(), QString(), folder);
+    m_requireVerified = parser.isSet(kRequireVerifiedOption);
     return processFiles(files, password, {}, folder, false, parser.isSet(kJsonOption)) ? Success
                                                                                        : Failure;
 }
@@ -590,7 +638,7 @@ bool NivoCli::processFiles(const QStringList& files, const QString& password,
         bool done = false;
         QString outcome;
         QString outputPath;
-        QString sender;
+        SenderVerdict sender;
     };
     std::vector<Run> runs(static_cast<size_t>(files.size()));
     size_t started = 0;
@@ -613,13 +661,17 @@ bool NivoCli::processFiles(const QStringList& files, const QString& password,
                                                      : QJsonValue(QJsonValue::Null)},
                              {kJsonOutcome, run.outcome}};
             if (!toEncrypt) {
-                line.insert(kJsonSender, run.sender);
+                line.insert(kJsonSender, run.sender.name);
+                line.insert(kJsonVerified, succeeded && run.sender.verified());
+                line.insert(kJsonTrust, succeeded ? run.sender.reason() : QString());
             }
             m_console.out() << jsonLine(line) << Qt::endl;
         } else if (succeeded) {
             QString text = kSucceededLine.arg(file, run.outputPath);
             if (!toEncrypt) {
-                text += kFromSender.arg(run.sender);
+                text += run.sender.verified()
+                            ? kFromSender.arg(run.sender.name)
+                            : kFromUnverifiedSender.arg(run.sender.name, run.sender.reason());
             }
             m_console.out() << text << Qt::endl;
         } else {
@@ -639,6 +691,7 @@ bool NivoCli::processFiles(const QStringList& files, const QString& password,
         if (toEncrypt) {
             controller->setUserNivoId(userNivoId);
         }
+        controller->setRequireVerified(m_requireVerified);
         controller->setOutputPathsInUse(outputsInUse);
         // Only the first file not yet printed shows its progress: the bar is that of one file.
         QObject::connect(controller, &ProcessController::progress, &loop,
@@ -657,7 +710,7 @@ bool NivoCli::processFiles(const QStringList& files, const QString& password,
                 run.done = true;
                 run.outcome = result;
                 run.outputPath = controller->outputPath();
-                run.sender = controller->sender();
+                run.sender = controller->senderVerdict();
                 outputsInUse.remove(run.outputPath);
                 retired = std::move(controllers[index]);
                 --underWay;
@@ -711,6 +764,7 @@ int NivoCli::contacts(const QStringList& arguments) {
     const QString action = positional.value(0, kListAction);
     const qsizetype expected = action == kListAction ? 1 : 2;
     if (action != kListAction && action != kAddAction && action != kRemoveAction &&
+        action != kShowAction &&
         action != kExportAction && action != kImportAction) {
         return usageError(kUnknownAction.arg(action), helpText(parser));
     }
@@ -728,14 +782,36 @@ int NivoCli::contacts(const QStringList& arguments) {
             return a.NivoID.compare(b.NivoID, Qt::CaseInsensitive) < 0;
         });
         for (const Contact& contact : list) {
+            const QString problem = ContactDB::certificateProblem(contact);
             if (parser.isSet(kJsonOption)) {
                 m_console.out() << jsonLine({{kJsonNivoId, contact.NivoID},
-                                             {kJsonDisplayName, contact.DisplayName}})
+                                             {kJsonDisplayName, contact.DisplayName},
+                                             {kJsonVerified, problem.isEmpty()},
+                                             {kJsonTrust, problem}})
                                 << Qt::endl;
-            } else {
+            } else if (problem.isEmpty()) {
                 m_console.out() << contact.NivoID << Qt::endl;
+            } else {
+                m_console.out() << kUnverifiedContact.arg(contact.NivoID, problem) << Qt::endl;
             }
         }
+        return Success;
+    }
+    if (action == kShowAction) {
+        const QString nivoId = RecipientChoice::normalized(argument);
+        const QList<Contact> list = NivoGXUtil::getContactList();
+        const qsizetype at = RecipientChoice::indexOf(list, nivoId);
+        if (at < 0) {
+            m_console.err() << kNoSuchContact.arg(nivoId) << Qt::endl;
+            return Failure;
+        }
+        const Contact& contact = list.at(at);
+        m_console.out() << kShownNivoId.arg(contact.NivoID) << Qt::endl
+                        << kShownName.arg(contact.DisplayName) << Qt::endl;
+        printCertificate(contact.CertData);
+        const QString problem = ContactDB::certificateProblem(contact);
+        m_console.out() << (problem.isEmpty() ? kShownVerified : kShownNotVerified.arg(problem))
+                        << Qt::endl;
         return Success;
     }
     if (action == kAddAction) {
@@ -769,10 +845,14 @@ int NivoCli::contacts(const QStringList& arguments) {
         m_console.out() << kExportedTo.arg(result.path) << Qt::endl;
         return Success;
     }
-    const QString message = NivoGXUtil::importContacts(argument);
+    QStringList skipped;
+    const QString message = NivoGXUtil::importContacts(argument, &skipped);
     if (!message.isEmpty()) {
         printAlert(message, QString());
         return Failure;
+    }
+    if (!skipped.isEmpty()) {
+        m_console.err() << ContactDB::notImportedMessage(skipped) << Qt::endl;
     }
     m_console.out() << kImported.arg(argument) << Qt::endl;
     return Success;

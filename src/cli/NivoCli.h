@@ -66,6 +66,8 @@ private:
     // with the message printed, when -o names no folder.
     [[nodiscard]] QString runFolder(const QCommandLineParser& parser, const QString& remembered);
     void printAlert(const QString& message, const QString& informativeText);
+    // Subject, issuer, validity and fingerprint of a DER certificate, a line each.
+    void printCertificate(const QByteArray& der);
     // The contact with a typed NIVO ID; an unknown one is looked up on the server and kept.
     // Reports a refusal and returns false.
     [[nodiscard]] bool findRecipient(const QString& typed, Contact& contact, bool& added);
@@ -78,4 +80,5 @@ private:
 
     CliConsole& m_console;
     const Command* m_command = nullptr;  // the one being run
+    bool m_requireVerified = false;      // decrypt --require-verified
 };

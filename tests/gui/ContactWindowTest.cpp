@@ -8,6 +8,7 @@
 
 #include "GuiTestKit.h"
 #include "ScriptedHttpsServer.h"
+#include "TestPki.h"
 #include "account/AccountServer.h"
 #include "contacts/ContactController.h"
 #include "contacts/ContactTableModel.h"
@@ -15,6 +16,16 @@
 #include "storage/NivoGXUtil.h"
 
 namespace {
+
+// A lookup answer carrying `certificate`, as the account server sends it.
+QByteArray pfxAnswer(const QByteArray& certificate) {
+    QByteArray numbers;
+    for (const char byte : certificate) {
+        numbers += QByteArray::number(static_cast<quint8>(byte)) + ',';
+    }
+    numbers.chop(1);
+    return "{\"Pfx\":[" + numbers + "]}";
+}
 
 using Kind = ScriptedPrompter::Kind;
 
@@ -131,7 +142,7 @@ TEST_F(ContactWindowTest, FoundPersonIsChosenAndTheChoiceComesBackNextTime) {
     EXPECT_EQ(found.constFirst().row(), 2);
     EXPECT_TRUE(accountServer.requests().isEmpty());
 
-    accountServer.answer(R"({"Pfx":[48,130,1,10]})");
+    accountServer.answer(pfxAnswer(TestPki::serviceCertificate(QStringLiteral("anna"))));
     search(QStringLiteral("Anna"));
     EXPECT_TRUE(busy(window));
     ASSERT_TRUE(eventually([&] { return window->contactList().size() == 4; }));
@@ -144,7 +155,7 @@ TEST_F(ContactWindowTest, FoundPersonIsChosenAndTheChoiceComesBackNextTime) {
     const Contact anna = window->contactList().constFirst();
     EXPECT_EQ(anna.NivoID, QStringLiteral("anna"));
     EXPECT_EQ(anna.DisplayName, QStringLiteral("anna"));
-    EXPECT_EQ(anna.CertData, QByteArray::fromHex("3082010a"));
+    EXPECT_EQ(anna.CertData, TestPki::serviceCertificate(QStringLiteral("anna")));
     EXPECT_GT(anna.ID, 0);
     EXPECT_TRUE(window->selectedList().isEmpty()) << "a found person is offered, not chosen";
     EXPECT_EQ(prompter.count(), 0);
@@ -244,6 +255,15 @@ TEST_F(ContactWindowTest, SearchRefusesTheUserAndReportsWhatTheServerSays) {
     search(QStringLiteral("someone"));
     ASSERT_TRUE(eventually([&] { return prompter.count() == 3; }));
     EXPECT_EQ(prompter.last().message, QStringLiteral("User does not exists"));
+
+    // Nor does a certificate the service did not issue to that very name.
+    accountServer.answer(pfxAnswer(TestPki::serviceCertificate(QStringLiteral("mallory"))));
+    search(QStringLiteral("someone"));
+    ASSERT_TRUE(eventually([&] { return prompter.count() == 4; }));
+    EXPECT_EQ(prompter.last().message, QStringLiteral("User does not exists"));
+    EXPECT_EQ(prompter.last().informativeText,
+              QStringLiteral("The certificate the server gave for someone cannot be trusted: "
+                             "certificate made out to \"mallory\"."));
     EXPECT_FALSE(busy(window));
     EXPECT_TRUE(window->contactList().isEmpty());
     EXPECT_TRUE(NivoGXUtil::getContactList().isEmpty());

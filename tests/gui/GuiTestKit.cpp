@@ -5,6 +5,7 @@
 #include <QProgressBar>
 
 #include "TestFiles.h"
+#include "TestPki.h"
 #include "account/AccountServer.h"
 #include "account/SignIn.h"
 #include "account/SignUp.h"
@@ -79,7 +80,8 @@ QString GuiTest::writeProfileFile(const QString& name, const QString& password) 
     ContactDB file;
     file.initDB(path);
     file.addNivoProfile(profile);
-    file.addContact({0, QStringLiteral("zoe"), QStringLiteral("Zoe"), "zoe's certificate"});
+    file.addContact({0, QStringLiteral("zoe"), QStringLiteral("Zoe"),
+                     TestPki::serviceCertificate(QStringLiteral("zoe"))});
     return path;
 }
 

@@ -86,9 +86,11 @@ NivoProfile SignIn::readProfileFile(const QString& path, const QString& loginNam
         });
 }
 
-void SignIn::keepFromProfileFile(const QString& path, const QString& loginName,
-                                 const QString& password, const NivoProfile& profile) {
+QString SignIn::keepFromProfileFile(const QString& path, const QString& loginName,
+                                    const QString& password, const NivoProfile& profile) {
     keep(loginName, password, profile);
-    (void)NivoGXUtil::importContacts(path);
+    QStringList skipped;
+    (void)NivoGXUtil::importContacts(path, &skipped);
     (void)NivoGXUtil::importContactMapping(path);
+    return ContactDB::notImportedMessage(skipped);
 }

@@ -46,7 +46,10 @@ public:
     [[nodiscard]] static NivoProfile readProfileFile(const QString& path, const QString& loginName,
                                                      const QString& password);
     // Keeps a sign-in from a profile file, then takes over the contacts and presets the file
-    // carries (their outcome is not looked at: the sign-in has already succeeded).
-    static void keepFromProfileFile(const QString& path, const QString& loginName,
-                                    const QString& password, const NivoProfile& profile);
+    // carries (failures are not looked at: the sign-in has already succeeded). Returns what to
+    // tell the user about contacts left out because their certificates could not be verified;
+    // "" when none were.
+    [[nodiscard]] static QString keepFromProfileFile(const QString& path, const QString& loginName,
+                                                     const QString& password,
+                                                     const NivoProfile& profile);
 };

@@ -1,6 +1,10 @@
 #include "contacts/ContactDB.h"
 
+#include <QHash>
+
+#include "account/NivoProfileCommon.h"
 #include "contacts/PresetDetails.h"
+#include "crypto/CertificateTrust.h"
 #include "sqlite/SqliteDatabase.h"
 #include "storage/AtomicFile.h"
 
@@ -10,6 +14,7 @@ const QString ContactDB::kUnableToRetrieveContacts = u"Unable to retrieve contac
 const QString ContactDB::kUnableToRetrieveProfile = u"Unable to retrieve NIVO Profile from file."_s;
 const QString ContactDB::kInvalidUsername = u"Invalid Username"_s;
 const QString ContactDB::kInvalidPassword = u"Invalid password"_s;
+
 
 namespace {
 
@@ -268,7 +273,26 @@ void ContactDB::exportDB(const QString& path) const {
     (void)AtomicFile::copy(m_defaultDBPath, path);
 }
 
-QString ContactDB::importContactDB(const QString& path, const QString& currentUser) const {
+QString ContactDB::notImportedMessage(const QStringList& skipped) {
+    if (skipped.isEmpty()) {
+        return {};
+    }
+    const QString count = QString::number(skipped.size());
+    return (skipped.size() == 1 ? u"1 contact was not imported, as its certificate could not be "
+                                  "verified: %1."_s
+                                : u"%2 contacts were not imported, as their certificates could "
+                                  "not be verified: %1."_s.arg(u"%1"_s, count))
+        .arg(skipped.join(u", "_s));
+}
+
+QString ContactDB::certificateProblem(const Contact& contact, const QByteArray& serviceRoot) {
+    return CertificateTrust::contactCertificateProblem(
+        contact.CertData, contact.NivoID,
+        serviceRoot.isEmpty() ? NivoProfileCommon::getNivoRootCer() : serviceRoot);
+}
+
+QString ContactDB::importContactDB(const QString& path, const QString& currentUser,
+                                   QStringList* skipped) const {
     QList<Contact> accepted;
     QString message;
     {
@@ -300,8 +324,24 @@ QString ContactDB::importContactDB(const QString& path, const QString& currentUs
     if (message != SqliteDatabase::noErrorMessage()) {
         return message;
     }
+    // A key is stored only when the service stands behind it; one already stored may come again
+    // with a new display name.
+    QHash<QString, QByteArray> stored;
+    for (const Contact& contact : getContactList()) {
+        stored.insert(contact.NivoID, contact.CertData);
+    }
+    QStringList refused;
     for (const Contact& contact : accepted) {
-        addContact(contact);
+        const QString problem = certificateProblem(contact, m_serviceRoot);
+        const auto known = stored.constFind(contact.NivoID.toLower());
+        if (problem.isEmpty() || (known != stored.cend() && *known == contact.CertData)) {
+            addContact(contact);
+        } else {
+            refused.append(u"%1 (%2)"_s.arg(contact.NivoID, problem));
+        }
+    }
+    if (skipped != nullptr) {
+        *skipped = refused;
     }
     return withoutNoError(message);
 }

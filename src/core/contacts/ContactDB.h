@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QList>
 #include <QString>
+#include <QStringList>
 #include <QtGlobal>
 #include <functional>
 #include <optional>
@@ -24,6 +25,8 @@ public:
     static const QString kUnableToRetrieveProfile;
     static const QString kInvalidUsername;
     static const QString kInvalidPassword;
+    // What to tell the user about the rows an import left out; "" when there were none.
+    [[nodiscard]] static QString notImportedMessage(const QStringList& skipped);
 
     // Takes the certificate out of a PKCS#12 file with a password; empty when that fails.
     using CertificateFromPfx =
@@ -31,6 +34,13 @@ public:
 
     // Creates the file and its tables when absent and makes `path` the database of this object.
     void initDB(const QString& path);
+    // The root whose certificates may become contacts' keys (DER); the compiled-in service root
+    // unless told otherwise.
+    void setServiceRoot(QByteArray root) { m_serviceRoot = std::move(root); }
+    // "" when the contact's certificate is one the account service (`serviceRoot`, the
+    // compiled-in root when empty) issued to that NIVO ID and is valid now; else a short reason.
+    [[nodiscard]] static QString certificateProblem(const Contact& contact,
+                                                    const QByteArray& serviceRoot = {});
     [[nodiscard]] const QString& defaultDBPath() const noexcept { return m_defaultDBPath; }
 
     // --- contacts ---
@@ -71,8 +81,11 @@ public:
     // Adds the acceptable contacts of another database file (never the user's own account) and
     // returns an empty string, or a message for the user. The file is only read. Rows whose
     // values are not of the kinds this program writes are skipped; a file that cannot be read to
-    // its end adds nothing.
-    QString importContactDB(const QString& path, const QString& currentUser) const;
+    // its end adds nothing. A certificate that fails certificateProblem() neither adds a contact
+    // nor replaces a stored one: such rows are named in `skipped` ("bob (self-signed
+    // certificate)") and the others imported.
+    QString importContactDB(const QString& path, const QString& currentUser,
+                            QStringList* skipped = nullptr) const;
     // Takes over the presets of another database file, matched by name; members are copied as
     // the row numbers they are in that file.
     void importContactMappingDB(const QString& path) const;
@@ -85,4 +98,5 @@ public:
 
 private:
     QString m_defaultDBPath;
+    QByteArray m_serviceRoot;
 };

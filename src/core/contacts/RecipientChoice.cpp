@@ -5,7 +5,9 @@
 #include <stdexcept>
 
 #include "account/NivoProfileAdmin.h"
+#include "account/NivoProfileCommon.h"
 #include "contacts/ContactPreset.h"
+#include "crypto/CertificateTrust.h"
 #include "storage/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
@@ -18,6 +20,8 @@ namespace {
 
 const char* const kUnableToAddSelf = QT_TRANSLATE_NOOP("RecipientChoice", "Unable to add self.");
 const char* const kUserDoesNotExist = QT_TRANSLATE_NOOP("RecipientChoice", "User does not exists");
+const char* const kUntrustedCertificate = QT_TRANSLATE_NOOP(
+    "RecipientChoice", "The certificate the server gave for %1 cannot be trusted: %2.");
 const char* const kProceedWithoutRecipients =
     QT_TRANSLATE_NOOP("RecipientChoice", "Do you wish to proceed without other recipients?");
 const char* const kNoRecipientsSelected =
@@ -72,7 +76,18 @@ qsizetype RecipientChoice::indexOf(const QList<Contact>& contacts, const QString
 
 NivoProfile RecipientChoice::lookUp(const QString& name) {
     try {
-        return NivoProfileAdmin::downloadNivoIdWithRequesterLogInName(name, name);
+        NivoProfile answer = NivoProfileAdmin::downloadNivoIdWithRequesterLogInName(name, name);
+        if (!answer.Cer.isEmpty() && answer.StatusText.isEmpty()) {
+            // Whoever answers (a proxy, a server that was broken into) must not hand out keys of
+            // its own: only a certificate the service issued to that very name is kept.
+            const QString problem = CertificateTrust::contactCertificateProblem(
+                answer.Cer, name, NivoProfileCommon::getNivoRootCer());
+            if (!problem.isEmpty()) {
+                qCWarning(lcRecipients) << "refused the certificate given for" << name << problem;
+                return NivoProfile::failure(tr(kUntrustedCertificate).arg(name, problem));
+            }
+        }
+        return answer;
     } catch (const std::invalid_argument& e) {
         // A malformed answer is the server's fault; the user learns only that nobody was found.
         qCWarning(lcRecipients) << "unreadable answer for" << name << e.what();

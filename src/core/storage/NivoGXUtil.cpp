@@ -346,9 +346,9 @@ bool NivoGXUtil::exportNivoProfileDB(const QString& path, const NivoProfile& pro
     return true;
 }
 
-QString NivoGXUtil::importContacts(const QString& path) {
+QString NivoGXUtil::importContacts(const QString& path, QStringList* skipped) {
     const auto& db = state().contactDB;
-    return db ? db->importContactDB(path, getNivoUsername()) : kImportContactSignIn;
+    return db ? db->importContactDB(path, getNivoUsername(), skipped) : kImportContactSignIn;
 }
 
 QString NivoGXUtil::importContactMapping(const QString& path) {

@@ -115,8 +115,11 @@ public:
     // Writes the profile into the live database, then copies the database to `path`. False when
     // nobody is signed in or the profile could not be written.
     [[nodiscard]] static bool exportNivoProfileDB(const QString& path, const NivoProfile& profile);
-    // Empty on success, otherwise the message to show.
-    [[nodiscard]] static QString importContacts(const QString& path);
+    // Empty on success, otherwise the message to show. Rows left out because their certificates
+    // could not be verified go to `skipped` (see ContactDB::importContactDB); the others count
+    // as a success.
+    [[nodiscard]] static QString importContacts(const QString& path,
+                                                QStringList* skipped = nullptr);
     [[nodiscard]] static QString importContactMapping(const QString& path);
 
     // --- the user's activity log (at logPath()) ---

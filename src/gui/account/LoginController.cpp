@@ -204,7 +204,10 @@ void LoginController::loginProcessUsingFile(const QString& loginName, const QStr
         m_prompter.alert(this, SignIn::signInFailed(), profile.StatusText);
         return;
     }
-    SignIn::keepFromProfileFile(path, loginName, password, profile);
+    if (const QString skipped = SignIn::keepFromProfileFile(path, loginName, password, profile);
+        !skipped.isEmpty()) {
+        m_prompter.alert(this, skipped, QString());
+    }
     finishSignIn();
 }
 

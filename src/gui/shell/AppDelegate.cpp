@@ -1,5 +1,7 @@
 #include "shell/AppDelegate.h"
 
+#include "contacts/ContactDB.h"
+
 #include <QAction>
 #include <QCoreApplication>
 #include <QDateTime>
@@ -11,6 +13,7 @@
 #include <QScreen>
 
 #include "account/LoginController.h"
+#include "contacts/ContactDB.h"
 #include "filelist/FileController.h"
 #include "log/LogViewerController.h"
 #include "shell/NIVOGXService.h"
@@ -238,10 +241,14 @@ void AppDelegate::importContacts() {
     if (chosen.isEmpty()) {
         return;
     }
-    const QString message = NivoGXUtil::importContacts(chosen.constFirst());
+    QStringList skipped;
+    const QString message = NivoGXUtil::importContacts(chosen.constFirst(), &skipped);
     if (!message.isEmpty()) {
         displayAlertBox(message);
         return;
+    }
+    if (!skipped.isEmpty()) {
+        displayAlertBox(ContactDB::notImportedMessage(skipped));
     }
     m_hub.postContactImportCompleted();
 }

@@ -2,6 +2,8 @@
 // case, the profile row and the profile file read back, and failure values for an unusable file.
 #include <gtest/gtest.h>
 
+#include "TestPki.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -197,7 +199,8 @@ TEST_F(ContactDBTest, ViewsInAFileFromOutsideAreRefusedInsteadOfRunForever) {
 }
 
 TEST_F(ContactDBTest, ImportingAFileInWalModeWritesNothingNextToIt) {
-    db.addContact(contact(QStringLiteral("bob"), QStringLiteral("Bob"), "B"));
+    db.addContact(contact(QStringLiteral("bob"), QStringLiteral("Bob"),
+                          TestPki::serviceCertificate(QStringLiteral("bob"))));
     QDir(dir.path()).mkdir(QStringLiteral("chosen"));
     const QString file = dir.filePath(QStringLiteral("chosen/wal.cbkm"));
     db.exportDB(file);

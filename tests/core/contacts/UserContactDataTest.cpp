@@ -10,10 +10,13 @@
 
 #include "SqliteShell.h"
 #include "TestFiles.h"
+#include "TestPki.h"
 #include "UserSandbox.h"
 #include "contacts/ContactDB.h"
 #include "contacts/RecipientChoice.h"
 #include "storage/NivoGXUtil.h"
+
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -43,7 +46,7 @@ protected:
     }
 
     QStringList liveRows() const {
-        return sqliteShell(livePath(), QStringLiteral("select ID, NivoID, DisplayName, CertData "
+        return sqliteShell(livePath(), QStringLiteral("select ID, NivoID, DisplayName, hex(CertData) "
                                                       "from CONTACT order by ID"));
     }
 
@@ -116,24 +119,43 @@ TEST_F(UserContactDataTest, ABackupNeverHoldsTheProfileAndTheLiveDatabaseLosesIt
     EXPECT_FALSE(QFileInfo::exists(file(QStringLiteral("missing"))));
 }
 
-TEST_F(UserContactDataTest, ImportSkipsTheOwnAccountAndIncompleteRowsAndTwiceChangesNothing) {
-    NivoGXUtil::addContact(contact(QStringLiteral("bob"), QStringLiteral("Old Bob"), "B-old"));
-    const QString backup =
-        backupWith(QStringLiteral("from elsewhere.cbkm"),
-                   {contact(QStringLiteral("alice"), QStringLiteral("Me"), "A"),
-                    contact(QStringLiteral("Bob"), QStringLiteral("Bob"), "B-new"),
-                    contact(QStringLiteral("carol"), QString(), "C"),
-                    contact(QStringLiteral("dave"), QStringLiteral("Dave"), QByteArray()),
-                    contact(QStringLiteral("erin"), QStringLiteral("Erin"), "E")});
+TEST_F(UserContactDataTest, ImportTakesOnlyVerifiedKeysSkipsTheOwnAccountAndTwiceChangesNothing) {
+    const auto cert = [](const char* name, int copy = 0) {
+        return TestPki::serviceCertificate(QString::fromLatin1(name), copy);
+    };
+    NivoGXUtil::addContact(contact(QStringLiteral("bob"), QStringLiteral("Old Bob"), cert("bob")));
+    const QByteArray graceKey = cert("grace");
+    NivoGXUtil::addContact(contact(QStringLiteral("grace"), QStringLiteral("Grace"), graceKey));
+    TestPki stranger;
+    const QString backup = backupWith(
+        QStringLiteral("from elsewhere.cbkm"),
+        {contact(QStringLiteral("alice"), QStringLiteral("Me"), cert("alice")),
+         // A re-issued key from the service replaces the old one.
+         contact(QStringLiteral("Bob"), QStringLiteral("Bob"), cert("bob", 1)),
+         contact(QStringLiteral("carol"), QString(), cert("carol")),
+         contact(QStringLiteral("dave"), QStringLiteral("Dave"), QByteArray()),
+         contact(QStringLiteral("erin"), QStringLiteral("Erin"), cert("erin")),
+         // Keys the service did not issue to that name never get in.
+         contact(QStringLiteral("grace"), QStringLiteral("Grace"),
+                 stranger.createSelfSigned(QStringLiteral("grace")).certDer),
+         contact(QStringLiteral("frank"), QStringLiteral("Frank"), cert("erin"))});
     // A row with no account name at all cannot be made through ContactDB.
     ASSERT_TRUE(sqliteExec(
         backup, QStringLiteral("insert into CONTACT (DisplayName, CertData) values ('X', 'X')")));
     const QByteArray before = fileDigest(backup);
 
-    EXPECT_EQ(NivoGXUtil::importContacts(backup), QStringLiteral(""));
+    QStringList skipped;
+    EXPECT_EQ(NivoGXUtil::importContacts(backup, &skipped), QStringLiteral(""));
+    EXPECT_EQ(skipped, (QStringList{QStringLiteral("grace (self-signed certificate)"),
+                                    QStringLiteral("frank (certificate made out to \"erin\")")}));
+    EXPECT_EQ(ContactDB::notImportedMessage(skipped),
+              QStringLiteral("2 contacts were not imported, as their certificates could not be "
+                             "verified: grace (self-signed certificate), frank (certificate made "
+                             "out to \"erin\")."));
     const QStringList once = liveRows();
-    EXPECT_EQ(once,
-              (QStringList{QStringLiteral("1|bob|Bob|B-new"), QStringLiteral("2|erin|Erin|E")}));
+    EXPECT_EQ(once, (QStringList{QStringLiteral("1|bob|Bob|") + QString::fromLatin1(cert("bob", 1).toHex().toUpper()),
+                                 QStringLiteral("2|grace|Grace|") + QString::fromLatin1(graceKey.toHex().toUpper()),
+                                 QStringLiteral("3|erin|Erin|") + QString::fromLatin1(cert("erin").toHex().toUpper())}));
     EXPECT_EQ(NivoGXUtil::importContacts(backup), QStringLiteral(""));
     EXPECT_EQ(liveRows(), once);
     EXPECT_EQ(fileDigest(backup), before);
@@ -175,10 +197,10 @@ TEST_F(UserContactDataTest, MappingImportTakesOverPresetsByNameWithTheirMemberId
 }
 
 TEST_F(UserContactDataTest, AProfileFileCarriesContactsAndPresetsToANewDatabase) {
-    const qint64 bob =
-        NivoGXUtil::addContact(contact(QStringLiteral("bob"), QStringLiteral("Bob"), "B"));
-    const qint64 carol =
-        NivoGXUtil::addContact(contact(QStringLiteral("carol"), QStringLiteral("Carol"), "C"));
+    const qint64 bob = NivoGXUtil::addContact(contact(
+        QStringLiteral("bob"), QStringLiteral("Bob"), TestPki::serviceCertificate(u"bob"_s)));
+    const qint64 carol = NivoGXUtil::addContact(contact(
+        QStringLiteral("carol"), QStringLiteral("Carol"), TestPki::serviceCertificate(u"carol"_s)));
     NivoGXUtil::saveContactPreset({QStringLiteral("Last used contacts"), {carol, bob}});
     NivoProfile profile;
     profile.LoginName = QStringLiteral("Alice");
