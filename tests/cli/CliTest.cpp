@@ -114,12 +114,36 @@ TEST_F(CliTest, FilesGoOnlyToTheirRecipientsAndNameTheSender) {
     ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
     EXPECT_EQ(json(run.out).value(u"output"_s).toString(), outBox + u"/report(1).pdf"_s);
     EXPECT_EQ(json(run.out).value(u"sender"_s).toString(), u"alice"_s);
+    EXPECT_EQ(json(run.out).value(u"verified"_s), QJsonValue(true));
+    EXPECT_EQ(json(run.out).value(u"trust"_s).toString(), QString());
     QFile opened(outBox + u"/report(1).pdf"_s);
     ASSERT_TRUE(opened.open(QIODevice::ReadOnly));
     EXPECT_EQ(opened.readAll(), "quarterly figures");
 
+    // Somebody calling himself alice with a certificate of his own: the file opens, named as
+    // always, with the warning; required to be verified, it fails and leaves nothing.
+    ASSERT_EQ(bob.cli({u"contacts"_s, u"add"_s, u"alice"_s}, m_url).exitCode, 0);
+    const QString forged = forgeFileFor(bob, u"alice"_s, "not from alice");
+    run = bob.cli({u"decrypt"_s, u"-o"_s, outBox, forged}, m_url);
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_EQ(run.out, u"%1 -> %2/forged (from alice; NOT VERIFIED: self-signed certificate; not "
+                       "the certificate stored for contact alice)\n"_s.arg(forged, outBox));
+    run = bob.cli({u"decrypt"_s, u"--json"_s, u"--require-verified"_s, u"-o"_s, outBox, forged},
+                  m_url);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(json(run.out).value(u"verified"_s), QJsonValue(false));
+    EXPECT_EQ(json(run.out).value(u"outcome"_s).toString(),
+              u"Decryption failed. The sender is not verified: self-signed certificate; not the "
+              "certificate stored for contact alice."_s);
+    EXPECT_FALSE(QFileInfo::exists(outBox + u"/forged(1)"_s));
+    EXPECT_TRUE(bob.cli({u"log"_s}, m_url).out.endsWith(u" |  | Failed\n"_s));
+    run = bob.cli({u"contacts"_s, u"show"_s, u"ALICE"_s}, m_url);
+    EXPECT_TRUE(run.out.contains(u"\nVerified: yes, issued by the account service\n"_s))
+        << run.out.toStdString();
+    EXPECT_TRUE(run.out.contains(u"\nSHA-256:  "_s)) << run.out.toStdString();
+
     run = bob.cli({u"log"_s, u"--sort"_s, u"File"_s}, m_url);
-    EXPECT_EQ(run.out.count(u" | Decrypt | "_s), 2) << run.out.toStdString();
+    EXPECT_EQ(run.out.count(u" | Decrypt | "_s), 4) << run.out.toStdString();
     EXPECT_TRUE(run.out.endsWith(u" | alice | Success\n"_s)) << run.out.toStdString();
     ASSERT_EQ(bob.cli({u"log"_s, u"export"_s, u"activity"_s}, m_url).exitCode, 0);
     EXPECT_TRUE(QFileInfo::exists(bob.files() + u"/activity.log"_s));
