@@ -20,6 +20,7 @@
 #include "contacts/ContactController.h"
 #include "filelist/CustomFileTableView.h"
 #include "filelist/FileController.h"
+#include "filelist/ResultsPanel.h"
 #include "processing/FileListModel.h"
 #include "processing/ProcessController.h"
 #include "processing/ProcessWindow.h"
@@ -214,6 +215,24 @@ TEST_F(FileWindowTest, FilesEncryptedForAContactOpenForThatContact) {
     EXPECT_TRUE(loggedEvents().contains(QStringLiteral("Decrypt | ") + protectedFiles.at(0) +
                                         QStringLiteral(" | alice | Success")))
         << loggedEvents().join(u'\n').toStdString();
+
+    // Each opened file keeps a line under the list: who sent it, checked, and a way to it.
+    ResultsPanel* results = window->resultsPanel();
+    ASSERT_EQ(results->model().rowCount(), 3);
+    for (const RunResults::Result& result : results->model().results()) {
+        EXPECT_EQ(result.kind, RunResults::Kind::Opened);
+        EXPECT_EQ(RunResults::detailsText(result), QStringLiteral("\u2714 alice (verified)"));
+        EXPECT_EQ(QFileInfo(result.outputPath).path(), plain);
+    }
+    QList<QUrl> shown;
+    results->setOpener([&shown](const QUrl& url) { shown.append(url); });
+    QWidget* actions =
+        results->view()->indexWidget(results->model().index(0, RunResults::ActionsColumn));
+    ASSERT_NE(actions, nullptr);
+    clickButton(actions, "openButton");
+    clickButton(actions, "showInFolderButton");
+    EXPECT_EQ(shown, (QList<QUrl>{QUrl::fromLocalFile(results->model().results()[0].outputPath),
+                                  QUrl::fromLocalFile(plain)}));
 }
 
 TEST_F(FileWindowTest, DuringARunTheFileBeingProcessedStaysAndCancelEndsItsTurn) {

@@ -15,6 +15,7 @@
 #include "account/AccountServer.h"
 #include "contacts/ContactController.h"
 #include "filelist/FileController.h"
+#include "filelist/ResultsPanel.h"
 #include "log/ActivityLog.h"
 #include "log/LogViewerController.h"
 #include "shell/IconSet.h"
@@ -109,6 +110,30 @@ int main(int argc, char* argv[]) {
         {QDir(sandbox.root()).filePath(QStringLiteral("work/budget 2027.xlsx")),
          QDir(sandbox.root()).filePath(QStringLiteral("work/minutes.txt")),
          QDir(sandbox.root()).filePath(QStringLiteral("inbox/photo-0042.jpg.tvf"))});
+    // What a session's results look like: a verified sender, one that only claims a contact's
+    // name, a protected file and a failure.
+    RunResults& results = main.resultsPanel()->model();
+    const QString inbox = QDir(sandbox.root()).filePath(QStringLiteral("inbox/"));
+    RunResults::Result opened{inbox + QStringLiteral("contract_draft_v3.docx.tvf"),
+                              RunResults::Kind::Opened,
+                              {},
+                              inbox + QStringLiteral("contract_draft_v3.docx"),
+                              {QStringLiteral("grace.li"), SenderVerdict::Trust::Verified, {}}};
+    results.add(opened);
+    opened.inputPath = inbox + QStringLiteral("invoice-2026-11.pdf.tvf");
+    opened.outputPath = inbox + QStringLiteral("invoice-2026-11.pdf");
+    opened.sender = {QStringLiteral("bob"), SenderVerdict::Trust::SelfSigned, QStringLiteral("bob")};
+    results.add(opened);
+    results.add({QDir(sandbox.root()).filePath(QStringLiteral("work/design-notes.md")),
+                 RunResults::Kind::Protected,
+                 {},
+                 QDir(sandbox.root()).filePath(QStringLiteral("work/design-notes.md.tvf")),
+                 {}});
+    results.add({inbox + QStringLiteral("old-mail.tvf"),
+                 RunResults::Kind::Failed,
+                 QStringLiteral("Decryption failed. You are not the recipient of the file."),
+                 {},
+                 {}});
     ok = save(main, folder, "main-window.png") && ok;
 
     ContactController recipients(hub, prompter);

@@ -6,10 +6,12 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QSizePolicy>
+#include <QSplitter>
 #include <QToolBar>
 
 #include "contacts/ContactController.h"
 #include "filelist/CustomFileTableView.h"
+#include "filelist/ResultsPanel.h"
 #include "processing/FileListModel.h"
 #include "processing/ProcessController.h"
 #include "processing/ProcessWindow.h"
@@ -47,6 +49,7 @@ FileController::FileController(NotificationHub& hub, Prompter& prompter, QWidget
       m_prompter(prompter),
       m_model(new FileListModel(this)),
       m_fileTableView(new CustomFileTableView(this)),
+      m_resultsPanel(new ResultsPanel(this)),
       m_userToolBarItem(new QLabel(this)) {
     setObjectName(u"FileController"_s);
     setWindowTitle(tr(kTitle));
@@ -57,7 +60,15 @@ FileController::FileController(NotificationHub& hub, Prompter& prompter, QWidget
     header->setSectionResizeMode(FileListModel::FileColumn, QHeaderView::Stretch);
     header->setSectionResizeMode(FileListModel::StatusColumn, QHeaderView::Interactive);
     header->resizeSection(FileListModel::StatusColumn, kStatusColumnWidth);
-    setCentralWidget(m_fileTableView);
+    // The list above, what became of the files below.
+    auto* splitter = new QSplitter(Qt::Vertical, this);
+    splitter->setObjectName(u"listAndResults"_s);
+    splitter->addWidget(m_fileTableView);
+    splitter->addWidget(m_resultsPanel);
+    splitter->setStretchFactor(0, 3);
+    splitter->setStretchFactor(1, 2);
+    splitter->setChildrenCollapsible(false);
+    setCentralWidget(splitter);
 
     QToolBar* toolBar = addToolBar(tr(kToolBar));
     toolBar->setObjectName(u"toolBar"_s);
@@ -84,7 +95,7 @@ FileController::FileController(NotificationHub& hub, Prompter& prompter, QWidget
     toolBar->addWidget(m_userToolBarItem);
     addToolBarAction(kSignOut, "logoutAction", IconSet::kSignOut,
                      &FileController::LogoutButtonTapped);
-    resize(760, 460);
+    resize(820, 600);
     windowDidLoad();
 }
 
@@ -214,6 +225,7 @@ void FileController::askToClearList(const QString& informativeText) {
 
 void FileController::processStarting(ProcessController* controller, int row) {
     Q_UNUSED(row);
+    m_resultsPanel->follow(controller);
     // A cancelled run's window has closed already; any other is replaced by the next file's.
     if (m_processWindow) {
         m_processWindow->close();

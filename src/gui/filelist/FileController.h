@@ -15,6 +15,7 @@ class ProcessWindow;
 class Prompter;
 class QAction;
 class QLabel;
+class ResultsPanel;
 
 // The main window of a signed-in user: the list of files with their statuses, and the buttons
 // that add files, encrypt or decrypt them one after another, export the profile and sign out.
@@ -42,6 +43,7 @@ public:
     // The window of the file being processed, or of the recipient choice; null when none is open.
     [[nodiscard]] ProcessWindow* processWindow() const;
     [[nodiscard]] ContactController* contactController() const;
+    [[nodiscard]] ResultsPanel* resultsPanel() const noexcept { return m_resultsPanel; }
 
 Q_SIGNALS:
     // Sign-out or a closed window: the application should quit.
@@ -65,6 +67,7 @@ private:
     Prompter& m_prompter;
     FileListModel* m_model;
     CustomFileTableView* m_fileTableView;
+    ResultsPanel* m_resultsPanel;
     QLabel* m_userToolBarItem;
     QPointer<ProcessWindow> m_processWindow;
     QPointer<ContactController> m_contactController;
