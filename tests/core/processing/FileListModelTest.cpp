@@ -243,11 +243,13 @@ TEST_F(FileListModelTest, ACancelledFileKeepsItsTextAndTheRunGoesOn) {
     EXPECT_EQ(statuses(), QStringList{u"Encryption cancelled"_s});
     QStringList events = ProcessingTestKit::loggedEvents();
     ASSERT_EQ(events.size(), 3);
-    // The cancelled file's work and the next file run side by side; their lines may interleave.
+    // The cancelled file's work stops and the next file runs beside it; their lines may
+    // interleave.
     EXPECT_EQ(events.takeFirst(), u"Encrypt | %1 | alice | Cancelled"_s.arg(first));
     events.sort();
-    EXPECT_EQ(events, (QStringList{u"Encrypt | %1 | alice | Success"_s.arg(first),
+    EXPECT_EQ(events, (QStringList{u"Encrypt | %1 | alice | Failed"_s.arg(first),
                                    u"Encrypt | %1 | alice | Success"_s.arg(second)}));
+    EXPECT_EQ(kit.files(u"out"_s), QStringList{u"b.txt.tvf"_s});
 }
 
 // Paths are listed once each, letter case counting, however the list got where it is: adding
