@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <system_error>
+#include <thread>
 
 #ifdef Q_OS_UNIX
 #include <fcntl.h>
@@ -311,6 +312,29 @@ bool AtomicFile::putInPlace() {
     return true;
 }
 
+namespace {
+
+// From this size on, a file thrown away is let go of on a thread of its own.
+constexpr qint64 kLargeDiscard = qint64{64} << 20;
+
+// Closing the last reference to a large file frees its blocks, which takes the file system most
+// of a second for a few GiB. A file thrown away has no name by then, so nothing is left to see;
+// only its space comes back a moment later, and a cancelled run ends at once.
+void closeDiscarded(int fd) {
+    struct stat status {};
+    if (::fstat(fd, &status) == 0 && status.st_nlink == 0 && status.st_size >= kLargeDiscard) {
+        try {
+            std::thread([fd] { ::close(fd); }).detach();
+            return;
+        } catch (const std::system_error&) {
+            // No thread to spare: close it here.
+        }
+    }
+    ::close(fd);
+}
+
+}  // namespace
+
 void AtomicFile::discard() {
     m_file.close();
     if (!m_temporaryPath.isEmpty()) {
@@ -318,7 +342,7 @@ void AtomicFile::discard() {
         m_temporaryPath.clear();
     }
     if (m_fd >= 0) {
-        ::close(m_fd);
+        closeDiscarded(m_fd);
         m_fd = -1;
     }
 }
