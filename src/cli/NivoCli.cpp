@@ -529,7 +529,7 @@ int NivoCli::encrypt(const QStringList& arguments) {
         processFiles(files, password, recipients, folder, true, parser.isSet(kJsonOption), placed);
     // A folder where every file failed is not offered again.
     if (!placed && exit != Success) {
-        NivoGXUtil::saveSettings(QString(), QString(), QString(), previous, QString());
+        NivoGXUtil::setLastOutputFolder(true, previous);
     }
     return exit;
 }
@@ -551,7 +551,7 @@ int NivoCli::decrypt(const QStringList& arguments) {
     const int exit =
         processFiles(files, password, {}, folder, false, parser.isSet(kJsonOption), placed);
     if (!placed && exit != Success) {
-        NivoGXUtil::saveSettings(QString(), QString(), QString(), QString(), previous);
+        NivoGXUtil::setLastOutputFolder(false, previous);
     }
     return exit;
 }

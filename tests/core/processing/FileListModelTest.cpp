@@ -161,6 +161,18 @@ TEST_F(FileListModelTest, ADecryptionBatchWalksTheWholeList) {
               (QStringList{u"Decrypt | %1 | bob | Success"_s.arg(fromBob),
                            u"Decrypt | %1 | alice | Success"_s.arg(mine),
                            u"Decrypt | %1 |  | Failed"_s.arg(broken)}));
+
+    // A folder where every file failed is not offered again: the one before comes back.
+    const QString again =
+        kit.protectedFile(u"in/f-again.txt.tvf"_s, "again", ProcessingTestKit::bobProfile());
+    model->addFiles({again});
+    ASSERT_EQ(model->decryptRequested(), Request::ChooseOutputFolder);
+    const QString missing = kit.path(u"missing"_s);
+    NivoGXUtil::saveSettings({}, {}, {}, {}, missing);
+    model->startDecryption();
+    waitForRunEnd();
+    EXPECT_EQ(statuses().last(), u"The folder %1 does not exist."_s.arg(missing));
+    EXPECT_EQ(NivoGXUtil::getLastOutputDecryptFolder(), kit.path(u"out"_s));
 }
 
 TEST_F(FileListModelTest, AnEncryptionRunTakesInFilesAddedWhileItRuns) {
