@@ -9,12 +9,11 @@
 #include <QtConcurrent/QtConcurrentRun>
 #include <atomic>
 #include <functional>
-#include <memory>
 #include <limits>
+#include <memory>
 #include <optional>
 
 #include "contacts/ContactDB.h"
-#include "crypto/ComTruvexIO_FileStream.h"
 #include "crypto/NivoCryptoOperation.h"
 #include "crypto/TVXException.h"
 #include "processing/PathText.h"
@@ -32,7 +31,6 @@ const QString ProcessController::kDecryptingTitle = u"Decrypting ..."_s;
 const QString ProcessController::kInputDoesNotExist = u"%1 does not exists."_s;
 const QString ProcessController::kEncryptionCancelled = u"Encryption cancelled"_s;
 const QString ProcessController::kDecryptionCancelled = u"Decryption cancelled"_s;
-const QString ProcessController::kInputChanged = ComTruvexIO_FileStream::kInputChanged;
 const QString ProcessController::kEncryptAction = u"Encrypt"_s;
 const QString ProcessController::kDecryptAction = u"Decrypt"_s;
 const QString ProcessController::kSuccess = u"Success"_s;

@@ -42,7 +42,6 @@ public:
     static const QString kInputDoesNotExist;
     static const QString kEncryptionCancelled;
     static const QString kDecryptionCancelled;
-    static const QString kInputChanged;
 
     // Activity-log words.
     static const QString kEncryptAction;
