@@ -1,18 +1,24 @@
 // Seconds and peak memory (maximum resident set size) to protect and to open one large file with
 // the in-memory operations. Each phase runs in a child process of its own, so that its peak
-// memory is its alone.
+// memory is its alone. With --cancel: how long a streaming protect and open of a large sparse
+// file take to stop once cancelled midway, from the cancel to the end of the call.
 //
 //   bench_crypto [size in MiB, default 100]
+//   bench_crypto --cancel [size in GiB, default 4]
 
 #include <sys/resource.h>
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTextStream>
+#include <atomic>
 #include <cstdio>
+#include <functional>
+#include <stdexcept>
 
 #include "crypto/NivoCryptoOperation.h"
 #include "crypto/TVXException.h"
@@ -94,6 +100,79 @@ int phase(const QString& which, const QString& dir) {
     return 0;
 }
 
+using FileOperation = std::function<void(const NivoCryptoOperation::FileRun&)>;
+
+// Runs `operation`, cancels it once `at` bytes of input were read, and prints how long it took
+// from the cancel to its end, and how far it read. False when it was not stopped.
+bool timeCancel(const char* name, const FileOperation& operation, qint64 at, qint64 total) {
+    std::atomic<bool> cancelled = false;
+    QElapsedTimer timer;
+    qint64 cancelledAt = 0;
+    qint64 lastDone = 0;
+    NivoCryptoOperation::FileRun run{};
+    run.cancelled = &cancelled;
+    run.progress = [&](qint64 done, qint64) {
+        lastDone = done;
+        if (!cancelled && done >= at) {
+            cancelledAt = done;
+            timer.start();
+            cancelled = true;
+        }
+    };
+    bool stopped = false;
+    try {
+        operation(run);
+    } catch (const std::exception&) {
+        stopped = cancelled;
+    }
+    const double ms = timer.isValid() ? static_cast<double>(timer.nsecsElapsed()) / 1e6 : -1;
+    std::printf("%-8s cancelled after %6lld MiB of %lld: stopped in %8.1f ms, %lld KiB read after "
+                "the cancel, %s\n",
+                name, static_cast<long long>(cancelledAt >> 20),
+                static_cast<long long>(total >> 20), ms,
+                static_cast<long long>((lastDone - cancelledAt) >> 10),
+                stopped ? "no output" : "NOT STOPPED");
+    return stopped;
+}
+
+int cancelBench(const QString& d, qint64 gib) {
+    const NivoProfile user = profile(d);
+    const qint64 size = gib << 30;
+    const QString input = d + u"/sparse.bin"_s;
+    const QString sealed = d + u"/sparse.bin.tvf"_s;
+    if (QFile file(input); !file.open(QIODevice::WriteOnly) || !file.resize(size)) {
+        return 1;
+    }
+    std::printf("cancel benchmark: %lld GiB sparse file, streaming encryptFile / decryptFile\n",
+                static_cast<long long>(gib));
+    std::fflush(stdout);
+    const FileOperation encrypt = [&](const NivoCryptoOperation::FileRun& run) {
+        (void)NivoCryptoOperation::encryptFile(input, user, kPassword, {}, sealed, run);
+    };
+    bool stopped = true;
+    for (const qint64 at : {qint64{64} << 20, size / 2}) {
+        stopped = timeCancel("encrypt", encrypt, at, size) && stopped;
+    }
+    // A whole protected file to open.
+    QElapsedTimer whole;
+    whole.start();
+    encrypt(NivoCryptoOperation::FileRun{});
+    std::printf("(protecting it whole took %.1f s)\n", static_cast<double>(whole.elapsed()) / 1e3);
+    const qint64 sealedSize = QFileInfo(sealed).size();
+    const FileOperation decrypt = [&](const NivoCryptoOperation::FileRun& run) {
+        SenderVerdict sender;
+        const QString outcome = NivoCryptoOperation::decryptFile(
+            sealed, user, kPassword, d + u"/opened.bin"_s, sender, {}, run);
+        if (!outcome.isEmpty()) {
+            throw std::runtime_error(outcome.toStdString());
+        }
+    };
+    for (const qint64 at : {qint64{64} << 20, sealedSize / 2}) {
+        stopped = timeCancel("decrypt", decrypt, at, sealedSize) && stopped;
+    }
+    return stopped && !QFileInfo::exists(d + u"/opened.bin"_s) ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -102,7 +181,8 @@ int main(int argc, char** argv) {
     if (arguments.size() == 4 && arguments[1] == u"--phase"_s) {
         return phase(arguments[2], arguments[3]);
     }
-    const qsizetype mib = arguments.size() > 1 ? arguments[1].toLongLong() : 100;
+    const bool cancel = arguments.size() > 1 && arguments[1] == u"--cancel"_s;
+    const qsizetype mib = cancel ? 0 : arguments.size() > 1 ? arguments[1].toLongLong() : 100;
 
     QTemporaryDir dir;
     const QString d = dir.path();
@@ -115,6 +195,9 @@ int main(int argc, char** argv) {
                             u"-in"_s, d + u"/user.pem"_s, u"-passout"_s,
                             u"pass:"_s + kPassword, u"-out"_s, d + u"/user.pfx"_s})) {
         return 1;
+    }
+    if (cancel) {
+        return cancelBench(d, arguments.size() > 2 ? arguments[2].toLongLong() : 4);
     }
     {
         QFile input(d + u"/input.bin"_s);

@@ -1,8 +1,12 @@
 #include "CliConsole.h"
 
+#include <fcntl.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <QSocketNotifier>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
 
 using namespace Qt::Literals::StringLiterals;
@@ -37,7 +41,59 @@ private:
     bool m_active = false;
 };
 
+// The pipe through which the signal handler wakes the event loop: the handler may do nothing
+// else safely.
+int g_interruptPipe[2] = {-1, -1};
+
+extern "C" void noteInterrupt(int) {
+    const int saved = errno;
+    const char byte = 1;
+    (void)!::write(g_interruptPipe[1], &byte, 1);
+    errno = saved;
+}
+
 }  // namespace
+
+CliConsole::~CliConsole() {
+    releaseInterrupt();
+}
+
+void CliConsole::catchInterrupt(std::function<void()> handler) {
+    m_interruptHandler = std::move(handler);
+    if (g_interruptPipe[0] < 0 && ::pipe2(g_interruptPipe, O_CLOEXEC | O_NONBLOCK) != 0) {
+        return;
+    }
+    if (!m_interruptNotifier) {
+        m_interruptNotifier =
+            std::make_unique<QSocketNotifier>(g_interruptPipe[0], QSocketNotifier::Read);
+        QObject::connect(m_interruptNotifier.get(), &QSocketNotifier::activated,
+                         m_interruptNotifier.get(), [this] {
+                             char bytes[16];
+                             while (::read(g_interruptPipe[0], bytes, sizeof bytes) > 0) {
+                             }
+                             if (m_interruptHandler) {
+                                 m_interruptHandler();
+                             }
+                         });
+    }
+    m_interruptNotifier->setEnabled(true);
+    struct sigaction action {};
+    action.sa_handler = noteInterrupt;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    ::sigaction(SIGINT, &action, nullptr);
+}
+
+void CliConsole::releaseInterrupt() {
+    if (!m_interruptHandler) {
+        return;
+    }
+    ::signal(SIGINT, SIG_DFL);
+    m_interruptHandler = nullptr;
+    if (m_interruptNotifier) {
+        m_interruptNotifier->setEnabled(false);
+    }
+}
 
 CliConsole::CliConsole()
     : m_out(stdout), m_err(stderr), m_in(stdin), m_errIsTerminal(::isatty(STDERR_FILENO) != 0) {}

@@ -3,13 +3,18 @@
 #include <QString>
 #include <QTextStream>
 #include <QtGlobal>
+#include <functional>
+#include <memory>
 #include <optional>
+
+class QSocketNotifier;
 
 // The terminal the tool talks to: standard output for results, standard error for messages and
 // the progress bar, and the reading of passwords without echo.
 class CliConsole {
 public:
     CliConsole();
+    ~CliConsole();
     CliConsole(const CliConsole&) = delete;
     CliConsole& operator=(const CliConsole&) = delete;
 
@@ -25,6 +30,11 @@ public:
     void showProgress(qint64 done, qint64 total);
     void endProgress();
 
+    // Until stopped, an interrupt (Ctrl-C, SIGINT) calls `handler` from the event loop instead
+    // of ending the process.
+    void catchInterrupt(std::function<void()> handler);
+    void releaseInterrupt();
+
 private:
     QTextStream m_out;
     QTextStream m_err;
@@ -32,4 +42,6 @@ private:
     bool m_errIsTerminal = false;
     bool m_progressShown = false;
     int m_lastPercent = -1;
+    std::function<void()> m_interruptHandler;
+    std::unique_ptr<QSocketNotifier> m_interruptNotifier;
 };

@@ -8,6 +8,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonValue>
+#include <QThreadPool>
 #include <algorithm>
 #include <functional>
 #include <memory>
@@ -21,6 +22,7 @@
 #include "crypto/CertificateTrust.h"
 #include "crypto/CmsOutline.h"
 #include "log/LogQuery.h"
+#include "log/VisibleText.h"
 #include "processing/ProcessController.h"
 #include "storage/NivoGXUtil.h"
 #include "storage/UserDataExport.h"
@@ -473,8 +475,8 @@ void NivoCli::printCertificate(const QByteArray& der) {
     const auto when = [](const QDateTime& time) {
         return time.toUTC().toString(u"yyyy-MM-dd HH:mm:ss 'UTC'"_s);
     };
-    m_console.out() << kShownSubject.arg(details->subject) << Qt::endl
-                    << kShownIssuer.arg(details->issuer) << Qt::endl
+    m_console.out() << kShownSubject.arg(VisibleText::of(details->subject)) << Qt::endl
+                    << kShownIssuer.arg(VisibleText::of(details->issuer)) << Qt::endl
                     << kShownValidity.arg(when(details->notBefore), when(details->notAfter))
                     << Qt::endl
                     << kShownFingerprint.arg(details->sha256) << Qt::endl;
@@ -564,11 +566,18 @@ int NivoCli::encrypt(const QStringList& arguments) {
     if (folder.isEmpty()) {
         return Failure;
     }
+    // Remembered before the run, so that the next start clears what a killed run left there.
+    const QString previous = NivoGXUtil::getLastOutputEncryptFolder();
     NivoGXUtil::saveSettings(QString(), QString(), QString(), folder, QString());
     RecipientChoice::rememberChoice(recipients);
-    return processFiles(files, password, recipients, folder, true, parser.isSet(kJsonOption))
-               ? Success
-               : Failure;
+    bool placed = false;
+    const int exit =
+        processFiles(files, password, recipients, folder, true, parser.isSet(kJsonOption), placed);
+    // A folder where every file failed is not offered again.
+    if (!placed && exit != Success) {
+        NivoGXUtil::setLastOutputFolder(true, previous);
+    }
+    return exit;
 }
 
 int NivoCli::decrypt(const QStringList& arguments) {
@@ -583,10 +592,16 @@ int NivoCli::decrypt(const QStringList& arguments) {
     if (folder.isEmpty()) {
         return Failure;
     }
+    const QString previous = NivoGXUtil::getLastOutputDecryptFolder();
     NivoGXUtil::saveSettings(QString(), QString(), QString(), QString(), folder);
     m_requireVerified = parser.isSet(kRequireVerifiedOption);
-    return processFiles(files, password, {}, folder, false, parser.isSet(kJsonOption)) ? Success
-                                                                                       : Failure;
+    bool placed = false;
+    const int exit =
+        processFiles(files, password, {}, folder, false, parser.isSet(kJsonOption), placed);
+    if (!placed && exit != Success) {
+        NivoGXUtil::setLastOutputFolder(false, previous);
+    }
+    return exit;
 }
 
 std::optional<int> NivoCli::parseFileRun(QCommandLineParser& parser, const QStringList& arguments,
@@ -617,17 +632,18 @@ QString NivoCli::runFolder(const QCommandLineParser& parser, const QString& reme
         folder = given.isEmpty() ? QDir::currentPath() : given;
     }
     if (!QFileInfo(folder).isDir()) {
-        m_console.err() << kNoSuchFolder.arg(given) << Qt::endl;
+        m_console.err() << kNoSuchFolder.arg(VisibleText::of(given)) << Qt::endl;
         return {};
     }
     return QFileInfo(folder).absoluteFilePath();
 }
 
-bool NivoCli::processFiles(const QStringList& files, const QString& password,
-                           const QList<Contact>& recipients, const QString& outputFolder,
-                           bool toEncrypt, bool json) {
+int NivoCli::processFiles(const QStringList& files, const QString& password,
+                          const QList<Contact>& recipients, const QString& outputFolder,
+                          bool toEncrypt, bool json, bool& placed) {
+    placed = false;
     if (files.isEmpty()) {
-        return true;
+        return Success;
     }
     const auto profile = NivoGXUtil::getNivoProfile();
     // Read once for the whole run: every keychain question is a round trip to its service.
@@ -637,6 +653,7 @@ bool NivoCli::processFiles(const QStringList& files, const QString& password,
     struct Run {
         bool done = false;
         QString outcome;
+        QString reservedPath;  // the name chosen at the start, kept from the other runs
         QString outputPath;
         SenderVerdict sender;
     };
@@ -646,6 +663,7 @@ bool NivoCli::processFiles(const QStringList& files, const QString& password,
     // The outputs of the runs under way, which only appear once complete.
     QSet<QString> outputsInUse;
     bool allSucceeded = true;
+    bool interrupted = false;
     QEventLoop loop;
     // A controller runs one file. One that has reported is kept until the next one reports, as it
     // is still sending its signal when it does.
@@ -655,6 +673,7 @@ bool NivoCli::processFiles(const QStringList& files, const QString& password,
     const auto printLine = [&](const QString& file, const Run& run) {
         const bool succeeded = run.outcome.isEmpty();
         allSucceeded = allSucceeded && succeeded;
+        placed = placed || succeeded;
         if (json) {
             QJsonObject line{{kJsonInput, file},
                              {kJsonOutput, succeeded ? QJsonValue(run.outputPath)
@@ -667,15 +686,19 @@ bool NivoCli::processFiles(const QStringList& files, const QString& password,
             }
             m_console.out() << jsonLine(line) << Qt::endl;
         } else if (succeeded) {
-            QString text = kSucceededLine.arg(file, run.outputPath);
+            // Names come from outside: none may steer the terminal.
+            QString text =
+                kSucceededLine.arg(VisibleText::of(file), VisibleText::of(run.outputPath));
             if (!toEncrypt) {
                 text += run.sender.verified()
-                            ? kFromSender.arg(run.sender.name)
-                            : kFromUnverifiedSender.arg(run.sender.name, run.sender.reason());
+                            ? kFromSender.arg(VisibleText::of(run.sender.name))
+                            : kFromUnverifiedSender.arg(VisibleText::of(run.sender.name),
+                                                        VisibleText::of(run.sender.reason()));
             }
             m_console.out() << text << Qt::endl;
         } else {
-            m_console.err() << kFailedLine.arg(file, run.outcome) << Qt::endl;
+            m_console.err() << kFailedLine.arg(VisibleText::of(file), VisibleText::of(run.outcome))
+                            << Qt::endl;
         }
     };
 
@@ -711,7 +734,7 @@ bool NivoCli::processFiles(const QStringList& files, const QString& password,
                 run.outcome = result;
                 run.outputPath = controller->outputPath();
                 run.sender = controller->senderVerdict();
-                outputsInUse.remove(run.outputPath);
+                outputsInUse.remove(run.reservedPath);
                 retired = std::move(controllers[index]);
                 --underWay;
                 largeUnderWay = false;
@@ -722,7 +745,7 @@ bool NivoCli::processFiles(const QStringList& files, const QString& password,
                     printLine(files[static_cast<qsizetype>(printed)], runs[printed]);
                 }
                 startMore();
-                if (printed == runs.size()) {
+                if (printed == runs.size() || (interrupted && underWay == 0)) {
                     loop.quit();
                 }
             });
@@ -730,6 +753,7 @@ bool NivoCli::processFiles(const QStringList& files, const QString& password,
                                 profile.value_or(NivoProfile()), password, recipients,
                                 outputFolder, toEncrypt);
         // A run always reports from the event loop, so its output is known before it ends.
+        runs[index].reservedPath = controller->outputPath();
         if (!controller->outputPath().isEmpty()) {
             outputsInUse.insert(controller->outputPath());
         }
@@ -737,7 +761,7 @@ bool NivoCli::processFiles(const QStringList& files, const QString& password,
     // A large file runs alone: it keeps both cores busy by itself, and two of them would hold
     // two sets of blocks in flight.
     startMore = [&] {
-        while (started < runs.size() && underWay < kFilesInFlight) {
+        while (!interrupted && started < runs.size() && underWay < kFilesInFlight) {
             const bool large =
                 QFileInfo(files[static_cast<qsizetype>(started)]).size() >= kRunsAloneFrom;
             if (underWay > 0 && (large || largeUnderWay)) {
@@ -746,9 +770,31 @@ bool NivoCli::processFiles(const QStringList& files, const QString& password,
             start(large);
         }
     };
+    // Ctrl-C cancels what is under way, as the Cancel button does: each such file gets its
+    // "Cancelled" log line, and its stopped work leaves no output.
+    m_console.catchInterrupt([&] {
+        interrupted = true;
+        for (std::unique_ptr<ProcessController>& controller : controllers) {
+            if (controller && controller->isRunning()) {
+                controller->cancel();
+            }
+        }
+        loop.quit();
+    });
     startMore();
-    loop.exec();
-    return allSucceeded;
+    if (!interrupted) {
+        loop.exec();
+    }
+    m_console.releaseInterrupt();
+    if (interrupted) {
+        m_console.endProgress();
+        // The stopped work ends within a block; its own log line comes with its completion.
+        QThreadPool::globalInstance()->waitForDone();
+        QCoreApplication::sendPostedEvents();
+        QCoreApplication::processEvents();
+        return Interrupted;
+    }
+    return allSucceeded ? Success : Failure;
 }
 
 // --- contacts and profile ---
@@ -790,9 +836,11 @@ int NivoCli::contacts(const QStringList& arguments) {
                                              {kJsonTrust, problem}})
                                 << Qt::endl;
             } else if (problem.isEmpty()) {
-                m_console.out() << contact.NivoID << Qt::endl;
+                m_console.out() << VisibleText::of(contact.NivoID) << Qt::endl;
             } else {
-                m_console.out() << kUnverifiedContact.arg(contact.NivoID, problem) << Qt::endl;
+                m_console.out() << kUnverifiedContact.arg(VisibleText::of(contact.NivoID),
+                                                          VisibleText::of(problem))
+                                << Qt::endl;
             }
         }
         return Success;
@@ -806,11 +854,12 @@ int NivoCli::contacts(const QStringList& arguments) {
             return Failure;
         }
         const Contact& contact = list.at(at);
-        m_console.out() << kShownNivoId.arg(contact.NivoID) << Qt::endl
-                        << kShownName.arg(contact.DisplayName) << Qt::endl;
+        m_console.out() << kShownNivoId.arg(VisibleText::of(contact.NivoID)) << Qt::endl
+                        << kShownName.arg(VisibleText::of(contact.DisplayName)) << Qt::endl;
         printCertificate(contact.CertData);
         const QString problem = ContactDB::certificateProblem(contact);
-        m_console.out() << (problem.isEmpty() ? kShownVerified : kShownNotVerified.arg(problem))
+        m_console.out() << (problem.isEmpty() ? kShownVerified
+                                              : kShownNotVerified.arg(VisibleText::of(problem)))
                         << Qt::endl;
         return Success;
     }
@@ -820,7 +869,8 @@ int NivoCli::contacts(const QStringList& arguments) {
         if (!findRecipient(argument, found, added)) {
             return Failure;
         }
-        m_console.out() << (added ? kContactAdded : kContactKnown).arg(found.NivoID) << Qt::endl;
+        m_console.out() << (added ? kContactAdded : kContactKnown).arg(VisibleText::of(found.NivoID))
+                        << Qt::endl;
         return Success;
     }
     if (action == kRemoveAction) {
@@ -959,9 +1009,11 @@ int NivoCli::log(const QStringList& arguments) {
                                          {kJsonStatus, status}})
                             << Qt::endl;
         } else {
-            m_console.out() << QStringList{entry.date,     entry.time,       entry.operationType,
-                                           entry.filePath, entry.recipients, status}
-                                   .join(kLogFieldSeparator)
+            // The log escapes what it writes; lines from older versions may still hold controls.
+            m_console.out() << VisibleText::ofEscaped(
+                                   QStringList{entry.date, entry.time, entry.operationType,
+                                               entry.filePath, entry.recipients, status}
+                                       .join(kLogFieldSeparator))
                             << Qt::endl;
         }
     }
@@ -980,7 +1032,7 @@ int NivoCli::inspect(const QStringList& arguments) {
     const QString path = parser.positionalArguments().constFirst();
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
-        m_console.err() << kFailedLine.arg(path, file.errorString()) << Qt::endl;
+        m_console.err() << kFailedLine.arg(VisibleText::of(path), file.errorString()) << Qt::endl;
         return Failure;
     }
 
@@ -1001,7 +1053,8 @@ int NivoCli::inspect(const QStringList& arguments) {
     }
     const CmsOutline inspection = CmsOutline::inspect(file, certificates);
     if (!inspection.failure.isEmpty()) {
-        m_console.err() << kFailedLine.arg(path, inspection.failure) << Qt::endl;
+        m_console.err() << kFailedLine.arg(VisibleText::of(path), VisibleText::of(inspection.failure))
+                        << Qt::endl;
         return Failure;
     }
     const auto nameOf = [&names](const CmsOutline::Recipient& r) {
@@ -1042,7 +1095,7 @@ int NivoCli::inspect(const QStringList& arguments) {
         } else if (name.isEmpty() && !r.keyIdentifier.isEmpty()) {
             line += kKeyId.arg(r.keyIdentifier);
         }
-        out << line << Qt::endl;
+        out << VisibleText::of(line) << Qt::endl;
     }
     return Success;
 }

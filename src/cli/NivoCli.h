@@ -16,7 +16,7 @@ class NivoCli {
 public:
     static const QString kApplicationName;
 
-    enum Exit { Success = 0, Failure = 1, UsageError = 2 };
+    enum Exit { Success = 0, Failure = 1, UsageError = 2, Interrupted = 130 };
 
     explicit NivoCli(CliConsole& console) : m_console(console) {}
 
@@ -73,10 +73,12 @@ private:
     [[nodiscard]] bool findRecipient(const QString& typed, Contact& contact, bool& added);
 
     // Runs the files through the processing run, two small ones at a time, and prints their
-    // results in the order given; false when any of them failed.
-    [[nodiscard]] bool processFiles(const QStringList& files, const QString& password,
-                                    const QList<Contact>& recipients, const QString& outputFolder,
-                                    bool toEncrypt, bool json);
+    // results in the order given; Failure when any of them failed. An interrupt cancels the
+    // runs under way, starts no more and gives Interrupted. `placed` says whether any output
+    // went to the folder.
+    [[nodiscard]] int processFiles(const QStringList& files, const QString& password,
+                                   const QList<Contact>& recipients, const QString& outputFolder,
+                                   bool toEncrypt, bool json, bool& placed);
 
     CliConsole& m_console;
     const Command* m_command = nullptr;  // the one being run

@@ -34,8 +34,9 @@ TEST_F(CliTest, NamesWithSeparatorsAndLineBreaksRoundTrip) {
         EXPECT_EQ(fileBytes(back + u'/' + name), content);
     }
 
-    // The log holds every run, but a line whose path carries " | " or a line break cannot be
-    // told apart from the fields: the reader skips it and reads the others.
+    // The log holds every run. Control characters in a path are written as escapes, so its line
+    // stays one readable line; a path that carries " | " cannot be told apart from the fields:
+    // the reader skips that line and reads the others.
     pia.write(u"plain.txt"_s, "plain");
     ASSERT_EQ(pia.cli({u"encrypt"_s, u"plain.txt"_s}, m_url).exitCode, 0);
     const CliRun log = pia.cli({u"log"_s, u"--json"_s}, m_url);
@@ -44,8 +45,20 @@ TEST_F(CliTest, NamesWithSeparatorsAndLineBreaksRoundTrip) {
     for (const QString& line : log.out.split(u'\n', Qt::SkipEmptyParts)) {
         files << json(line).value(u"file"_s).toString();
     }
-    const QString tabName = pia.files() + u"/tab\there \u00e9\u4e2d.txt"_s;
-    EXPECT_EQ(files, (QStringList{tabName, tabName + u".tvf"_s, pia.files() + u"/plain.txt"_s}));
+    const QString twoLines = pia.files() + u"/two\\nlines.txt"_s;
+    const QString tabName = pia.files() + u"/tab\\there \u00e9\u4e2d.txt"_s;
+    EXPECT_EQ(files, (QStringList{twoLines, twoLines + u".tvf"_s, tabName, tabName + u".tvf"_s,
+                                  pia.files() + u"/plain.txt"_s}));
+
+    // Printed for a person, no name reaches the terminal with its controls.
+    const CliRun printed = pia.cli({u"log"_s}, m_url);
+    EXPECT_EQ(printed.out.count(u'\n'), 5) << printed.out.toStdString();
+    EXPECT_FALSE(printed.out.contains(u'\t'));
+    pia.write(u"\x1b]0;owned\x07.txt"_s, "escape");
+    const CliRun sealed = pia.cli({u"encrypt"_s, u"\x1b]0;owned\x07.txt"_s}, m_url);
+    ASSERT_EQ(sealed.exitCode, 0) << sealed.err.toStdString();
+    EXPECT_EQ(sealed.out, u"\\x1b]0;owned\\x07.txt -> %1/\\x1b]0;owned\\x07.txt.tvf\n"_s.arg(
+                              pia.files()));
 }
 
 TEST_F(CliTest, ANameThatIsNotUtf8IsRefusedWithoutWritingAnything) {

@@ -1,7 +1,9 @@
 // nivogx-cli killed outright (SIGKILL) while it protects or opens a large file: nothing may
 // appear under the output's name, and whatever a killed run left half written is gone after
-// the next run of the tool.
+// the next run of the tool. Interrupted (Ctrl-C), it cancels the file under way as the Cancel
+// button does and leaves nothing at all.
 #include <QRandomGenerator>
+#include <csignal>
 #include <functional>
 
 #include "CliTestKit.h"
@@ -107,6 +109,43 @@ TEST_F(CliKillTest, AKilledRunLeavesNoOutputAndTheNextRunClearsItsTemporaries) {
         EXPECT_EQ(QFileInfo(opened + u"/big.bin"_s).size(), kLargeFile);
     }
     EXPECT_EQ(entries(sealed), QStringList{u"big.bin.tvf"_s});
+}
+
+TEST_F(CliKillTest, AnInterruptCancelsTheFileUnderWayAndLeavesNothing) {
+    signUp({"ivan"});
+    const User& ivan = *m_users[0];
+    ASSERT_EQ(ivan.signIn(m_url).exitCode, 0);
+    // Several GiB that take no room: the run goes on long after the interrupt if not stopped.
+    const QString huge = ivan.write(u"huge.bin"_s, {});
+    ASSERT_TRUE(QFile::resize(huge, qint64{4} << 30));
+    const QString sealed = ivan.files() + u"/sealed"_s;
+    ASSERT_TRUE(QDir().mkpath(sealed));
+    QProcessEnvironment named;
+    named.insert(u"NIVOGX_NAMED_TEMPORARY_FILES"_s, u"1"_s);
+
+    // An interrupt before the run has begun ends the tool as usual; the waits grow until one
+    // lands while the file is under way.
+    CliRun log;
+    for (int waitMs = 200; waitMs <= 20'000 && !log.out.contains(u"Cancelled"_s); waitMs *= 2) {
+        QProcess process;
+        ivan.start(process, {u"encrypt"_s, u"-o"_s, sealed, huge}, m_url, named);
+        process.closeWriteChannel();
+        ASSERT_FALSE(process.waitForFinished(waitMs)) << "finished before the interrupt";
+        ::kill(static_cast<pid_t>(process.processId()), SIGINT);
+        ASSERT_TRUE(process.waitForFinished(kRunBoundMs));
+        EXPECT_EQ(entries(sealed), QStringList{});
+        log = ivan.cli({u"log"_s}, m_url);
+        if (process.exitStatus() == QProcess::NormalExit) {
+            EXPECT_EQ(process.exitCode(), 130);
+            EXPECT_EQ(firstLine(QString::fromUtf8(process.readAllStandardError())),
+                      u"%1: Encryption cancelled"_s.arg(huge));
+        }
+    }
+    // The cancel's own line, then that of the stopped work.
+    const QStringList lines = log.out.split(u'\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(lines.size(), 2) << log.out.toStdString();
+    EXPECT_TRUE(lines[0].endsWith(u" | Encrypt | %1 | ivan | Cancelled"_s.arg(huge)));
+    EXPECT_TRUE(lines[1].endsWith(u" | Encrypt | %1 | ivan | Failed"_s.arg(huge)));
 }
 
 }  // namespace

@@ -127,14 +127,33 @@ QString NivoCryptoOperation::encryptData(const QByteArray& data, const NivoProfi
 QString NivoCryptoOperation::encryptFile(const QString& inputPath, const NivoProfile& profile,
                                          const QString& password,
                                          const QList<QByteArray>& recipientList,
-                                         const QString& outputPath, const Progress& progress) {
-    const auto source = ComTruvexIO_FileStream::initForReading(inputPath, progress);
+                                         const QString& outputPath, const FileRun& run) {
+    const auto source =
+        ComTruvexIO_FileStream::initForReading(inputPath, run.progress, run.cancelled);
     const auto sink = ComTruvexIO_FileStream::initForWriting(outputPath);
-    encode(*source, *sink, profile, password, recipientList);
-    sink->commit();
+    try {
+        encode(*source, *sink, profile, password, recipientList);
+    } catch (const TVXException&) {
+        explainFailure(*source, *sink);
+        throw;
+    }
+    source->ensureIntact();
+    sink->commit(run.nextName);
+    if (run.placedPath != nullptr) {
+        *run.placedPath = sink->path();
+    }
     sink->close();
     source->close();
     return u""_s;
+}
+
+void NivoCryptoOperation::explainFailure(const ComTruvexIO_FileStream& source,
+                                         const ComTruvexIO_FileStream& sink) {
+    source.ensureIntact();
+    if (const QString failure = sink.writeFailure(); !failure.isEmpty()) {
+        ERR_clear_error();
+        nivossl::fail(TVXStreamOperationException, failure);
+    }
 }
 
 void NivoCryptoOperation::forgetOpenedKeys() {
@@ -256,14 +275,31 @@ QString NivoCryptoOperation::decryptFile(const QString& inputPath, const NivoPro
 QString NivoCryptoOperation::decryptFile(const QString& inputPath, const NivoProfile& profile,
                                          const QString& password, const QString& outputPath,
                                          SenderVerdict& sender, const SenderContext& context,
-                                         const Progress& progress) {
-    const auto source = ComTruvexIO_FileStream::initForReading(inputPath, progress);
+                                         const FileRun& run) {
+    const auto source =
+        ComTruvexIO_FileStream::initForReading(inputPath, run.progress, run.cancelled);
     const auto sink = ComTruvexIO_FileStream::initForWriting(outputPath, kPlainFilePermissions);
     SenderVerdict named = sender;
-    const QString outcome = decodeTo(*source, *sink, profile, password, context, named);
+    QString outcome;
+    try {
+        outcome = decodeTo(*source, *sink, profile, password, context, named);
+    } catch (const TVXException&) {
+        explainFailure(*source, *sink);
+        throw;
+    }
+    // A message cut short or grown while it was read fails as such, whatever the decoder said.
     if (outcome.isEmpty()) {
-        sink->commit();
+        source->ensureIntact();
+        sink->commit(run.nextName);
+        if (run.placedPath != nullptr) {
+            *run.placedPath = sink->path();
+        }
         sender = named;
+    } else {
+        source->ensureIntact();
+        if (const QString failure = sink->writeFailure(); !failure.isEmpty()) {
+            outcome = failure;
+        }
     }
     // Without a commit the content written so far is discarded.
     sink->close();

@@ -4,6 +4,7 @@
 #include <QList>
 #include <QString>
 #include <QtGlobal>
+#include <atomic>
 #include <functional>
 
 #include "account/NivoProfile.h"
@@ -11,6 +12,7 @@
 
 class TVXStream;
 class TVXCmsParseResult;
+class ComTruvexIO_FileStream;
 
 // Protects one file for named recipients (signed by the user, enveloped for every recipient and,
 // always last, for the user) and opens protected files addressed to the user. Class-level only;
@@ -48,6 +50,20 @@ public:
     // Bytes of the input consumed so far and its size, called now and then on the working thread.
     using Progress = std::function<void(qint64 done, qint64 total)>;
 
+    // How the caller of a file operation follows and steers it. Make one with braces (`FileRun
+    // run{};`), which leaves every member empty.
+    struct FileRun {
+        Progress progress;
+        // Set from another thread to stop the work within one block of input; the operation
+        // then throws and leaves no output.
+        const std::atomic<bool>* cancelled;
+        // When given, the output never replaces a file: a name found taken when the output is
+        // placed makes way for the one this returns for it ("" to give up).
+        std::function<QString(const QString& taken)> nextName;
+        // Where the output went, once placed.
+        QString* placedPath;
+    };
+
     // Forgets every key file opened so far (see comTruvexCrypto_Pkcs12Loader); called at sign-out.
     static void forgetOpenedKeys();
 
@@ -60,12 +76,12 @@ public:
                                              const QList<QByteArray>& recipientList,
                                              const QString& outputPath);
     // Streams from the input file to the output in constant memory, whatever the file's size;
-    // the output is written beside its path and takes its place only once complete.
+    // the output is written beside its path and takes its place only once complete. An input
+    // that changes while it is read fails the operation.
     [[nodiscard]] static QString encryptFile(const QString& inputPath, const NivoProfile& profile,
                                              const QString& password,
                                              const QList<QByteArray>& recipientList,
-                                             const QString& outputPath,
-                                             const Progress& progress = {});
+                                             const QString& outputPath, const FileRun& run = {});
 
     // Both return "" on success, with the sender named in `sender`: the user's LoginName for the
     // user's own certificate, else the contact's NIVO ID, else the certificate's CN (the last
@@ -91,7 +107,7 @@ public:
     [[nodiscard]] static QString decryptFile(const QString& inputPath, const NivoProfile& profile,
                                              const QString& password, const QString& outputPath,
                                              SenderVerdict& sender, const SenderContext& context,
-                                             const Progress& progress = {});
+                                             const FileRun& run = {});
 
 private:
     static void encode(TVXStream& source, TVXStream& sink, const NivoProfile& profile,
@@ -102,6 +118,10 @@ private:
                                           const SenderContext& context, SenderVerdict& sender);
     [[nodiscard]] static QString judge(const TVXCmsParseResult& result, const NivoProfile& profile,
                                        const SenderContext& context, SenderVerdict& sender);
+    // Throws the clearer cause of a failure when there is one: a cancel, a changed input, a
+    // failed write.
+    static void explainFailure(const ComTruvexIO_FileStream& source,
+                               const ComTruvexIO_FileStream& sink);
     // The context installed with setSenderContext, taken under its lock.
     [[nodiscard]] static SenderContext installedContext();
 };

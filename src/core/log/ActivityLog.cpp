@@ -7,6 +7,7 @@
 #include <QUrl>
 #include <array>
 
+#include "log/VisibleText.h"
 #include "log/XRFileReader.h"
 #include "storage/AtomicFile.h"
 
@@ -31,9 +32,15 @@ QString ActivityLog::formatLine(const QDateTime& when, const QString& operationT
     const QLocale locale;
     const QString date = locale.toString(when, kDateFormat);
     const QString time = locale.toString(when, kTimeFormat);
-    return date + kFieldSeparator + time + kFieldSeparator + operationType + kFieldSeparator +
-           filePath + kFieldSeparator + recipients.join(kRecipientSeparator) + kFieldSeparator +
-           status + u'\n';
+    // One event is one line, whatever its fields hold.
+    QStringList names;
+    names.reserve(recipients.size());
+    for (const QString& name : recipients) {
+        names.append(VisibleText::of(name));
+    }
+    return date + kFieldSeparator + time + kFieldSeparator + VisibleText::of(operationType) +
+           kFieldSeparator + VisibleText::of(filePath) + kFieldSeparator +
+           names.join(kRecipientSeparator) + kFieldSeparator + VisibleText::of(status) + u'\n';
 }
 
 void ActivityLog::writeToLog(const QString& operationType, const QString& filePath,

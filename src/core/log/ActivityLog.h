@@ -9,8 +9,9 @@
 #include "log/LogEntry.h"
 
 // The user's activity log: one line per encryption or decryption, appended and never rewritten,
-// UTF-8 without a header. Fields are joined with " | " and not escaped, so a line whose fields
-// hold " | " or a line break cannot be read back and is skipped by the reader. Nothing here
+// UTF-8 without a header. Fields are joined with " | "; control characters in them are written as
+// visible escapes (see VisibleText), so one event is always one line, but a line whose fields
+// hold " | " cannot be read back and is skipped by the reader. Nothing here
 // reports a failure: a line that cannot be written is dropped, a missing file has no entries.
 class ActivityLog {
 public:

@@ -47,7 +47,10 @@ FileListModel::RunInputs storedRunInputs() {
 FileListModel::FileListModel(QObject* parent)
     : QAbstractTableModel(parent),
       m_controllerFactory([](QObject* owner) { return new ProcessController(owner); }),
-      m_runInputsSource(storedRunInputs) {}
+      m_runInputsSource(storedRunInputs) {
+    m_folderUse[0].before = NivoGXUtil::getLastOutputEncryptFolder();
+    m_folderUse[1].before = NivoGXUtil::getLastOutputDecryptFolder();
+}
 
 FileListModel::~FileListModel() = default;
 
@@ -264,9 +267,17 @@ void FileListModel::launch(qsizetype row, bool toEncrypt, const RunInputs& input
     m_processController = controller;
     // Only the first outcome counts: after a cancel the abandoned work reports once more, by
     // which time the run has moved on to another row.
+    FolderUse& use = m_folderUse[toEncrypt ? 0 : 1];
+    use.folder = toEncrypt ? inputs.encryptOutputFolder : inputs.decryptOutputFolder;
     connect(controller, &ProcessController::processingCompleted, this,
-            [this, controller](const QString& processResult) {
+            [this, controller, &use](const QString& processResult) {
                 disconnect(controller, &ProcessController::processingCompleted, this, nullptr);
+                if (processResult.isEmpty()) {
+                    use.placed = true;
+                } else if (processResult != ProcessController::kEncryptionCancelled &&
+                           processResult != ProcessController::kDecryptionCancelled) {
+                    use.failed = true;
+                }
                 controller->deleteLater();
                 if (m_processController == controller) {
                     m_processController = nullptr;
@@ -314,9 +325,26 @@ void FileListModel::setStatus(qsizetype row, const QString& status) {
     Q_EMIT dataChanged(cell, cell, {Qt::DisplayRole});
 }
 
+void FileListModel::forgetFailedFolders() {
+    for (const bool toEncrypt : {true, false}) {
+        FolderUse& use = m_folderUse[toEncrypt ? 0 : 1];
+        const QString remembered = toEncrypt ? NivoGXUtil::getLastOutputEncryptFolder()
+                                             : NivoGXUtil::getLastOutputDecryptFolder();
+        if (use.failed && !use.placed && !use.folder.isEmpty() && remembered == use.folder) {
+            NivoGXUtil::setLastOutputFolder(toEncrypt, use.before);
+        }
+        use = FolderUse{};
+        use.before = toEncrypt ? NivoGXUtil::getLastOutputEncryptFolder()
+                               : NivoGXUtil::getLastOutputDecryptFolder();
+    }
+}
+
 void FileListModel::setProcessing(bool processing) {
     if (m_isProcessing == processing) {
         return;
+    }
+    if (!processing) {
+        forgetFailedFolders();
     }
     m_isProcessing = processing;
     Q_EMIT processingChanged(processing);

@@ -6,6 +6,7 @@
 #include <QSet>
 #include <QString>
 #include <QStringList>
+#include <array>
 #include <functional>
 
 #include "account/NivoProfile.h"
@@ -144,6 +145,9 @@ private:
     void markUnmarked(const QString& status, bool protectedOnly);
     void sortFileList();
     void launch(qsizetype row, bool toEncrypt, const RunInputs& inputs);
+    // At the end of a run: a folder where every file of a direction failed is not offered again;
+    // the one remembered before it comes back.
+    void forgetFailedFolders();
     // Takes a row out of the list and its path out of m_listedPaths.
     void dropRow(qsizetype row);
 
@@ -156,4 +160,13 @@ private:
     QPointer<ProcessController> m_processController;
     ControllerFactory m_controllerFactory;
     RunInputsSource m_runInputsSource;
+    // Per direction (encrypting first) for the run under way: the output folder used, the one
+    // remembered before the run's choice, and whether a file succeeded or failed there.
+    struct FolderUse {
+        QString folder;
+        QString before;
+        bool placed = false;
+        bool failed = false;
+    };
+    std::array<FolderUse, 2> m_folderUse;
 };

@@ -7,8 +7,10 @@
 #include <QPointer>
 #include <QThreadPool>
 #include <QtConcurrent/QtConcurrentRun>
+#include <atomic>
 #include <functional>
 #include <limits>
+#include <memory>
 #include <optional>
 
 #include "account/NivoProfileCommon.h"
@@ -30,7 +32,6 @@ const QString ProcessController::kDecryptingTitle = u"Decrypting ..."_s;
 const QString ProcessController::kInputDoesNotExist = u"%1 does not exists."_s;
 const QString ProcessController::kEncryptionCancelled = u"Encryption cancelled"_s;
 const QString ProcessController::kDecryptionCancelled = u"Decryption cancelled"_s;
-const QString ProcessController::kCannotRead = u"Cannot read %1: %2"_s;
 const QString ProcessController::kEncryptAction = u"Encrypt"_s;
 const QString ProcessController::kDecryptAction = u"Decrypt"_s;
 const QString ProcessController::kSuccess = u"Success"_s;
@@ -46,6 +47,7 @@ constexpr QChar kExtensionCuts[] = {u'-', u'_', u' ', u'('};
 struct Outcome {
     QString text;          // "" on success
     SenderVerdict sender;  // who signed a decrypted file; no name when nobody was named
+    QString placedPath;    // where the output went; "" when it went nowhere
 };
 
 // Everything the background work needs, copied so that nothing is shared with the owner.
@@ -57,6 +59,10 @@ struct Job {
     QList<QByteArray> certificates;
     bool toEncrypt = true;
     bool requireVerified = false;
+    // The output paths of other runs under way, which a taken output name does not move to.
+    QSet<QString> outputPathsInUse;
+    // Set by cancel(); the work stops at its next block.
+    std::shared_ptr<std::atomic<bool>> cancelled;
     // The user's contacts, for naming a known sender; a copy of its own, because the current
     // database object belongs to the main thread.
     std::optional<ContactDB> contacts;
@@ -140,15 +146,17 @@ using ProgressReport = NivoCryptoOperation::Progress;
 
 Outcome work(const Job& job, const ProgressReport& report) {
     Outcome outcome;
+    NivoCryptoOperation::FileRun run{};
+    run.progress = report;
+    run.cancelled = job.cancelled.get();
+    run.nextName = [&inUse = job.outputPathsInUse](const QString& taken) {
+        return ProcessController::nextFreeOutputPath(taken, inUse);
+    };
+    run.placedPath = &outcome.placedPath;
     try {
-        // The crypto layer streams the input; an unreadable one gets this class's own text.
-        if (QFile input(job.inputPath); !input.open(QIODevice::ReadOnly)) {
-            outcome.text = ProcessController::kCannotRead.arg(job.inputPath, input.errorString());
-            return outcome;
-        }
         if (job.toEncrypt) {
             outcome.text = NivoCryptoOperation::encryptFile(
-                job.inputPath, job.profile, job.password, job.certificates, job.outputPath, report);
+                job.inputPath, job.profile, job.password, job.certificates, job.outputPath, run);
         } else {
             NivoCryptoOperation::SenderContext context;
             context.serviceRoot = NivoProfileCommon::getNivoRootCer();
@@ -163,7 +171,7 @@ Outcome work(const Job& job, const ProgressReport& report) {
             }
             outcome.text =
                 NivoCryptoOperation::decryptFile(job.inputPath, job.profile, job.password,
-                                                 job.outputPath, outcome.sender, context, report);
+                                                 job.outputPath, outcome.sender, context, run);
         }
     } catch (const TVXException& e) {
         outcome.text = e.description();
@@ -173,15 +181,10 @@ Outcome work(const Job& job, const ProgressReport& report) {
     return outcome;
 }
 
-void removeIfPresent(const QString& path) {
-    if (!path.isEmpty() && QFileInfo::exists(path)) {
-        QFile::remove(path);
-    }
-}
-
 }  // namespace
 
-ProcessController::ProcessController(QObject* parent) : QObject(parent) {}
+ProcessController::ProcessController(QObject* parent)
+    : QObject(parent), m_cancelled(std::make_shared<std::atomic<bool>>(false)) {}
 
 ProcessController::~ProcessController() = default;
 
@@ -195,10 +198,17 @@ QString ProcessController::generateOutputFilePath(const QString& folder, const Q
     } else {
         name = decryptedName(name);
     }
-    QString path = PathText::join(folder, name);
-    while (inUse.contains(path) || QFileInfo::exists(path)) {
+    const QString path = PathText::join(folder, name);
+    return inUse.contains(path) || QFileInfo::exists(path) ? nextFreeOutputPath(path, inUse)
+                                                            : path;
+}
+
+QString ProcessController::nextFreeOutputPath(const QString& taken, const QSet<QString>& inUse) {
+    const QString folder = PathText::withoutLastComponent(taken);
+    QString path = taken;
+    do {
         path = PathText::join(folder, nextFreeCandidate(PathText::lastComponent(path)));
-    }
+    } while (inUse.contains(path) || QFileInfo::exists(path));
     return path;
 }
 
@@ -272,6 +282,8 @@ void ProcessController::startInBackground(QList<QByteArray> certificates) {
     job.certificates = std::move(certificates);
     job.toEncrypt = m_toEncrypt;
     job.requireVerified = m_requireVerified;
+    job.outputPathsInUse = m_outputPathsInUse;
+    job.cancelled = m_cancelled;
     if (!m_toEncrypt) {
         job.contacts = NivoGXUtil::currentContactDB();
     }
@@ -280,20 +292,17 @@ void ProcessController::startInBackground(QList<QByteArray> certificates) {
     // run's window is closed while its work goes on).
     const bool toEncrypt = m_toEncrypt;
     const QString inputPath = m_inputPath;
-    const QString outputPath = m_outputPath;
     const QStringList encryptionNames = encryptionLogNames();
     const QPointer<ProcessController> self(this);
 
     // Parentless: it must outlive this controller until the work is done.
     auto* watcher = new QFutureWatcher<Outcome>;
     connect(watcher, &QFutureWatcherBase::finished, watcher,
-            [watcher, self, toEncrypt, inputPath, outputPath, encryptionNames] {
+            [watcher, self, toEncrypt, inputPath, encryptionNames] {
                 const Outcome outcome = watcher->result();
                 watcher->deleteLater();
+                // A failed run has placed nothing and so has nothing to remove.
                 const bool failed = !outcome.text.isEmpty();
-                if (failed) {
-                    removeIfPresent(outputPath);
-                }
                 const QString status = failed ? kFailed : kSuccess;
                 if (toEncrypt) {
                     NivoGXUtil::writeToLog(kEncryptAction, inputPath, encryptionNames, status);
@@ -305,6 +314,7 @@ void ProcessController::startInBackground(QList<QByteArray> certificates) {
                     self->m_running = false;
                     if (!failed) {
                         self->m_sender = outcome.sender;
+                        self->m_outputPath = outcome.placedPath;
                     }
                     Q_EMIT self->processingCompleted(outcome.text);
                 }
@@ -332,8 +342,8 @@ void ProcessController::cancel() {
         return;
     }
     m_running = false;
-    // Receivers may destroy this controller from inside processingCompleted.
-    const QString outputPath = m_outputPath;
+    // The work stops at its next block and discards what it wrote.
+    m_cancelled->store(true);
     if (m_toEncrypt) {
         NivoGXUtil::writeToLog(kEncryptAction, m_inputPath, encryptionLogNames(), kCancelled);
         Q_EMIT processingCompleted(kEncryptionCancelled);
@@ -341,7 +351,6 @@ void ProcessController::cancel() {
         NivoGXUtil::writeToLog(kDecryptAction, m_inputPath, {}, kCancelled);
         Q_EMIT processingCompleted(kDecryptionCancelled);
     }
-    removeIfPresent(outputPath);
 }
 
 QString ProcessController::outputPath() const {

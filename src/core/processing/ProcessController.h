@@ -7,22 +7,26 @@
 #include <QString>
 #include <QStringList>
 #include <QtGlobal>
+#include <atomic>
+#include <memory>
 
 #include "account/NivoProfile.h"
 #include "contacts/Contact.h"
 #include "crypto/SenderVerdict.h"
 
 // Encrypts or decrypts one file without blocking its caller: it picks the output path and runs the
-// crypto operation, which streams the input in constant memory, on the global thread pool, and back on its own thread writes
-// one activity-log line, removes the output of a failed run and reports the outcome.
+// crypto operation, which streams the input in constant memory, on the global thread pool, and
+// back on its own thread writes one activity-log line and reports the outcome. The output appears
+// only complete and never replaces a file: when its name was taken meanwhile it gets the next free
+// one, which outputPath() then gives. A failed run leaves nothing behind and removes nothing.
 //
 // A processing window or the command-line tool makes one controller per file on a thread with an
 // event loop, connects statusChanged and progress to its label and bar, calls processFile and
 // waits for processingCompleted: an empty text means success, anything else is the text to show
 // for the file. The Cancel button calls cancel(), which reports "Encryption cancelled" or
-// "Decryption cancelled" at once; the work already started is not stopped, so processingCompleted
-// comes a second time when it ends, with its own log line. The controller may be destroyed after
-// its first processingCompleted: the work then still finishes, logs and cleans up on its own.
+// "Decryption cancelled" at once and stops the work within a block of input; the stopped work
+// still reports a second time when it ends, with its own log line ("Failed"). The controller may
+// be destroyed after its first processingCompleted: the work then still ends and logs on its own.
 class ProcessController : public QObject {
     Q_OBJECT
 public:
@@ -39,7 +43,6 @@ public:
     static const QString kInputDoesNotExist;
     static const QString kEncryptionCancelled;
     static const QString kDecryptionCancelled;
-    static const QString kCannotRead;
 
     // Activity-log words.
     static const QString kEncryptAction;
@@ -60,6 +63,11 @@ public:
                                                         const QString& fileName, bool toEncrypt,
                                                         const QSet<QString>& inUse = {});
 
+    // The path after `taken` by the numbering of generateOutputFilePath: the first that no file
+    // has and that is none of `inUse`.
+    [[nodiscard]] static QString nextFreeOutputPath(const QString& taken,
+                                                    const QSet<QString>& inUse = {});
+
     // Starts the run; the outcome arrives later as processingCompleted on this object's thread.
     // Call it once per controller, on the controller's thread. `recipientList` is read only for
     // encryption; the user is always added as a recipient by the crypto layer.
@@ -77,11 +85,11 @@ public:
     // Makes a decrypted file whose sender is not verified a failure, leaving no output. Call it
     // before processFile.
     void setRequireVerified(bool required) noexcept { m_requireVerified = required; }
-    // Logs the run as cancelled, reports the cancel text and removes the output. Does nothing
-    // when no run is under way or it has already been reported.
+    // Logs the run as cancelled, reports the cancel text and stops the work, which leaves no
+    // output. Does nothing when no run is under way or it has already been reported.
     void cancel();
 
-    // Empty until processFile has chosen it.
+    // Empty until processFile has chosen it; after success, where the output went.
     [[nodiscard]] QString outputPath() const;
     [[nodiscard]] QString inputPath() const;
     // Who signed a decrypted file, once the run has reported success; empty before and otherwise.
@@ -120,4 +128,5 @@ private:
     bool m_requireVerified = false;
     bool m_started = false;
     bool m_running = false;
+    std::shared_ptr<std::atomic<bool>> m_cancelled;
 };

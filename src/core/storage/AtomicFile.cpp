@@ -5,9 +5,11 @@
 #include <QRandomGenerator>
 #include <QRegularExpression>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <system_error>
+#include <thread>
 
 #ifdef Q_OS_UNIX
 #include <fcntl.h>
@@ -29,6 +31,13 @@ constexpr int kNameAttempts = 64;
 const QString kCannotCreate = u"Cannot create a temporary file for %1: %2"_s;
 const QString kCannotWrite = u"Cannot write %1: %2"_s;
 const QString kNotOpen = u"%1 is not open for writing"_s;
+const QString kTaken = u"Cannot write %1: every free name was taken"_s;
+const QString kNoSpace = u"Not enough space to write %1."_s;
+const QString kFolderNotWritable = u"The folder %1 is not writable."_s;
+const QString kNoFolder = u"The folder %1 does not exist."_s;
+
+// How often a taken name makes way for the next one before the commit gives up.
+constexpr int kPlaceAttempts = 1000;
 
 const QRegularExpression& temporaryName() {
     static const QRegularExpression re(
@@ -90,7 +99,13 @@ constexpr qint64 kWriteBackStep = qint64{8} << 20;
 
 qint64 AtomicFile::Output::writeData(const char* data, qint64 length) {
     const qint64 written = QFile::writeData(data, length);
-    if (written <= 0) {
+    if (written < 0 || (written == 0 && length > 0)) {
+        if (m_writeError == 0) {
+            m_writeError = errno != 0 ? errno : EIO;
+        }
+        return written;
+    }
+    if (written == 0) {
         return written;
     }
     m_written += written;
@@ -122,6 +137,26 @@ bool AtomicFile::fail(const QString& message) {
     return false;
 }
 
+QString AtomicFile::describe(int error, const QString& fallback) const {
+    const QString folder = QFileInfo(m_path).absolutePath();
+    switch (error) {
+        case ENOSPC:
+#ifdef EDQUOT
+        case EDQUOT:
+#endif
+            return kNoSpace.arg(folder);
+        case EACCES:
+        case EPERM:
+        case EROFS:
+            return kFolderNotWritable.arg(folder);
+        case ENOENT:
+        case ENOTDIR:
+            return kNoFolder.arg(folder);
+        default:
+            return fallback;
+    }
+}
+
 #ifdef Q_OS_UNIX
 
 bool AtomicFile::open(std::optional<QFileDevice::Permissions> permissions) {
@@ -138,7 +173,7 @@ bool AtomicFile::open(std::optional<QFileDevice::Permissions> permissions) {
         if (::flock(m_fd, LOCK_EX) != 0 || (permissions && ::fchmod(m_fd, mode) != 0)) {
             const int error = errno;
             discard();
-            return fail(kCannotCreate.arg(m_path, systemError(error)));
+            return fail(describe(error, kCannotCreate.arg(m_path, systemError(error))));
         }
         // A cleaner may have taken the name between its creation and the lock: another name.
         struct stat status {};
@@ -183,12 +218,67 @@ bool AtomicFile::openNamed(unsigned mode) {
             break;
         }
     }
-    return fail(kCannotCreate.arg(m_path, systemError(errno)));
+    const int error = errno;
+    return fail(describe(error, kCannotCreate.arg(m_path, systemError(error))));
+}
+
+namespace {
+
+// Renames `from` to `to` only while `to` is free; -1 with errno EEXIST when it is not.
+int renameNoReplace(const QByteArray& from, const QByteArray& to) {
+#ifdef RENAME_NOREPLACE
+    if (::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) == 0) {
+        return 0;
+    }
+    if (errno != EINVAL && errno != ENOSYS) {
+        return -1;
+    }
+#endif
+    // Where the file system cannot rename that way, a second link fails just as surely on a
+    // taken name.
+    if (::link(from.constData(), to.constData()) != 0) {
+        return -1;
+    }
+    ::unlink(from.constData());
+    return 0;
+}
+
+}  // namespace
+
+bool AtomicFile::putInFreePlace(const NextName& nextName) {
+    if (::fsync(m_fd) != 0) {
+        const int error = errno;
+        return fail(describe(error, kCannotWrite.arg(m_path, systemError(error))));
+    }
+    const QByteArray self = "/proc/self/fd/" + QByteArray::number(m_fd);
+    for (int attempt = 0; attempt < kPlaceAttempts; ++attempt) {
+        const QByteArray target = QFile::encodeName(m_path);
+        // A link of the unnamed file, like a rename without replacing, fails on a taken name.
+        const int placed = m_temporaryPath.isEmpty()
+                               ? ::linkat(AT_FDCWD, self.constData(), AT_FDCWD,
+                                          target.constData(), AT_SYMLINK_FOLLOW)
+                               : renameNoReplace(QFile::encodeName(m_temporaryPath), target);
+        if (placed == 0) {
+            m_temporaryPath.clear();
+            return true;
+        }
+        const int error = errno;
+        if (error != EEXIST) {
+            return fail(describe(error, kCannotWrite.arg(m_path, systemError(error))));
+        }
+        const QString next = nextName ? nextName(m_path) : QString();
+        if (next.isEmpty()) {
+            break;
+        }
+        m_path = next;
+    }
+    return fail(kTaken.arg(m_path));
 }
 
 bool AtomicFile::putInPlace() {
     if (::fsync(m_fd) != 0) {
-        return fail(kCannotWrite.arg(m_path, systemError(errno)));
+        const int error = errno;
+        return fail(describe(error, kCannotWrite.arg(m_path, systemError(error))));
     }
     const QByteArray target = QFile::encodeName(m_path);
     if (m_temporaryPath.isEmpty()) {
@@ -222,6 +312,29 @@ bool AtomicFile::putInPlace() {
     return true;
 }
 
+namespace {
+
+// From this size on, a file thrown away is let go of on a thread of its own.
+constexpr qint64 kLargeDiscard = qint64{64} << 20;
+
+// Closing the last reference to a large file frees its blocks, which takes the file system most
+// of a second for a few GiB. A file thrown away has no name by then, so nothing is left to see;
+// only its space comes back a moment later, and a cancelled run ends at once.
+void closeDiscarded(int fd) {
+    struct stat status {};
+    if (::fstat(fd, &status) == 0 && status.st_nlink == 0 && status.st_size >= kLargeDiscard) {
+        try {
+            std::thread([fd] { ::close(fd); }).detach();
+            return;
+        } catch (const std::system_error&) {
+            // No thread to spare: close it here.
+        }
+    }
+    ::close(fd);
+}
+
+}  // namespace
+
 void AtomicFile::discard() {
     m_file.close();
     if (!m_temporaryPath.isEmpty()) {
@@ -229,7 +342,7 @@ void AtomicFile::discard() {
         m_temporaryPath.clear();
     }
     if (m_fd >= 0) {
-        ::close(m_fd);
+        closeDiscarded(m_fd);
         m_fd = -1;
     }
 }
@@ -280,6 +393,20 @@ bool AtomicFile::open(std::optional<QFileDevice::Permissions> permissions) {
 }
 
 bool AtomicFile::openNamed(unsigned) { return false; }
+
+bool AtomicFile::putInFreePlace(const NextName& nextName) {
+    for (int attempt = 0; attempt < kPlaceAttempts; ++attempt) {
+        if (!QFileInfo::exists(m_path)) {
+            return putInPlace();
+        }
+        const QString next = nextName ? nextName(m_path) : QString();
+        if (next.isEmpty()) {
+            break;
+        }
+        m_path = next;
+    }
+    return fail(kTaken.arg(m_path));
+}
 bool AtomicFile::openUnnamed(unsigned) { return false; }
 
 bool AtomicFile::putInPlace() {
@@ -319,17 +446,37 @@ int AtomicFile::removeStaleTemporaries(const QString& folder) {
 #endif
 
 bool AtomicFile::commit() {
+    return finishCommit(true, {});
+}
+
+bool AtomicFile::commitAsNew(const NextName& nextName) {
+    return finishCommit(false, nextName);
+}
+
+QString AtomicFile::writeFailure() const {
+    int error = m_file.writeError();
+    // Writes that fail while the buffer is flushed bypass writeData(); Qt marks a full disk so.
+    if (error == 0 && m_file.error() == QFileDevice::ResourceError) {
+        error = ENOSPC;
+    }
+    return error == 0 ? QString()
+                      : describe(error, kCannotWrite.arg(m_path, systemError(error)));
+}
+
+bool AtomicFile::finishCommit(bool replace, const NextName& nextName) {
     if (!m_file.isOpen()) {
         return fail(kNotOpen.arg(m_path));
     }
-    const bool written = m_file.flush() && m_file.error() == QFileDevice::NoError;
+    const bool written = m_file.flush() && m_file.error() == QFileDevice::NoError &&
+                         m_file.writeError() == 0;
     const QString reason = m_file.errorString();
+    const QString failure = written ? QString() : writeFailure();
     m_file.close();
     if (!written) {
         discard();
-        return fail(kCannotWrite.arg(m_path, reason));
+        return fail(failure.isEmpty() ? kCannotWrite.arg(m_path, reason) : failure);
     }
-    if (!putInPlace()) {
+    if (!(replace ? putInPlace() : putInFreePlace(nextName))) {
         discard();
         return false;
     }

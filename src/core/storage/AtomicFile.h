@@ -5,12 +5,13 @@
 #include <QFileDevice>
 #include <QString>
 #include <QStringView>
+#include <functional>
 #include <optional>
 
 // Writes a file so that it appears under its final name only complete.
 //
 // The bytes go to a temporary file in the target's folder, which takes the final name only on
-// commit(). Where the system allows it, the temporary file has no name at all until then, so a
+// commit(), which replaces what is there, or commitAsNew(), which never does. Where the system allows it, the temporary file has no name at all until then, so a
 // process killed while writing leaves nothing behind. Otherwise, and for the instant of replacing
 // an existing file, it is named ".<name>.nivogx-XXXXXXXX.part" and held under an advisory lock
 // for as long as its writer lives; removeStaleTemporaries() clears the ones whose writer died.
@@ -33,9 +34,17 @@ public:
     // Flushes the bytes to disk and puts the file under its name, replacing any file there.
     // False, with nothing under the name changed, when any write or this step failed.
     [[nodiscard]] bool commit();
+    // Given a path found taken, the next one to try; "" to give up.
+    using NextName = std::function<QString(const QString& taken)>;
+    // Like commit(), but the file takes a name only while it is free: when a file has appeared
+    // under the name since it was chosen, `nextName` says where to try instead, and path()
+    // becomes the name the file got. Nothing that exists is ever replaced.
+    [[nodiscard]] bool commitAsNew(const NextName& nextName);
     // Drops what was written; the final name is left as it was.
     void discard();
     [[nodiscard]] QString errorString() const { return m_error; }
+    // Why a write into device() failed, in the words of errorString(); "" while none did.
+    [[nodiscard]] QString writeFailure() const;
     [[nodiscard]] const QString& path() const noexcept { return m_path; }
 
     // Writes `data` as the whole file.
@@ -59,15 +68,25 @@ private:
     [[nodiscard]] bool openUnnamed(unsigned mode);
     // Syncs the bytes to disk and gives the file its final name.
     [[nodiscard]] bool putInPlace();
+    // Gives the synced file a free name, starting with m_path; never replaces a file.
+    [[nodiscard]] bool putInFreePlace(const NextName& nextName);
+    [[nodiscard]] bool finishCommit(bool replace, const NextName& nextName);
+    // The message for a failure of the system call that made, wrote or placed the file.
+    [[nodiscard]] QString describe(int error, const QString& fallback) const;
 
     // The temporary file. On Linux it hands its bytes to the disk every few MiB as they come,
     // so that the sync in commit() finds little left to write: a large file is then synced in
     // about the time it took to write it, not in one long wait at the end.
     class Output final : public QFile {
+    public:
+        // The system's error number of the first write that failed; 0 while none did.
+        [[nodiscard]] int writeError() const noexcept { return m_writeError; }
+
     protected:
         qint64 writeData(const char* data, qint64 length) override;
 
     private:
+        int m_writeError = 0;
         qint64 m_written = 0;
         qint64 m_handedUpTo = 0;    // bytes written at the last hand-over to the disk
         qint64 m_handedBefore = 0;  // the same at the one before

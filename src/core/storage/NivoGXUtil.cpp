@@ -210,6 +210,16 @@ QString NivoGXUtil::getLastInputFolder() {
     return preferences().value(kLastInputFolder).toString();
 }
 
+void NivoGXUtil::setLastOutputFolder(bool toEncrypt, const QString& folder) {
+    QSettings settings = preferences();
+    const QString& key = toEncrypt ? kLastOutputEncryptFolder : kLastOutputDecryptFolder;
+    if (folder.isEmpty()) {
+        settings.remove(key);
+    } else {
+        settings.setValue(key, folder);
+    }
+}
+
 QString NivoGXUtil::getLastOutputEncryptFolder() {
     return preferences().value(kLastOutputEncryptFolder).toString();
 }

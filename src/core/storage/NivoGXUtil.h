@@ -57,6 +57,8 @@ public:
     [[nodiscard]] static QString getLastInputFolder();
     [[nodiscard]] static QString getLastOutputEncryptFolder();
     [[nodiscard]] static QString getLastOutputDecryptFolder();
+    // Puts `folder` back as the remembered output folder of a direction; "" forgets it.
+    static void setLastOutputFolder(bool toEncrypt, const QString& folder);
 
     // --- credentials ---
 

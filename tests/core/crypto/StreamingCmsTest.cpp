@@ -1,10 +1,13 @@
 // The file variants stream: round trips on files larger than every buffer, the same outcomes as
-// the memory variants, nothing at the output path unless everything checked out, the openssl
-// command on the other side, and the key file opened once per batch.
+// the memory variants, nothing at the output path unless everything checked out, an input that
+// changes and a cancel stop the work, the openssl command on the other side, and the key file
+// opened once per batch.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <atomic>
 #include <csignal>
+#include <functional>
 
 #include <QDir>
 #include <QFile>
@@ -12,6 +15,7 @@
 
 #include "CryptoTestKit.h"
 #include "TestPki.h"
+#include "crypto/ComTruvexIO_FileStream.h"
 #include "crypto/NivoCryptoOperation.h"
 #include "crypto/TVXException.h"
 #include "crypto/TVXRandom.h"
@@ -210,6 +214,77 @@ TEST_F(StreamingCmsTest, AWriteThatFailsNearTheEndStillFailsTheEncryption) {
     EXPECT_EQ(QFileInfo(out(u"exact.tvf"_s)).size(), size);
     EXPECT_EQ(filesHere(),
               (QStringList{u"earlier"_s, u"exact.tvf"_s, u"plain"_s, u"plain.tvf"_s}));
+}
+
+TEST_F(StreamingCmsTest, AnInputChangedWhileReadOrACancelStopsBothDirectionsWithNoOutput) {
+    const QByteArray content = TVXRandom::randomDataWithLength(6 * 1024 * 1024);
+    const QString sealed = encryptFileForBob(content, u"sealed"_s);
+    const QByteArray sealedBytes = readFile(sealed);
+    const NivoProfile aliceProfile = TestPki::profileFor(alice(), u"alice"_s);
+    const NivoProfile bobProfile = TestPki::profileFor(bob(), u"bob"_s);
+    const QStringList before = filesHere();
+
+    struct Case {
+        const char* name;
+        std::function<void(const QString& input)> meanwhile;  // once the first MiB is read
+        QString expected;
+    };
+    std::atomic<bool> cancelled = false;
+    const QList<Case> cases{
+        {"truncated", [](const QString& input) { QFile::resize(input, 2 << 20); },
+         ComTruvexIO_FileStream::kInputChanged},
+        {"appended to",
+         [](const QString& input) {
+             QFile file(input);
+             ASSERT_TRUE(file.open(QIODevice::Append));
+             file.write("more");
+         },
+         ComTruvexIO_FileStream::kInputChanged},
+        {"replaced",
+         [](const QString& input) {
+             const QByteArray bytes = readFile(input);
+             QFile::remove(input);
+             writeFile(input, bytes);
+         },
+         ComTruvexIO_FileStream::kInputChanged},
+        {"cancelled", [&cancelled](const QString&) { cancelled = true; },
+         ComTruvexIO_FileStream::kStopped},
+    };
+    for (const Case& c : cases) {
+        for (const bool toEncrypt : {true, false}) {
+            SCOPED_TRACE(testing::Message() << c.name << (toEncrypt ? " encrypting" : " decrypting"));
+            const QString input = out(u"changing"_s);
+            writeFile(input, toEncrypt ? content : sealedBytes);
+            cancelled = false;
+            qint64 lastDone = 0;
+            NivoCryptoOperation::FileRun run{};
+            run.cancelled = &cancelled;
+            run.progress = [&](qint64 done, qint64) {
+                if (lastDone == 0 && done > 0) {
+                    c.meanwhile(input);
+                }
+                lastDone = done;
+            };
+            SenderVerdict sender;
+            try {
+                const QString outcome =
+                    toEncrypt ? NivoCryptoOperation::encryptFile(input, aliceProfile,
+                                                                 TestPki::kPassword,
+                                                                 {bob().certDer}, out(u"o"_s), run)
+                              : NivoCryptoOperation::decryptFile(input, bobProfile,
+                                                                 TestPki::kPassword, out(u"o"_s),
+                                                                 sender, {}, run);
+                ADD_FAILURE() << "finished with \"" << outcome.toStdString() << '"';
+            } catch (const TVXException& e) {
+                EXPECT_EQ(e.description(), c.expected);
+            }
+            if (c.expected == ComTruvexIO_FileStream::kStopped) {
+                EXPECT_LT(lastDone, 4 << 20);  // stopped where it was
+            }
+            QFile::remove(input);
+            EXPECT_EQ(filesHere(), before);
+        }
+    }
 }
 
 TEST_F(StreamingCmsTest, OpensslReadsOurStreamsAndWeReadItsStreams) {

@@ -1,5 +1,5 @@
 // Activity logs that someone else wrote to: a line that is not UTF-8, a line of 10 MB, file paths
-// that carry the separators of the format. Reading never changes the file, and what can be read
+// that carry the separators of the format or controls, which are escaped. Reading never changes the file, and what can be read
 // is read.
 #include <gtest/gtest.h>
 
@@ -49,16 +49,24 @@ TEST_F(HostileLogTest, ReadingStopsAtALineThatIsNotUtf8) {
     }
 }
 
-TEST_F(HostileLogTest, PathsWithSeparatorsOrLineBreaksCostOnlyTheirOwnLine) {
+TEST_F(HostileLogTest, ControlsAreEscapedSoNoNameForgesALineAndSeparatorsCostTheirOwn) {
     ActivityLog log(path());
-    log.writeToLog(QStringLiteral("Encrypt"), QStringLiteral("/a | b.txt"), {}, QStringLiteral("Success"));
-    log.writeToLog(QStringLiteral("Decrypt"), QStringLiteral("/two\nlines.txt"), {}, QStringLiteral("Success"));
-    log.writeToLog(QStringLiteral("Decrypt"), QStringLiteral("/fine.txt"), {QStringLiteral("bob")},
-                   QStringLiteral("Failed"));
+    log.writeToLog(u"Encrypt"_s, u"/a | b.txt"_s, {}, u"Success"_s);
+    // A name made to look like a second event.
+    log.writeToLog(u"Decrypt"_s,
+                   u"/a\n2026-Jan-01 | 00:00:00 | Encrypt | /forged | mallory | Success"_s, {},
+                   u"Failed"_s);
+    // Every kind of control, and a backslash typed in the name.
+    log.writeToLog(u"Decrypt"_s, u"/b\nc\rd\te\x1b[31m\\n\u0085\u2028\u202e.txt"_s,
+                   {u"bob\n"_s, u"carol"_s}, u"Failed"_s);
+    EXPECT_EQ(fileBytes(path()).count('\n'), 3);
+    // Lines with " | " in a field stay unreadable; nothing forged is read.
     const QList<LogEntry> entries = log.getLogEntries();
     ASSERT_EQ(entries.size(), 1);
-    EXPECT_EQ(entries[0].filePath, QStringLiteral("/fine.txt"));
-    EXPECT_EQ(entries[0].recipients, QStringLiteral("bob"));
+    // The backslash is doubled, so an escape and the same characters in a name differ.
+    EXPECT_EQ(entries[0].filePath,
+              u"/b\\nc\\rd\\te\\x1b[31m\\\\n\\u0085\\u2028\\u202e.txt"_s);
+    EXPECT_EQ(entries[0].recipients, u"bob\\n,carol"_s);
 }
 
 }  // namespace

@@ -161,6 +161,18 @@ TEST_F(FileListModelTest, ADecryptionBatchWalksTheWholeList) {
               (QStringList{u"Decrypt | %1 | bob | Success"_s.arg(fromBob),
                            u"Decrypt | %1 | alice | Success"_s.arg(mine),
                            u"Decrypt | %1 |  | Failed"_s.arg(broken)}));
+
+    // A folder where every file failed is not offered again: the one before comes back.
+    const QString again =
+        kit.protectedFile(u"in/f-again.txt.tvf"_s, "again", ProcessingTestKit::bobProfile());
+    model->addFiles({again});
+    ASSERT_EQ(model->decryptRequested(), Request::ChooseOutputFolder);
+    const QString missing = kit.path(u"missing"_s);
+    NivoGXUtil::saveSettings({}, {}, {}, {}, missing);
+    model->startDecryption();
+    waitForRunEnd();
+    EXPECT_EQ(statuses().last(), u"The folder %1 does not exist."_s.arg(missing));
+    EXPECT_EQ(NivoGXUtil::getLastOutputDecryptFolder(), kit.path(u"out"_s));
 }
 
 TEST_F(FileListModelTest, AnEncryptionRunTakesInFilesAddedWhileItRuns) {
@@ -243,11 +255,13 @@ TEST_F(FileListModelTest, ACancelledFileKeepsItsTextAndTheRunGoesOn) {
     EXPECT_EQ(statuses(), QStringList{u"Encryption cancelled"_s});
     QStringList events = ProcessingTestKit::loggedEvents();
     ASSERT_EQ(events.size(), 3);
-    // The cancelled file's work and the next file run side by side; their lines may interleave.
+    // The cancelled file's work stops and the next file runs beside it; their lines may
+    // interleave.
     EXPECT_EQ(events.takeFirst(), u"Encrypt | %1 | alice | Cancelled"_s.arg(first));
     events.sort();
-    EXPECT_EQ(events, (QStringList{u"Encrypt | %1 | alice | Success"_s.arg(first),
+    EXPECT_EQ(events, (QStringList{u"Encrypt | %1 | alice | Failed"_s.arg(first),
                                    u"Encrypt | %1 | alice | Success"_s.arg(second)}));
+    EXPECT_EQ(kit.files(u"out"_s), QStringList{u"b.txt.tvf"_s});
 }
 
 // Paths are listed once each, letter case counting, however the list got where it is: adding

@@ -1,15 +1,19 @@
 // One file through ProcessController with real keys, real files and the real activity log: the
-// outcome texts, the log line of every run, no output left by a failure, the two reports of a
-// cancelled run, and the progress it reports. Senders named from the contact database are
+// outcome texts, the log line of every run, no output left by a failure and nothing taken from
+// others, the two reports of a cancelled run that really stops, and the progress it reports. Senders named from the contact database are
 // checked with a whole batch in FileListModelTest.
 #include <gtest/gtest.h>
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
+#include <QScopeGuard>
 #include <QSignalSpy>
+#include <unistd.h>
 
 #include "ProcessingTestKit.h"
+#include "TestFiles.h"
 #include "crypto/NivoCryptoOperation.h"
 #include "crypto/comTruvexCrypto_Pkcs12Loader.h"
 #include "processing/ProcessController.h"
@@ -132,17 +136,88 @@ TEST_F(ProcessControllerTest, FailuresBecomeTheOutcomeAndLeaveNoOutput) {
                            u"Encrypt | %1 | alice | Failed"_s.arg(secret)}));
 }
 
-TEST_F(ProcessControllerTest, AFailedRunRemovesAFileThatAppearedAtItsOutputPath) {
+TEST_F(ProcessControllerTest, AFileThatAppearsAtTheOutputNameIsNeverTouched) {
     QDir().mkpath(kit.path(u"out"_s));
-    const QString input = kit.writeFile(u"in/junk.txt.tvf"_s, "not a message");
+    const auto appearsWhileRunning = [this](const QString& input, bool toEncrypt,
+                                            const QString& taken) {
+        ProcessController controller;
+        QSignalSpy completed(&controller, &ProcessController::processingCompleted);
+        controller.processFile(input, ProcessingTestKit::aliceProfile(), TestPki::kPassword, {},
+                               kit.path(u"out"_s), toEncrypt);
+        // Someone saves a file under the chosen name while the run works.
+        EXPECT_EQ(controller.outputPath(), kit.path(taken));
+        kit.writeFile(taken, "the user's own");
+        EXPECT_TRUE(completed.wait(kDeadlockGuardMs));
+        EXPECT_EQ(fileBytes(kit.path(taken)), "the user's own");
+        return std::pair{completed.value(0).value(0).toString(), controller.outputPath()};
+    };
+    // A failed run leaves it alone.
+    EXPECT_NE(appearsWhileRunning(kit.writeFile(u"in/junk.txt.tvf"_s, "not a message"), false,
+                                  u"out/junk.txt"_s)
+                  .first,
+              u""_s);
+    EXPECT_EQ(kit.files(u"out"_s), QStringList{u"junk.txt"_s});
+
+    // A successful one takes the next free name and says so.
+    const QByteArray content(8 << 20, 'r');
+    const auto [outcome, placed] =
+        appearsWhileRunning(kit.writeFile(u"in/report.pdf"_s, content), true,
+                            u"out/report.pdf.tvf"_s);
+    EXPECT_EQ(outcome, u""_s);
+    EXPECT_EQ(placed, kit.path(u"out/report(1).pdf.tvf"_s));
+    EXPECT_EQ(decryptAs(ProcessingTestKit::aliceProfile(), placed), content);
+    EXPECT_EQ(kit.files(u"out"_s),
+              (QStringList{u"junk.txt"_s, u"report(1).pdf.tvf"_s, u"report.pdf.tvf"_s}));
+}
+
+TEST_F(ProcessControllerTest, ABrokenFileNeverTakesTheOutputOfAValidOneOfTheSameName) {
+    // Both are called r.bin.tvf and go to one folder at once, so both choose out/r.bin. The
+    // broken one is large and fails only near its end, after the valid one is in place.
+    QDir().mkpath(kit.path(u"out"_s));
+    const QString valid = kit.protectedFile(u"a/r.bin.tvf"_s, "the real content",
+                                            ProcessingTestKit::bobProfile());
+    QByteArray damaged = fileBytes(kit.protectedFile(
+        u"b/r.bin.tvf"_s, QByteArray(4 << 20, 'b'), ProcessingTestKit::bobProfile()));
+    damaged[damaged.size() - 300] ^= 1;
+    const QString broken = kit.writeFile(u"b/r.bin.tvf"_s, damaged);
+
+    for (int round = 0; round < 3; ++round) {
+        for (const bool validFirst : {true, false}) {
+            SCOPED_TRACE(testing::Message() << "round " << round << ", valid first " << validFirst);
+            ProcessController first;
+            ProcessController second;
+            QSignalSpy firstDone(&first, &ProcessController::processingCompleted);
+            QSignalSpy secondDone(&second, &ProcessController::processingCompleted);
+            first.processFile(validFirst ? valid : broken, ProcessingTestKit::aliceProfile(),
+                              TestPki::kPassword, {}, kit.path(u"out"_s), false);
+            second.processFile(validFirst ? broken : valid, ProcessingTestKit::aliceProfile(),
+                               TestPki::kPassword, {}, kit.path(u"out"_s), false);
+            EXPECT_EQ(first.outputPath(), second.outputPath());
+            ASSERT_TRUE(firstDone.size() > 0 || firstDone.wait(kDeadlockGuardMs));
+            ASSERT_TRUE(secondDone.size() > 0 || secondDone.wait(kDeadlockGuardMs));
+            EXPECT_EQ(kit.files(u"out"_s), QStringList{u"r.bin"_s});
+            EXPECT_EQ(fileBytes(kit.path(u"out/r.bin"_s)), "the real content");
+            QFile::remove(kit.path(u"out/r.bin"_s));
+        }
+    }
+}
+
+TEST_F(ProcessControllerTest, AFullDiskIsNamedAndLeavesNothing) {
+    const QString full = kit.path(u"full"_s);
+    QDir().mkpath(full);
+    // A real full disk: a file system of 1 MiB, which only root may mount.
+    if (::geteuid() != 0 ||
+        QProcess::execute(u"mount"_s, {u"-t"_s, u"tmpfs"_s, u"-o"_s, u"size=1m"_s,
+                                       u"nivogx-full"_s, full}) != 0) {
+        GTEST_SKIP() << "cannot mount a small file system here";
+    }
+    const auto unmount = qScopeGuard([&full] { QProcess::execute(u"umount"_s, {full}); });
+    const QString input = kit.writeFile(u"in/big.bin"_s, QByteArray(3 << 20, 'f'));
     ProcessController controller;
-    QSignalSpy completed(&controller, &ProcessController::processingCompleted);
-    controller.processFile(input, ProcessingTestKit::aliceProfile(), TestPki::kPassword, {},
-                           kit.path(u"out"_s), false);
-    // Something writes the chosen name while the run works; a failed run still leaves nothing.
-    kit.writeFile(u"out/junk.txt"_s, "stray");
-    ASSERT_TRUE(completed.wait(kDeadlockGuardMs));
-    EXPECT_EQ(kit.files(u"out"_s), QStringList{});
+    EXPECT_EQ(run(controller, input, true, {}, TestPki::kPassword, full),
+              u"Not enough space to write %1."_s.arg(full));
+    EXPECT_EQ(QDir(full).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+              QStringList{});
 }
 
 TEST_F(ProcessControllerTest, AMissingInputIsReportedLaterWithoutALogLine) {
@@ -158,15 +233,25 @@ TEST_F(ProcessControllerTest, AMissingInputIsReportedLaterWithoutALogLine) {
     EXPECT_EQ(ProcessingTestKit::loggedEvents(), QStringList{});
 }
 
-TEST_F(ProcessControllerTest, CancelReportsAtOnceAndTheAbandonedWorkReportsAgain) {
+TEST_F(ProcessControllerTest, CancelReportsAtOnceAndStopsTheWorkWhichThenReportsAFailure) {
     QDir().mkpath(kit.path(u"out"_s));
-    const QString input = kit.writeFile(u"in/big.bin"_s, QByteArray(256 * 1024, 'x'));
+    // Several GiB that take no room: the work would run for many seconds if not stopped.
+    constexpr qint64 kHuge = qint64{3} << 30;
+    const QString input = kit.writeFile(u"in/huge.bin"_s, {});
+    ASSERT_TRUE(QFile::resize(input, kHuge));
     const Contact bob = ProcessingTestKit::contact(u"bob"_s, ProcessingTestKit::people().bob);
 
     ProcessController controller;
     QSignalSpy completed(&controller, &ProcessController::processingCompleted);
+    QSignalSpy progress(&controller, &ProcessController::progress);
     controller.processFile(input, ProcessingTestKit::aliceProfile(), TestPki::kPassword, {bob},
                            kit.path(u"out"_s), true);
+    const auto lastDone = [&progress] {
+        return progress.isEmpty() ? 0 : progress.last().first().toLongLong();
+    };
+    while (lastDone() == 0) {
+        ASSERT_TRUE(progress.wait(kDeadlockGuardMs));
+    }
     controller.cancel();
     ASSERT_EQ(completed.size(), 1);
     EXPECT_EQ(completed.first().first().toString(), u"Encryption cancelled"_s);
@@ -176,12 +261,13 @@ TEST_F(ProcessControllerTest, CancelReportsAtOnceAndTheAbandonedWorkReportsAgain
     EXPECT_EQ(completed.size(), 1);
 
     ASSERT_TRUE(completed.wait(kDeadlockGuardMs));
-    EXPECT_EQ(completed.at(1).first().toString(), u""_s);
+    EXPECT_NE(completed.at(1).first().toString(), u""_s);
     EXPECT_EQ(ProcessingTestKit::loggedEvents(),
               (QStringList{u"Encrypt | %1 | bob,alice | Cancelled"_s.arg(input),
-                           u"Encrypt | %1 | bob,alice | Success"_s.arg(input)}));
-    // The work finished after the cancel, so its output stays, as the second line says.
-    EXPECT_TRUE(QFileInfo::exists(controller.outputPath()));
+                           u"Encrypt | %1 | bob,alice | Failed"_s.arg(input)}));
+    // It stopped where it was, far from the end, and left nothing, not even a temporary file.
+    EXPECT_LT(lastDone(), kHuge / 4);
+    EXPECT_EQ(kit.files(u"out"_s), QStringList{});
 }
 
 TEST_F(ProcessControllerTest, ACancelledDecryptionLogsNobodyAndItsWorkOutlivesTheController) {

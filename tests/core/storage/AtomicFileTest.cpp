@@ -84,6 +84,38 @@ TEST_P(AtomicFileTest, AFileOfManyMiBInPiecesOfAnySizeAppearsWholeOnlyOnCommit) 
     EXPECT_EQ(entries(dir.path()), QStringList{QStringLiteral("video.mkv")});
 }
 
+TEST_P(AtomicFileTest, CommitAsNewNeverReplacesAndTakesTheNameItIsGiven) {
+    const QString path = dir.filePath(QStringLiteral("r.bin"));
+    const QString second = dir.filePath(QStringLiteral("r(1).bin"));
+    const QString third = dir.filePath(QStringLiteral("r(2).bin"));
+    AtomicFile file(path);
+    ASSERT_TRUE(file.open());
+    ASSERT_EQ(file.device()->write("ours"), 4);
+    // Files appear under the chosen name and the next one while this one is written.
+    ASSERT_TRUE(AtomicFile::write(path, "theirs"));
+    ASSERT_TRUE(AtomicFile::write(second, "also theirs"));
+    QStringList asked;
+    ASSERT_TRUE(file.commitAsNew([&](const QString& taken) {
+        asked << taken;
+        return taken == path ? second : third;
+    })) << file.errorString().toStdString();
+    EXPECT_EQ(asked, (QStringList{path, second}));
+    EXPECT_EQ(file.path(), third);
+    EXPECT_EQ(fileBytes(third), QByteArray("ours"));
+    EXPECT_EQ(fileBytes(path), QByteArray("theirs"));
+    EXPECT_EQ(fileBytes(second), QByteArray("also theirs"));
+
+    // With no other name to take it gives up, and everything stays as it was.
+    AtomicFile late(path);
+    ASSERT_TRUE(late.open());
+    ASSERT_EQ(late.device()->write("late"), 4);
+    EXPECT_FALSE(late.commitAsNew({}));
+    EXPECT_EQ(fileBytes(path), QByteArray("theirs"));
+    EXPECT_EQ(entries(dir.path()), (QStringList{QStringLiteral("r(1).bin"),
+                                                QStringLiteral("r(2).bin"),
+                                                QStringLiteral("r.bin")}));
+}
+
 std::string temporaryKind(const ::testing::TestParamInfo<bool>& named) {
     return named.param ? "Named" : "Unnamed";
 }
