@@ -124,6 +124,8 @@ const QString kListAction = u"list"_s;
 const QString kAddAction = u"add"_s;
 const QString kShowAction = u"show"_s;
 const QString kUnverifiedContact = u"%1  (certificate not verified: %2)"_s;
+const QString kUnverifiedRecipient =
+    u"Warning: the certificate of %1 is not verified (%2); protecting for it anyway."_s;
 const QString kShownNivoId = u"NIVO ID:  %1"_s;
 const QString kShownName = u"Name:     %1"_s;
 const QString kShownSubject = u"Subject:  %1"_s;
@@ -570,6 +572,13 @@ int NivoCli::encrypt(const QStringList& arguments) {
     const QString previous = NivoGXUtil::getLastOutputEncryptFolder();
     NivoGXUtil::saveSettings(QString(), QString(), QString(), folder, QString());
     RecipientChoice::rememberChoice(recipients);
+    for (const Contact& recipient : recipients) {
+        if (const QString problem = ContactDB::certificateProblem(recipient); !problem.isEmpty()) {
+            m_console.err() << kUnverifiedRecipient.arg(VisibleText::of(recipient.NivoID),
+                                                        VisibleText::of(problem))
+                            << Qt::endl;
+        }
+    }
     bool placed = false;
     const int exit =
         processFiles(files, password, recipients, folder, true, parser.isSet(kJsonOption), placed);

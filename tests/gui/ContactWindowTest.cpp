@@ -13,7 +13,10 @@
 #include "contacts/ContactController.h"
 #include "contacts/ContactTableModel.h"
 #include "contacts/RecipientChoice.h"
+#include "crypto/CertificateTrust.h"
 #include "storage/NivoGXUtil.h"
+
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -159,6 +162,20 @@ TEST_F(ContactWindowTest, FoundPersonIsChosenAndTheChoiceComesBackNextTime) {
     EXPECT_GT(anna.ID, 0);
     EXPECT_TRUE(window->selectedList().isEmpty()) << "a found person is offered, not chosen";
     EXPECT_EQ(prompter.count(), 0);
+
+    // A clicked contact shows its certificate, to compare out of band; stored keys the service
+    // did not issue are marked.
+    clickRow("tableViewAvailable", 0);
+    const QString details = fieldText(window, "contactDetails");
+    EXPECT_TRUE(details.startsWith(u"anna: certificate issued by the account service\n"_s))
+        << details.toStdString();
+    EXPECT_TRUE(details.endsWith(u"SHA-256: "_s + CertificateTrust::fingerprint(anna.CertData)))
+        << details.toStdString();
+    const QAbstractItemModel* available = table("tableViewAvailable")->model();
+    EXPECT_FALSE(available->data(available->index(0, 0), Qt::ForegroundRole).isValid());
+    EXPECT_TRUE(available->data(available->index(1, 0), Qt::ForegroundRole).isValid());
+    EXPECT_EQ(available->data(available->index(1, 0), Qt::ToolTipRole).toString(),
+              u"Certificate not verified: unreadable certificate"_s);
 
     // Anna and Carol, Carol twice: each is chosen once.
     clickRow("tableViewAvailable", 2);

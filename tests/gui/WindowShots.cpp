@@ -6,11 +6,13 @@
 #include <QApplication>
 #include <QDir>
 #include <QFile>
+#include <QTableView>
 #include <QTest>
 #include <cstdio>
 
 #include "ScriptedHttpsServer.h"
 #include "ScriptedPrompter.h"
+#include "TestPki.h"
 #include "UserSandbox.h"
 #include "account/AccountServer.h"
 #include "contacts/ContactController.h"
@@ -36,7 +38,11 @@ void fillUser(const QString& sandboxRoot) {
     NivoGXUtil::generateUserContactDB(QStringLiteral("alice"));
     QList<qint64> lastChoice;
     for (const QString& person : kPeople) {
-        const qint64 id = NivoGXUtil::addContact({0, person, person, person.toUtf8()});
+        // Mallory's key came from somewhere else than the service.
+        const QByteArray certificate = person == u"mallory"
+                                           ? QByteArray("not a certificate")
+                                           : TestPki::serviceCertificate(person.toLower());
+        const qint64 id = NivoGXUtil::addContact({0, person, person, certificate});
         if (person.startsWith(u'c') || person.startsWith(u'g') || person.startsWith(u'j')) {
             lastChoice << id;
         }
@@ -139,6 +145,10 @@ int main(int argc, char* argv[]) {
     ContactController recipients(hub, prompter);
     recipients.setAttribute(Qt::WA_DeleteOnClose, false);
     recipients.searchNivoID(QStringLiteral("heidi"));
+    // Clicked, a contact shows its certificate.
+    auto* available = recipients.findChild<QTableView*>(QStringLiteral("tableViewAvailable"));
+    QTest::mouseClick(available->viewport(), Qt::LeftButton, {},
+                      available->visualRect(available->model()->index(2, 0)).center());
     ok = save(recipients, folder, "recipient-window.png") && ok;
     // A look-up under way: the server takes its time.
     ScriptedHttpsServer slowServer;

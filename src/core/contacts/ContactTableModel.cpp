@@ -1,6 +1,16 @@
 #include "contacts/ContactTableModel.h"
 
+#include <QColor>
+#include <QCoreApplication>
 #include <utility>
+
+#include "contacts/ContactDB.h"
+
+namespace {
+const char* const kNotVerified =
+    QT_TRANSLATE_NOOP("ContactTableModel", "Certificate not verified: %1");
+const QColor kWarningColour(0xd0, 0x6a, 0x00);
+}  // namespace
 
 ContactTableModel::ContactTableModel(const QList<Contact>& contacts, QString identifier,
                                      QString title, QObject* parent)
@@ -31,12 +41,27 @@ QVariant ContactTableModel::data(const QModelIndex& index, int role) const {
     switch (role) {
         case Qt::DisplayRole:
             return contact.NivoID;
-        case Qt::ToolTipRole:
+        case Qt::ToolTipRole: {
+            if (const QString problem = certificateProblem(contact); !problem.isEmpty()) {
+                return tr(kNotVerified).arg(problem);
+            }
             // The display name says more only where it differs from the account name.
             return contact.DisplayName != contact.NivoID ? contact.DisplayName : QString();
+        }
+        case Qt::ForegroundRole:
+            return certificateProblem(contact).isEmpty() ? QVariant() : QVariant(kWarningColour);
         default:
             return {};
     }
+}
+
+QString ContactTableModel::certificateProblem(const Contact& contact) const {
+    const QByteArray key = contact.NivoID.toUtf8() + '\0' + contact.CertData;
+    auto known = m_problems.constFind(key);
+    if (known == m_problems.cend()) {
+        known = m_problems.insert(key, ContactDB::certificateProblem(contact));
+    }
+    return *known;
 }
 
 QVariant ContactTableModel::headerData(int section, Qt::Orientation orientation, int role) const {

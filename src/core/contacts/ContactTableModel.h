@@ -1,12 +1,16 @@
 #pragma once
 
 #include <QAbstractTableModel>
+#include <QByteArray>
+#include <QHash>
 #include <QList>
 #include <QString>
 
 #include "contacts/Contact.h"
 
-// One list of contacts as a one-column table of NIVO IDs. The column carries an identifier
+// One list of contacts as a one-column table of NIVO IDs; a contact whose stored certificate the
+// account service does not stand behind is drawn in orange, with the reason as its tooltip.
+// The column carries an identifier
 // (header data under IdentifierRole) so that the recipient window's two tables can be told
 // apart; a row past the end shows nothing. The model does not own the list: its owner changes
 // the list and then calls reloadData(), as a table is told to reload.
@@ -28,8 +32,12 @@ public:
     [[nodiscard]] QVariant headerData(int section, Qt::Orientation orientation,
                                       int role) const override;
 
+    // "" when the contact's certificate verifies, else why not; remembered per certificate.
+    [[nodiscard]] QString certificateProblem(const Contact& contact) const;
+
 private:
     const QList<Contact>& m_contacts;
+    mutable QHash<QByteArray, QString> m_problems;
     QString m_identifier;
     QString m_title;
 };

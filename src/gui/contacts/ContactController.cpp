@@ -1,7 +1,9 @@
 #include "contacts/ContactController.h"
 
 #include <QGridLayout>
+#include <QDateTime>
 #include <QHBoxLayout>
+#include <QLocale>
 #include <QHeaderView>
 #include <QItemSelectionModel>
 #include <QLabel>
@@ -14,8 +16,11 @@
 #include <chrono>
 #include <memory>
 
+#include "contacts/ContactDB.h"
 #include "contacts/ContactTableModel.h"
 #include "contacts/RecipientChoice.h"
+#include "crypto/CertificateTrust.h"
+#include "log/VisibleText.h"
 #include "shell/Background.h"
 #include "shell/IconSet.h"
 #include "shell/NotificationHub.h"
@@ -86,6 +91,16 @@ QPushButton* makeButton(QWidget* parent, const char* text, const QString& name) 
     return button;
 }
 
+const char* const kContactDetails = QT_TRANSLATE_NOOP(
+    "ContactController",
+    "%1: %7\nSubject: %2   Issuer: %3\nValid from %4 to %5\nSHA-256: %6");
+const char* const kVerifiedCertificate =
+    QT_TRANSLATE_NOOP("ContactController", "certificate issued by the account service");
+const char* const kUnverifiedCertificate =
+    QT_TRANSLATE_NOOP("ContactController", "certificate NOT VERIFIED (%1)");
+const char* const kUnreadableCertificate =
+    QT_TRANSLATE_NOOP("ContactController", "%1: the stored certificate cannot be read");
+
 }  // namespace
 
 ContactController::ContactController(NotificationHub& hub, Prompter& prompter, QWidget* parent)
@@ -96,7 +111,8 @@ ContactController::ContactController(NotificationHub& hub, Prompter& prompter, Q
       m_tableViewAvailable(makeTable(this, m_selection.availableModel(), u"tableViewAvailable"_s)),
       m_tableViewSelected(makeTable(this, m_selection.selectedModel(), u"tableViewSelected"_s)),
       m_searchField(new QLineEdit(this)),
-      m_progressIndicator(new QProgressBar(this)) {
+      m_progressIndicator(new QProgressBar(this)),
+      m_contactDetails(new QLabel(this)) {
     setObjectName(u"ContactController"_s);
     setAttribute(Qt::WA_DeleteOnClose);
     setWindowTitle(tr(kTitle));
@@ -115,6 +131,12 @@ ContactController::ContactController(NotificationHub& hub, Prompter& prompter, Q
     keepSpace.setRetainSizeWhenHidden(true);
     m_progressIndicator->setSizePolicy(keepSpace);
     m_progressIndicator->hide();
+    m_contactDetails->setObjectName(u"contactDetails"_s);
+    m_contactDetails->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_contactDetails->setWordWrap(true);
+    QFont small = m_contactDetails->font();
+    small.setPointSizeF(small.pointSizeF() * 0.9);
+    m_contactDetails->setFont(small);
 
     QPushButton* add = makeButton(this, kAdd, u"addButton"_s);
     QPushButton* removeAvailable = makeButton(this, kRemove, u"removeAvailableButton"_s);
@@ -178,9 +200,10 @@ ContactController::ContactController(NotificationHub& hub, Prompter& prompter, Q
     layout->addWidget(heading);
     layout->addWidget(m_searchField);
     layout->addLayout(tables, 1);
+    layout->addWidget(m_contactDetails);
     layout->addSpacing(4);
     layout->addLayout(bottom);
-    resize(540, 440);
+    resize(560, 500);
 }
 
 ContactController::~ContactController() = default;
@@ -191,11 +214,38 @@ qsizetype ContactController::selectedRow(const QTableView* table) {
 }
 
 void ContactController::clickInAvailableTable() {
-    m_selection.clickInAvailableTable(selectedRow(m_tableViewAvailable));
+    const qsizetype row = selectedRow(m_tableViewAvailable);
+    m_selection.clickInAvailableTable(row);
+    if (row >= 0 && row < m_selection.contactList().size()) {
+        showDetails(m_selection.contactList().at(row));
+    }
 }
 
 void ContactController::clickInSelectedTable() {
-    m_selection.clickInSelectedTable(selectedRow(m_tableViewSelected));
+    const qsizetype row = selectedRow(m_tableViewSelected);
+    m_selection.clickInSelectedTable(row);
+    if (row >= 0 && row < m_selection.selectedList().size()) {
+        showDetails(m_selection.selectedList().at(row));
+    }
+}
+
+void ContactController::showDetails(const Contact& contact) {
+    const auto details = CertificateTrust::describe(contact.CertData);
+    if (!details) {
+        m_contactDetails->setText(tr(kUnreadableCertificate).arg(VisibleText::of(contact.NivoID)));
+        return;
+    }
+    const auto when = [](const QDateTime& time) {
+        return QLocale().toString(time.toLocalTime(), QLocale::ShortFormat);
+    };
+    const QString problem = ContactDB::certificateProblem(contact);
+    m_contactDetails->setText(
+        tr(kContactDetails)
+            .arg(VisibleText::of(contact.NivoID), VisibleText::of(details->subject),
+                 VisibleText::of(details->issuer), when(details->notBefore),
+                 when(details->notAfter), details->sha256,
+                 problem.isEmpty() ? tr(kVerifiedCertificate)
+                                   : tr(kUnverifiedCertificate).arg(VisibleText::of(problem))));
 }
 
 void ContactController::addButtonTapped() {

@@ -7,6 +7,7 @@
 
 class NotificationHub;
 class Prompter;
+class QLabel;
 class QLineEdit;
 class QProgressBar;
 class QTableView;
@@ -39,6 +40,8 @@ public:
     }
 
 private:
+    // Shows the certificate of the contact last clicked, for comparing out of band.
+    void showDetails(const Contact& contact);
     void clickInAvailableTable();
     void clickInSelectedTable();
     void handleImportComplete();
@@ -54,5 +57,6 @@ private:
     QTableView* m_tableViewSelected;
     QLineEdit* m_searchField;
     QProgressBar* m_progressIndicator;
+    QLabel* m_contactDetails;
     int m_searches = 0;
 };
