@@ -64,13 +64,24 @@ comTruvexCrypto_X509CertificateValidator::Fault comTruvexCrypto_X509CertificateV
         1) {
         nivossl::fail(TVXCryptoOperationException, kCannotValidate);
     }
+    // At a given time only the certificate's own dates count: the authorities above it are
+    // anchors whose certificates may well be younger than a signature made before their renewal.
     if (at.isValid()) {
-        X509_STORE_CTX_set_time(context.get(), 0, static_cast<time_t>(at.toSecsSinceEpoch()));
+        X509_STORE_CTX_set_flags(context.get(), X509_V_FLAG_NO_CHECK_TIME);
     }
     const bool valid = X509_verify_cert(context.get()) == 1;
     const int error = valid ? X509_V_OK : X509_STORE_CTX_get_error(context.get());
     ERR_clear_error();
     if (valid) {
+        if (at.isValid()) {
+            time_t when = static_cast<time_t>(at.toSecsSinceEpoch());
+            if (X509_cmp_time(X509_get0_notBefore(certificate.handle()), &when) >= 0) {
+                return Fault::NotYetValid;
+            }
+            if (X509_cmp_time(X509_get0_notAfter(certificate.handle()), &when) <= 0) {
+                return Fault::Expired;
+            }
+        }
         return Fault::None;
     }
     // A failure without a reason is still a failure.

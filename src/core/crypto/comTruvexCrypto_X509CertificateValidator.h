@@ -20,7 +20,9 @@ public:
 
     // Throws a TVXException only when the check cannot be run at all.
     [[nodiscard]] bool validateX509Certificate(const TVXX509Certificate& certificate) const;
-    // The same check at `at` (now when null), telling why a certificate fails.
+    // The same check, telling why a certificate fails. Given a time `at`, the certificate's own
+    // validity is judged at that time and its authorities' is not looked at; without one,
+    // everything must be valid now.
     [[nodiscard]] Fault check(const TVXX509Certificate& certificate,
                               const QDateTime& at = {}) const;
 

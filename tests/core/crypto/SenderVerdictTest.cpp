@@ -1,4 +1,8 @@
 #include <gtest/gtest.h>
+#include <openssl/cms.h>
+#include <openssl/pem.h>
+
+#include <memory>
 
 #include "CryptoTestKit.h"
 #include "TestPki.h"
@@ -34,6 +38,51 @@ protected:
         judged.requireVerified = requireVerified;
         return decryptJudged(carol(), u"carol"_s, message, out(u"opened%1"_s.arg(++m_files)),
                              judged);
+    }
+
+    // `content` signed by `signer` with the signing time `signedAt` (UTC, "YYMMDDHHMMSSZ"), as
+    // DER SignedData; built with OpenSSL itself, as the openssl command cannot date a signature.
+    static QByteArray signedAt(const TestPki::Identity& signer, const char* signedAt) {
+        // The memory BIOs borrow the bytes, which outlive them here.
+        const QByteArray certificatePem = readFile(signer.certPath);
+        const QByteArray keyPem = readFile(signer.keyPath);
+        const auto pem = [](const QByteArray& bytes) {
+            return std::unique_ptr<BIO, decltype(&BIO_free)>(
+                BIO_new_mem_buf(bytes.constData(), static_cast<int>(bytes.size())), &BIO_free);
+        };
+        const std::unique_ptr<X509, decltype(&X509_free)> certificate(
+            PEM_read_bio_X509(pem(certificatePem).get(), nullptr, nullptr, nullptr), &X509_free);
+        const std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(
+            PEM_read_bio_PrivateKey(pem(keyPem).get(), nullptr, nullptr, nullptr),
+            &EVP_PKEY_free);
+        const std::unique_ptr<CMS_ContentInfo, decltype(&CMS_ContentInfo_free)> cms(
+            CMS_sign(nullptr, nullptr, nullptr, nullptr, CMS_PARTIAL | CMS_BINARY),
+            &CMS_ContentInfo_free);
+        CMS_SignerInfo* info =
+            CMS_add1_signer(cms.get(), certificate.get(), key.get(), EVP_sha256(), CMS_PARTIAL);
+        const std::unique_ptr<ASN1_UTCTIME, decltype(&ASN1_UTCTIME_free)> time(
+            ASN1_UTCTIME_new(), &ASN1_UTCTIME_free);
+        EXPECT_EQ(ASN1_UTCTIME_set_string(time.get(), signedAt), 1);
+        EXPECT_EQ(CMS_signed_add1_attr_by_NID(info, NID_pkcs9_signingTime, V_ASN1_UTCTIME,
+                                              time.get(), -1),
+                  1);
+        const std::unique_ptr<BIO, decltype(&BIO_free)> content(BIO_new_mem_buf("dated", 5),
+                                                                &BIO_free);
+        EXPECT_EQ(CMS_final(cms.get(), content.get(), nullptr, CMS_BINARY), 1);
+        unsigned char* der = nullptr;
+        const int length = i2d_CMS_ContentInfo(cms.get(), &der);
+        QByteArray bytes(reinterpret_cast<const char*>(der), length);
+        OPENSSL_free(der);
+        return bytes;
+    }
+
+    SenderVerdict::Trust trustOfDated(const TestPki::Identity& signer, const char* when) {
+        const QByteArray message = opensslEncrypt(
+            pki(), signedAt(signer, when), {&carol()});
+        const Decrypted opened = decryptJudged(carol(), u"carol"_s, message,
+                                               out(u"dated%1"_s.arg(++m_files)), context());
+        EXPECT_EQ(opened.outcome, u""_s);
+        return opened.verdict.trust;
     }
 
     int m_files = 0;
@@ -84,6 +133,17 @@ TEST_F(SenderVerdictTest, OnlyServiceIssuedSignersAreVerified) {
     EXPECT_EQ(opened.outcome, u""_s);
     EXPECT_EQ(opened.sender, kSenderUntouched);
     EXPECT_EQ(opened.verdict.reason(), u"no signer certificate in the file"_s);
+}
+
+TEST_F(SenderVerdictTest, TheCertificateCountsAtTheSignedTimeUnlessThatIsInTheFuture) {
+    const TestPki::Identity old =
+        pki().createUserValid(u"Old"_s, u"20200101000000Z"_s, u"20200201000000Z"_s);
+    EXPECT_EQ(trustOfDated(old, "200115120000Z"), Trust::Verified);
+    EXPECT_EQ(trustOfDated(old, "191231120000Z"), Trust::NotYetValid);
+    EXPECT_EQ(trustOfDated(old, "200301000000Z"), Trust::Expired);
+    // A claimed time to come proves nothing: the certificate must be valid now.
+    EXPECT_EQ(trustOfDated(old, "490101000000Z"), Trust::Expired);
+    EXPECT_EQ(trustOfDated(alice(), "490101000000Z"), Trust::Verified);
 }
 
 TEST_F(SenderVerdictTest, AStrangerTakingAContactsNameIsCalledOut) {
