@@ -79,10 +79,8 @@ QStringList TestPki::newKeyArguments(KeyType keyType) const {
     return {u"-newkey"_s, u"rsa:2048"_s};
 }
 
-TestPki::Identity TestPki::issue(const QString& commonName, KeyType keyType,
-                                 const Identity* issuer, const QString& extensions) {
-    const QString stem = u"id%1"_s.arg(++m_nextName);
-    Identity identity;
+QString TestPki::newRequest(const QString& stem, const QString& commonName, KeyType keyType,
+                            Identity& identity) {
     identity.commonName = commonName;
     identity.keyPath = path(stem + u".key"_s);
     identity.certPath = path(stem + u".pem"_s);
@@ -92,6 +90,14 @@ TestPki::Identity TestPki::issue(const QString& commonName, KeyType keyType,
                           u"/CN="_s + commonName};
     arguments += newKeyArguments(keyType);
     openssl(arguments);
+    return request;
+}
+
+TestPki::Identity TestPki::issue(const QString& commonName, KeyType keyType,
+                                 const Identity* issuer, const QString& extensions) {
+    const QString stem = u"id%1"_s.arg(++m_nextName);
+    Identity identity;
+    const QString request = newRequest(stem, commonName, keyType, identity);
     const Identity& signer = issuer != nullptr ? *issuer : m_ca;
     openssl({u"x509"_s, u"-req"_s, u"-in"_s, request, u"-CA"_s, signer.certPath, u"-CAkey"_s,
              signer.keyPath, u"-set_serial"_s, QString::number(m_nextSerial++), u"-days"_s,
@@ -122,15 +128,7 @@ TestPki::Identity TestPki::createUserValid(const QString& commonName, const QStr
     writeFile(stem + u".index"_s, {});
     writeFile(stem + u".serial"_s, QByteArray::number(m_nextSerial++, 16));
     Identity identity;
-    identity.commonName = commonName;
-    identity.keyPath = path(stem + u".key"_s);
-    identity.certPath = path(stem + u".pem"_s);
-    const QString request = path(stem + u".csr"_s);
-    QStringList arguments{u"req"_s, u"-new"_s, u"-utf8"_s, u"-config"_s, m_config, u"-nodes"_s,
-                          u"-keyout"_s, identity.keyPath, u"-out"_s, request, u"-subj"_s,
-                          u"/CN="_s + commonName};
-    arguments += newKeyArguments(KeyType::Rsa);
-    openssl(arguments);
+    const QString request = newRequest(stem, commonName, KeyType::Rsa, identity);
     openssl({u"ca"_s, u"-batch"_s, u"-notext"_s, u"-config"_s, config, u"-cert"_s, m_ca.certPath,
              u"-keyfile"_s, m_ca.keyPath, u"-in"_s, request, u"-out"_s, identity.certPath,
              u"-startdate"_s, notBefore, u"-enddate"_s, notAfter, u"-extfile"_s, config,

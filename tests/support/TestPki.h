@@ -69,6 +69,9 @@ public:
     [[nodiscard]] QString path(const QString& name) const;
 
 private:
+    // A new key for `identity` (named by `stem`) and a certificate request for it; its path.
+    QString newRequest(const QString& stem, const QString& commonName, KeyType keyType,
+                       Identity& identity);
     Identity issue(const QString& commonName, KeyType keyType, const Identity* issuer,
                    const QString& extensions);
     [[nodiscard]] QStringList newKeyArguments(KeyType keyType) const;

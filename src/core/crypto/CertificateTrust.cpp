@@ -75,16 +75,6 @@ QString nameText(const X509_NAME* name) {
     return QString::fromUtf8(bytes, length);
 }
 
-QDateTime timeOf(const ASN1_TIME* time) {
-    std::tm parts{};
-    if (time == nullptr || ASN1_TIME_to_tm(time, &parts) != 1) {
-        ERR_clear_error();
-        return {};
-    }
-    return QDateTime(QDate(parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday),
-                     QTime(parts.tm_hour, parts.tm_min, parts.tm_sec), Qt::UTC);
-}
-
 }  // namespace
 
 Trust CertificateTrust::judgeSigner(const TVXX509Certificate& certificate,
@@ -135,8 +125,8 @@ std::optional<CertificateTrust::Details> CertificateTrust::describe(
     Details details;
     details.subject = nameText(X509_get_subject_name(x509));
     details.issuer = nameText(X509_get_issuer_name(x509));
-    details.notBefore = timeOf(X509_get0_notBefore(x509));
-    details.notAfter = timeOf(X509_get0_notAfter(x509));
+    details.notBefore = nivossl::dateTimeOf(X509_get0_notBefore(x509));
+    details.notAfter = nivossl::dateTimeOf(X509_get0_notAfter(x509));
     details.sha256 = fingerprint(certificate->asRawData());
     return details;
 }

@@ -1,5 +1,7 @@
 #include "crypto/OpenSsl.h"
 
+#include <ctime>
+
 #include <QIODevice>
 #include <QStringList>
 #include <limits>
@@ -144,6 +146,16 @@ BioMethodPtr sourceSinkMethod(const char* name, int (*read)(BIO*, char*, int),
         method.reset();
     }
     return method;
+}
+
+QDateTime dateTimeOf(const ASN1_TIME* time) {
+    std::tm parts{};
+    if (time == nullptr || ASN1_TIME_to_tm(time, &parts) != 1) {
+        ERR_clear_error();
+        return {};
+    }
+    return QDateTime(QDate(parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday),
+                     QTime(parts.tm_hour, parts.tm_min, parts.tm_sec), Qt::UTC);
 }
 
 BioPtr readOnlyBio(const QByteArray& bytes) {

@@ -12,6 +12,7 @@
 #include <openssl/x509_vfy.h>
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QList>
 #include <QString>
 #include <memory>
@@ -88,5 +89,7 @@ private:
                                             long (*ctrl)(BIO*, int, long, void*));
 // A read-only memory BIO over `bytes`, which must outlive it.
 [[nodiscard]] BioPtr readOnlyBio(const QByteArray& bytes);
+// A UTCTime or GeneralizedTime as a UTC date and time; null when it cannot be read.
+[[nodiscard]] QDateTime dateTimeOf(const ASN1_TIME* time);
 
 }  // namespace nivossl

@@ -1,7 +1,6 @@
 #include "crypto/TVXCmsParser.h"
 
 #include <algorithm>
-#include <ctime>
 #include <array>
 #include <exception>
 #include <functional>
@@ -57,15 +56,11 @@ QDateTime signingTime(CMS_SignerInfo* signerInfo) {
     X509_ATTRIBUTE* attribute = index >= 0 ? CMS_signed_get_attr(signerInfo, index) : nullptr;
     const ASN1_TYPE* value =
         attribute != nullptr ? X509_ATTRIBUTE_get0_type(attribute, 0) : nullptr;
-    std::tm parts{};
     if (value == nullptr ||
-        (value->type != V_ASN1_UTCTIME && value->type != V_ASN1_GENERALIZEDTIME) ||
-        ASN1_TIME_to_tm(value->value.generalizedtime, &parts) != 1) {
-        ERR_clear_error();
+        (value->type != V_ASN1_UTCTIME && value->type != V_ASN1_GENERALIZEDTIME)) {
         return {};
     }
-    return QDateTime(QDate(parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday),
-                     QTime(parts.tm_hour, parts.tm_min, parts.tm_sec), Qt::UTC);
+    return nivossl::dateTimeOf(value->value.generalizedtime);
 }
 
 bool isRecipient(CMS_ContentInfo* cms, X509* certificate) {
