@@ -2,6 +2,7 @@
 
 #include <QSslSocket>
 #include <QTimer>
+#include <algorithm>
 #include <memory>
 
 #ifdef Q_OS_UNIX
@@ -45,20 +46,22 @@ void TlsListener::incomingConnection(qintptr descriptor) {
         return;
     }
     const QHostAddress client = socket->peerAddress();
-    // One burst of accepts can go past the limits before accepting pauses: the excess is closed.
-    if (client.isNull() || m_handshakes >= m_limits.maxHandshakes ||
-        m_connections >= m_limits.maxConnections ||
-        m_perAddress.value(client) >= m_limits.maxPerAddress) {
+    // One burst of accepts can go past the limit before accepting pauses: the excess is closed,
+    // as is what one address has waiting past its share.
+    if (client.isNull() || m_connections >= m_limits.maxConnections ||
+        m_perAddress.value(client).all >= 2 * m_limits.maxPerAddress) {
         socket->abort();
         socket->deleteLater();
         return;
     }
-    ++m_perAddress[client];
+    ++m_perAddress[client].all;
     ++m_connections;
-    ++m_handshakes;
-    connect(socket, &QObject::destroyed, this, [this, client] { connectionGone(client); });
+    const auto active = std::make_shared<bool>(false);
+    connect(socket, &QObject::destroyed, this,
+            [this, client, active] { connectionGone(client, *active); });
 
-    // Whichever comes first ends the handshake: success, an error, the peer leaving, the deadline.
+    // Whichever comes first ends the handshake: success, an error, the peer leaving, the deadline
+    // (which counts from now, so that waiting for a turn counts too).
     const auto ended = std::make_shared<bool>(false);
     auto* deadline = new QTimer(socket);
     deadline->setSingleShot(true);
@@ -74,13 +77,36 @@ void TlsListener::incomingConnection(qintptr descriptor) {
     connect(socket, &QAbstractSocket::errorOccurred, this, [end] { end(false); });
     connect(socket, &QAbstractSocket::disconnected, this, [end] { end(false); });
     deadline->start(m_limits.handshakeDeadlineMs);
-    socket->setSslConfiguration(m_tls);
-    socket->startServerEncryption();
+    m_waiting.append({socket, client, active});
+    startHandshakes();
     updateAccepting();
 }
 
+void TlsListener::startHandshakes() {
+    for (auto it = m_waiting.begin();
+         it != m_waiting.end() && m_handshakes < m_limits.maxHandshakes;) {
+        int& active = m_perAddress[it->client].active;
+        if (active >= m_limits.maxPerAddress) {
+            ++it;  // that address's turn comes when one of its connections ends
+            continue;
+        }
+        ++active;
+        *it->active = true;
+        ++m_handshakes;
+        it->socket->setSslConfiguration(m_tls);
+        it->socket->startServerEncryption();
+        it = m_waiting.erase(it);
+    }
+}
+
 void TlsListener::handshakeEnded(QSslSocket* socket, bool completed) {
-    --m_handshakes;
+    const auto waiting = std::find_if(m_waiting.begin(), m_waiting.end(),
+                                      [socket](const Waiting& w) { return w.socket == socket; });
+    if (waiting != m_waiting.end()) {
+        m_waiting.erase(waiting);  // ended before its turn came
+    } else {
+        --m_handshakes;
+    }
     if (completed && socket->state() == QAbstractSocket::ConnectedState) {
         watchIdle(socket);
         limitUnanswered(socket);
@@ -89,15 +115,20 @@ void TlsListener::handshakeEnded(QSslSocket* socket, bool completed) {
         socket->abort();
         socket->deleteLater();
     }
+    startHandshakes();
     updateAccepting();
 }
 
-void TlsListener::connectionGone(const QHostAddress& client) {
+void TlsListener::connectionGone(const QHostAddress& client, bool active) {
     --m_connections;
     const auto it = m_perAddress.find(client);
-    if (it != m_perAddress.end() && --*it <= 0) {
-        m_perAddress.erase(it);
+    if (it != m_perAddress.end()) {
+        it->active -= active ? 1 : 0;
+        if (--it->all <= 0) {
+            m_perAddress.erase(it);
+        }
     }
+    startHandshakes();
     updateAccepting();
 }
 
@@ -146,8 +177,7 @@ void TlsListener::limitUnanswered(QSslSocket* socket) {
 }
 
 void TlsListener::updateAccepting() {
-    const bool full = m_handshakes >= m_limits.maxHandshakes ||
-                      m_connections >= m_limits.maxConnections;
+    const bool full = m_connections >= m_limits.maxConnections;
     if (full && !m_paused) {
         pauseAccepting();
         m_paused = true;

@@ -2,6 +2,8 @@
 
 #include <QHash>
 #include <QHostAddress>
+#include <QList>
+#include <memory>
 #include <QSslConfiguration>
 #include <QTcpServer>
 
@@ -11,10 +13,13 @@ class QTcpSocket;
 // Accepts TCP connections and hands on only those whose TLS handshake has completed, so that the
 // HTTP layer never sees a connection that died or stalled on the way. Whatever clients do, it
 // keeps accepting:
-// - at most maxHandshakes handshakes run at once; past that, accepting pauses (new clients wait
-//   in the kernel's queue) until one ends, which handshakeDeadlineMs guarantees;
-// - at most maxConnections connections are open at once, likewise;
-// - one client address holds at most maxPerAddress connections; more are closed at once;
+// - at most maxHandshakes handshakes run at once; further connections wait for their turn, which
+//   comes soon since a handshake ends within handshakeDeadlineMs of the connection's arrival,
+//   waiting included (connections that died while waiting go quickly);
+// - at most maxConnections connections are open at once; past that, accepting pauses (new
+//   clients wait in the kernel's queue) until one closes;
+// - one client address has at most maxPerAddress connections handshaking or open; as many more
+//   may wait for their turn, and more than that are closed at once;
 // - a connection that completes no answer for idleDeadlineMs is closed (this is also the deadline
 //   for a request's headers and body), unless it is marked busy while its answer is prepared;
 // - a connection that sends more than maxUnansweredBytes without getting an answer is dropped
@@ -47,8 +52,9 @@ protected:
     void incomingConnection(qintptr descriptor) override;
 
 private:
+    void startHandshakes();
     void handshakeEnded(QSslSocket* socket, bool completed);
-    void connectionGone(const QHostAddress& client);
+    void connectionGone(const QHostAddress& client, bool active);
     void watchIdle(QSslSocket* socket);
     void limitUnanswered(QSslSocket* socket);
     // Pauses or resumes accepting to keep within the limits.
@@ -59,5 +65,15 @@ private:
     int m_handshakes = 0;
     int m_connections = 0;
     bool m_paused = false;
-    QHash<QHostAddress, int> m_perAddress;
+    struct Waiting {
+        QSslSocket* socket;
+        QHostAddress client;
+        std::shared_ptr<bool> active;  // set once its handshake starts
+    };
+    struct Share {
+        int all = 0;     // waiting, handshaking or open
+        int active = 0;  // handshaking or open
+    };
+    QList<Waiting> m_waiting;  // accepted, waiting for a handshake slot, oldest first
+    QHash<QHostAddress, Share> m_perAddress;
 };
