@@ -178,6 +178,7 @@ bool AccountHttpServer::handleRequest(const QHttpServerRequest& request, QTcpSoc
                     TlsListener::setBusy(connection, false);
                     if (connection->state() == QAbstractSocket::ConnectedState) {
                         answer(connection, *held, done);
+                        connection->flush();  // out now, even if the server stops next
                         if (connection->bytesAvailable() > 0) {
                             Q_EMIT connection->readyRead();  // what came meanwhile
                         }
