@@ -147,7 +147,8 @@ bool AccountHttpServer::handleRequest(const QHttpServerRequest& request, QTcpSoc
         return true;
     }
 
-    const qint64 wait = endpoint->checksPassword ? m_service.reservePasswordCheck(form) : 0;
+    const qint64 wait =
+        endpoint->checksPassword ? m_service.reservePasswordCheck(form, logged.client) : 0;
     if (m_underWay >= m_options.maxWaiting || wait > kMaxCheckWaitMs) {
         const AccountService::Answer refusal{
             wait > kMaxCheckWaitMs
@@ -170,8 +171,13 @@ bool AccountHttpServer::handleRequest(const QHttpServerRequest& request, QTcpSoc
     const Slow slow = endpoint->slow;
     const QHostAddress client = logged.client;
     const auto work = [this, guard, held, slow, form, client, logged] {
-        m_workers.start([this, guard, held, slow, form, client, logged] {
-            const auto done = (m_service.*slow)(form, client);
+        QElapsedTimer queued;
+        queued.start();
+        m_workers.start([this, guard, held, slow, form, client, logged, queued] {
+            // Past the app's patience nobody waits for the answer: the work is not done.
+            const auto done = queued.elapsed() > kClientPatienceMs
+                                  ? AccountService::serviceNotAvailable()
+                                  : (m_service.*slow)(form, client);
             QMetaObject::invokeMethod(this, [this, guard, held, done, logged] {
                 if (QTcpSocket* connection = guard.data()) {
                     connection->blockSignals(false);

@@ -63,8 +63,8 @@ AccountService::Answer AccountService::serviceNotAvailable() {
     return text(u"Service not available"_s);
 }
 
-qint64 AccountService::reservePasswordCheck(const Form& form) {
-    return m_throttle.reserveCheck(form.value(u"logInName"_s).toLower(), now());
+qint64 AccountService::reservePasswordCheck(const Form& form, const QHostAddress& client) {
+    return m_throttle.reserveCheck(form.value(u"logInName"_s).toLower(), client, now());
 }
 
 std::variant<AccountStore::Account, AccountService::Answer> AccountService::authenticate(

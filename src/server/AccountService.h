@@ -50,7 +50,7 @@ public:
     // How long (ms) a password check for the form's "logInName" must wait for its turn while the
     // account is being guessed at; the turn is reserved. Called once before getProfile or
     // changePassword of that form.
-    [[nodiscard]] qint64 reservePasswordCheck(const Form& form);
+    [[nodiscard]] qint64 reservePasswordCheck(const Form& form, const QHostAddress& client = {});
 
 private:
     [[nodiscard]] QDateTime now() const;

@@ -41,7 +41,11 @@ qint64 ClientThrottle::lockedSeconds(const QString& account, const QHostAddress&
     return std::max<qint64>(1, (now.msecsTo(it->lockedUntil) + 999) / 1000);
 }
 
-qint64 ClientThrottle::reserveCheck(const QString& account, const QDateTime& now) {
+qint64 ClientThrottle::reserveCheck(const QString& account, const QHostAddress& client,
+                                   const QDateTime& now) {
+    if (lockedSeconds(account, client, now) > 0) {
+        return 0;
+    }
     const QMutexLocker lock(&m_mutex);
     const auto it = m_accounts.find(account);
     if (it == m_accounts.end() || it->failures < kAccountFreeFailures) {
@@ -56,13 +60,17 @@ void ClientThrottle::recordFailure(const QString& account, const QHostAddress& c
                                    const QDateTime& now) {
     const QMutexLocker lock(&m_mutex);
     if (m_pairs.size() > kPruneAbove) {
+        // Forgotten after a quiet while as long as the longest wait: a returning guesser starts
+        // over, but only after that long.
         m_pairs.removeIf([&](const auto& entry) {
-            return entry.value().lockedUntil.isValid() &&
-                   entry.value().lockedUntil.addSecs(kMaxLockSeconds) < now;
+            const PairRecord& pair = entry.value();
+            return pair.lastFailure.addSecs(kMaxLockSeconds) < now &&
+                   (!pair.lockedUntil.isValid() || pair.lockedUntil < now);
         });
     }
     PairRecord& pair = m_pairs[pairKey(account, client)];
     ++pair.failures;
+    pair.lastFailure = now;
     if (pair.failures >= kFreeAttempts) {
         // 1, 2, 4, ... seconds, up to the cap: slow for a guesser, short for a typo.
         const int exponent = std::min(pair.failures - kFreeAttempts, 20);

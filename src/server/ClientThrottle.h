@@ -42,8 +42,10 @@ public:
     [[nodiscard]] qint64 lockedSeconds(const QString& account, const QHostAddress& client,
                                        const QDateTime& now) const;
     // Milliseconds this password check must wait for its turn, counted from now; the turn is
-    // reserved. 0 when the account is not being guessed at.
-    [[nodiscard]] qint64 reserveCheck(const QString& account, const QDateTime& now);
+    // reserved. 0 when the account is not being guessed at, and for an address that must wait
+    // anyway (it is refused without a check, so it takes no turn from others).
+    [[nodiscard]] qint64 reserveCheck(const QString& account, const QHostAddress& client,
+                                      const QDateTime& now);
     void recordFailure(const QString& account, const QHostAddress& client, const QDateTime& now);
     void recordSuccess(const QString& account, const QHostAddress& client);
 
@@ -53,6 +55,7 @@ public:
 private:
     struct PairRecord {
         int failures = 0;
+        QDateTime lastFailure;
         QDateTime lockedUntil;
     };
     struct AccountRecord {
