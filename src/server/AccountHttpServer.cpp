@@ -147,19 +147,21 @@ bool AccountHttpServer::handleRequest(const QHttpServerRequest& request, QTcpSoc
         return true;
     }
 
-    const qint64 wait =
-        endpoint->checksPassword ? m_service.reservePasswordCheck(form, logged.client) : 0;
-    if (m_underWay >= m_options.maxWaiting || wait > kMaxCheckWaitMs) {
-        const AccountService::Answer refusal{
-            wait > kMaxCheckWaitMs
-                ? "Service not available: too many password attempts for this account, try "
-                  "again later."_ba
-                : "Service not available: busy, try again later."_ba,
-            "text/plain; charset=utf-8"};
+    const auto refuse = [&](const AccountService::Answer& refusal) {
         answer(socket, responder, refusal);
         log(logged, outcome(refusal));
         return true;
+    };
+    if (m_underWay >= m_options.maxWaiting) {
+        return refuse({"Service not available: busy, try again later.", "text/plain; charset=utf-8"});
     }
+    const auto turn = endpoint->checksPassword
+                          ? m_service.reservePasswordCheck(form, logged.client)
+                          : std::optional<qint64>(0);
+    if (!turn) {
+        return refuse(AccountService::tooManyAttempts());
+    }
+    const qint64 wait = *turn;
     // The connection keeps still until its answer is written: no further request is read from
     // it, its idle deadline does not run and, should the client go, it is not deleted under the
     // answer on its way (that is left to finish()).

@@ -22,9 +22,6 @@ public:
     static constexpr qsizetype kMaxFormBytes = 64 * 1024;
     // What a connection may send while waiting for its answer (see TlsListener).
     static constexpr qint64 kMaxUnansweredBytes = TlsListener::Limits{}.maxUnansweredBytes;
-    // A password check that would have to wait longer for its turn is refused instead: the app
-    // gives up on an answer after 10 seconds.
-    static constexpr qint64 kMaxCheckWaitMs = 6'000;
     // A request that waited this long for a worker is answered "service not available" instead
     // of being worked on: its client has given up.
     static constexpr qint64 kClientPatienceMs = 10'000;

@@ -63,7 +63,13 @@ AccountService::Answer AccountService::serviceNotAvailable() {
     return text(u"Service not available"_s);
 }
 
-qint64 AccountService::reservePasswordCheck(const Form& form, const QHostAddress& client) {
+AccountService::Answer AccountService::tooManyAttempts() {
+    return text(u"Service not available: too many password attempts for this account, try again "
+                u"later."_s);
+}
+
+std::optional<qint64> AccountService::reservePasswordCheck(const Form& form,
+                                                           const QHostAddress& client) {
     return m_throttle.reserveCheck(form.value(u"logInName"_s).toLower(), client, now());
 }
 

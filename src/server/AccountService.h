@@ -49,8 +49,11 @@ public:
 
     // How long (ms) a password check for the form's "logInName" must wait for its turn while the
     // account is being guessed at; the turn is reserved. Called once before getProfile or
-    // changePassword of that form.
-    [[nodiscard]] qint64 reservePasswordCheck(const Form& form, const QHostAddress& client = {});
+    // changePassword of that form. Empty when the turn is too far away: the request is to be
+    // refused with tooManyAttempts().
+    [[nodiscard]] std::optional<qint64> reservePasswordCheck(const Form& form,
+                                                             const QHostAddress& client = {});
+    [[nodiscard]] static Answer tooManyAttempts();
 
 private:
     [[nodiscard]] QDateTime now() const;

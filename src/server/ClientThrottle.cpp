@@ -41,8 +41,9 @@ qint64 ClientThrottle::lockedSeconds(const QString& account, const QHostAddress&
     return std::max<qint64>(1, (now.msecsTo(it->lockedUntil) + 999) / 1000);
 }
 
-qint64 ClientThrottle::reserveCheck(const QString& account, const QHostAddress& client,
-                                   const QDateTime& now) {
+std::optional<qint64> ClientThrottle::reserveCheck(const QString& account,
+                                                  const QHostAddress& client,
+                                                  const QDateTime& now) {
     if (lockedSeconds(account, client, now) > 0) {
         return 0;
     }
@@ -52,6 +53,9 @@ qint64 ClientThrottle::reserveCheck(const QString& account, const QHostAddress& 
         return 0;
     }
     const QDateTime turn = it->nextCheck.isValid() && it->nextCheck > now ? it->nextCheck : now;
+    if (now.msecsTo(turn) > kMaxWaitMs) {
+        return std::nullopt;
+    }
     it->nextCheck = turn.addMSecs(kAccountSpacingMs);
     return now.msecsTo(turn);
 }

@@ -5,6 +5,7 @@
 #include <QHostAddress>
 #include <QMutex>
 #include <QString>
+#include <optional>
 
 // How often a client may try a password or sign up, so that a guesser is slowed down without
 // locking the account's owner out. Three kinds of record, each a key and a few numbers (so that
@@ -27,6 +28,9 @@ public:
     static constexpr int kMaxLockSeconds = 15 * 60;
     static constexpr int kAccountFreeFailures = 20;
     static constexpr int kAccountSpacingMs = 1000;
+    // A check whose turn is further away is refused instead (and takes no turn): the app waits
+    // 10 seconds at most for an answer.
+    static constexpr int kMaxWaitMs = 6000;
     static constexpr int kSignUpBurst = 5;
 
     struct Policy {
@@ -43,9 +47,11 @@ public:
                                        const QDateTime& now) const;
     // Milliseconds this password check must wait for its turn, counted from now; the turn is
     // reserved. 0 when the account is not being guessed at, and for an address that must wait
-    // anyway (it is refused without a check, so it takes no turn from others).
-    [[nodiscard]] qint64 reserveCheck(const QString& account, const QHostAddress& client,
-                                      const QDateTime& now);
+    // anyway (it is refused without a check, so it takes no turn from others). Empty, and no
+    // turn taken, when the turn is more than kMaxWaitMs away.
+    [[nodiscard]] std::optional<qint64> reserveCheck(const QString& account,
+                                                     const QHostAddress& client,
+                                                     const QDateTime& now);
     void recordFailure(const QString& account, const QHostAddress& client, const QDateTime& now);
     void recordSuccess(const QString& account, const QHostAddress& client);
 

@@ -147,7 +147,14 @@ TEST_F(AccountServiceTest, GuessingFromManyAddressesDelaysChecksButLetsTheRightP
     EXPECT_EQ(service.reservePasswordCheck(form), 0);
     EXPECT_EQ(service.reservePasswordCheck(form), ClientThrottle::kAccountSpacingMs);
     EXPECT_EQ(service.reservePasswordCheck(form), 2 * ClientThrottle::kAccountSpacingMs);
-    now = now.addMSecs(3 * ClientThrottle::kAccountSpacingMs);
+    // Turns further off than the app would wait are refused, and taken by no one.
+    const int turns = ClientThrottle::kMaxWaitMs / ClientThrottle::kAccountSpacingMs;
+    for (int i = 3; i <= turns; ++i) {
+        EXPECT_EQ(service.reservePasswordCheck(form), i * ClientThrottle::kAccountSpacingMs);
+    }
+    EXPECT_FALSE(service.reservePasswordCheck(form).has_value());
+    EXPECT_FALSE(service.reservePasswordCheck(form).has_value());
+    now = now.addMSecs((turns + 1) * ClientThrottle::kAccountSpacingMs);
     EXPECT_EQ(service.reservePasswordCheck(form), 0);
     // Waiting its turn, the right password still gets in, and the account is at ease again.
     EXPECT_TRUE(getProfile(u"gus"_s, u"the right one"_s).startsWith(u"{"_s));
