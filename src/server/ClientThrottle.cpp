@@ -8,9 +8,9 @@ namespace {
 // Records past this many are pruned of the ones that no longer hold anyone back.
 constexpr qsizetype kPruneAbove = 100'000;
 
-// One key per client: an IPv4 address (also when it comes mapped into IPv6), or the /64 network
-// of an IPv6 address, since one IPv6 client has a whole /64 to pick from.
-QString clientKey(const QHostAddress& client) {
+}  // namespace
+
+QString ClientThrottle::clientKey(const QHostAddress& client) {
     bool isV4 = false;
     const quint32 v4 = client.toIPv4Address(&isV4);
     if (isV4) {
@@ -20,8 +20,6 @@ QString clientKey(const QHostAddress& client) {
     std::fill(std::begin(bytes.c) + 8, std::end(bytes.c), quint8{0});
     return QHostAddress(bytes).toString() + QStringLiteral("/64");
 }
-
-}  // namespace
 
 ClientThrottle::ClientThrottle() : ClientThrottle(Policy{}) {}
 

@@ -17,7 +17,7 @@
 // - per account: after kAccountFreeFailures wrong passwords in a row from anywhere, password checks
 //   of that account are spaced kAccountSpacingMs apart. A request that comes too early waits for its
 //   turn instead of being refused, so the right password still gets in, only later.
-// - per client address: sign-ups come from a bucket of kSignUpBurst that refills at one per
+// - per client (see clientKey): sign-ups come from a bucket of kSignUpBurst that refills at one per
 //   signUpIntervalSeconds.
 //
 // A right password clears the account's record and that of its own address (a guesser elsewhere
@@ -37,6 +37,10 @@ public:
         // Seconds for one more sign-up from an address to be allowed; 0 turns the limit off.
         int signUpIntervalSeconds = 10 * 60;
     };
+
+    // What one client is, for counting: an IPv4 address (also when it comes mapped into IPv6), or
+    // the /64 network of an IPv6 address, since one IPv6 client has a whole /64 to pick from.
+    [[nodiscard]] static QString clientKey(const QHostAddress& client);
 
     ClientThrottle();
     explicit ClientThrottle(Policy policy);

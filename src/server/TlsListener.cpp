@@ -1,5 +1,7 @@
 #include "server/TlsListener.h"
 
+#include "server/ClientThrottle.h"
+
 #include <QSslSocket>
 #include <QTimer>
 #include <algorithm>
@@ -45,10 +47,11 @@ void TlsListener::incomingConnection(qintptr descriptor) {
 #endif
         return;
     }
-    const QHostAddress client = socket->peerAddress();
+    const QHostAddress peer = socket->peerAddress();
+    const QString client = ClientThrottle::clientKey(peer);
     // One burst of accepts can go past the limit before accepting pauses: the excess is closed,
     // as is what one address has waiting past its share.
-    if (client.isNull() || m_connections >= m_limits.maxConnections ||
+    if (peer.isNull() || m_connections >= m_limits.maxConnections ||
         m_perAddress.value(client).all >= 2 * m_limits.maxPerAddress) {
         socket->abort();
         socket->deleteLater();
@@ -119,7 +122,7 @@ void TlsListener::handshakeEnded(QSslSocket* socket, bool completed) {
     updateAccepting();
 }
 
-void TlsListener::connectionGone(const QHostAddress& client, bool active) {
+void TlsListener::connectionGone(const QString& client, bool active) {
     --m_connections;
     const auto it = m_perAddress.find(client);
     if (it != m_perAddress.end()) {

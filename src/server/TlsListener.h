@@ -18,7 +18,7 @@ class QTcpSocket;
 //   waiting included (connections that died while waiting go quickly);
 // - at most maxConnections connections are open at once; past that, accepting pauses (new
 //   clients wait in the kernel's queue) until one closes;
-// - one client address has at most maxPerAddress connections handshaking or open; as many more
+// - one client address (an IPv6 /64) has at most maxPerAddress connections handshaking or open; as many more
 //   may wait for their turn, and more than that are closed at once;
 // - a connection that completes no answer for idleDeadlineMs is closed (this is also the deadline
 //   for a request's headers and body), unless it is marked busy while its answer is prepared;
@@ -54,7 +54,7 @@ protected:
 private:
     void startHandshakes();
     void handshakeEnded(QSslSocket* socket, bool completed);
-    void connectionGone(const QHostAddress& client, bool active);
+    void connectionGone(const QString& client, bool active);
     void watchIdle(QSslSocket* socket);
     void limitUnanswered(QSslSocket* socket);
     // Pauses or resumes accepting to keep within the limits.
@@ -67,7 +67,7 @@ private:
     bool m_paused = false;
     struct Waiting {
         QSslSocket* socket;
-        QHostAddress client;
+        QString client;  // as ClientThrottle counts clients
         std::shared_ptr<bool> active;  // set once its handshake starts
     };
     struct Share {
@@ -75,5 +75,5 @@ private:
         int active = 0;  // handshaking or open
     };
     QList<Waiting> m_waiting;  // accepted, waiting for a handshake slot, oldest first
-    QHash<QHostAddress, Share> m_perAddress;
+    QHash<QString, Share> m_perAddress;
 };

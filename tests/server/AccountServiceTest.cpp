@@ -114,6 +114,12 @@ TEST_F(AccountServiceTest, WrongPasswordsHoldBackTheirAddressNotTheOwner) {
     // The guesser's address waits, even with the right password, and learns nothing.
     EXPECT_TRUE(getProfile(u"frank"_s, u"the right one"_s, kGuesser)
                     .startsWith(u"Service not available"_s));
+    // An IPv6 client counts by its /64, where it could pick any address.
+    for (int i = 0; i < ClientThrottle::kFreeAttempts; ++i) {
+        (void)getProfile(u"frank"_s, u"wrong"_s, QHostAddress(u"2001:db8:1:2::%1"_s.arg(i + 1)));
+    }
+    EXPECT_TRUE(getProfile(u"frank"_s, u"the right one"_s, QHostAddress(u"2001:db8:1:2:ff::1"_s))
+                    .startsWith(u"Service not available"_s));
     // The owner, elsewhere, gets in; that does not free the guesser.
     EXPECT_TRUE(getProfile(u"frank"_s, u"the right one"_s).startsWith(u"{"_s));
     EXPECT_TRUE(getProfile(u"frank"_s, u"wrong"_s, kGuesser).startsWith(u"Service not available"_s));
