@@ -11,6 +11,7 @@
 #include <QTimer>
 #include <QUrlQuery>
 #include <algorithm>
+#include <functional>
 #include <memory>
 
 #ifdef Q_OS_LINUX
@@ -190,17 +191,18 @@ bool AccountHttpServer::handleRequest(const QHttpServerRequest& request, QTcpSoc
     socket->blockSignals(true);
     const QPointer<QTcpSocket> guard(socket);
     auto held = std::make_shared<QHttpServerResponder>(std::move(responder));
-    const Slow slow = endpoint->slow;
-    const QHostAddress client = logged.client;
-    const auto work = [this, guard, held, slow, form, client, logged] {
+    // The work itself, bound here: the worker sees only the service and the request.
+    const std::function<AccountService::Answer()> slow =
+        std::bind(endpoint->slow, &m_service, form, logged.client);
+    const auto work = [this, guard, held, slow, logged] {
         QElapsedTimer queued;
         queued.start();
-        m_workers.start([this, guard, held, slow, form, client, logged, queued] {
+        m_workers.start([this, guard, held, slow, logged, queued] {
             yieldToEventLoop();
             // Past the app's patience nobody waits for the answer: the work is not done.
             const auto done = queued.elapsed() > kClientPatienceMs
                                   ? AccountService::serviceNotAvailable()
-                                  : (m_service.*slow)(form, client);
+                                  : slow();
             QMetaObject::invokeMethod(this, [this, guard, held, done, logged] {
                 if (QTcpSocket* connection = guard.data()) {
                     connection->blockSignals(false);

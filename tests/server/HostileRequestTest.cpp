@@ -98,15 +98,15 @@ TEST_F(HostileRequestTest, SilentConnectionsAreClosedAndDoNotHoldUpOthers) {
     }
 }
 
-// A client may leave while its password is being checked, or send its next request before the
-// answer: the answer is dropped or sent, in order, and the server goes on.
-TEST_F(HostileRequestTest, ClientsLeavingOrPipeliningDuringASignIn) {
+// A client may leave while its password is being checked: the answer is dropped and the server
+// goes on. One that stays gets its answer and may send the next request on the same connection.
+TEST_F(HostileRequestTest, ClientsLeavingOrStayingDuringASignIn) {
     ASSERT_EQ(NivoProfileAdmin::createProfileWithLoginName(u"patient"_s, u"password"_s, u"P"_s,
                                                            u"P"_s, u"p@example.org"_s),
               QString());
     const QByteArray signIn = post("/nivo/GetProfile.aspx", "logInName=patient&logInPassword=password")
                                   .replace("Connection: close\r\n", "");
-    for (int i = 0; i < 20; ++i) {
+    for (int i = 0; i < 6; ++i) {
         QSslSocket socket;
         ASSERT_TRUE(connectTo(socket, server->baseUrl()));
         socket.write(signIn);
@@ -115,16 +115,18 @@ TEST_F(HostileRequestTest, ClientsLeavingOrPipeliningDuringASignIn) {
     }
     QSslSocket socket;
     ASSERT_TRUE(connectTo(socket, server->baseUrl()));
-    socket.write(signIn + signIn);
-    QByteArray answers;
-    QElapsedTimer timer;
-    timer.start();
-    while (answers.count("\"Pfx\":[") < 2 && timer.elapsed() < kExchangeBoundMs &&
-           socket.waitForReadyRead(kExchangeBoundMs)) {
-        answers += socket.readAll();
+    for (int round = 0; round < 2; ++round) {
+        socket.write(signIn);
+        QByteArray answer;
+        QElapsedTimer timer;
+        timer.start();
+        while (!answer.contains("\"LogInInfo\":\"patient||") && timer.elapsed() < kExchangeBoundMs &&
+               socket.waitForReadyRead(kExchangeBoundMs)) {
+            answer += socket.readAll();
+        }
+        EXPECT_TRUE(answer.startsWith("HTTP/1.1 200")) << round;
+        EXPECT_TRUE(answer.contains("\"LogInInfo\":\"patient||")) << round;
     }
-    EXPECT_EQ(answers.count("HTTP/1.1 200"), 2);
-    EXPECT_EQ(answers.count("\"LogInInfo\":\"patient||"), 2);
     expectServing();
 }
 

@@ -43,7 +43,9 @@ inline QByteArray exchange(const QString& baseUrl, const QByteArray& bytes, qint
     QElapsedTimer timer;
     timer.start();
     while (socket.state() == QAbstractSocket::ConnectedState && timer.elapsed() < kExchangeBoundMs) {
-        if (!socket.waitForReadyRead(answer.isEmpty() ? 5'000 : 500)) {
+        // The first bytes may take a key's making; a connection left without an answer is
+        // closed at the server's idle deadline.
+        if (!socket.waitForReadyRead(answer.isEmpty() ? 20'000 : 500)) {
             break;
         }
         answer += socket.readAll();
