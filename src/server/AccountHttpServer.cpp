@@ -14,28 +14,9 @@
 #include <functional>
 #include <memory>
 
-#ifdef Q_OS_LINUX
-#include <sys/resource.h>
-#include <unistd.h>
-#endif
-
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
-
-// Workers yield the processor to the event loop when both want it, so that quick answers stay
-// quick while the cores are busy hashing.
-void yieldToEventLoop() {
-#ifdef Q_OS_LINUX
-    thread_local bool yielded = false;
-    if (!yielded) {
-        yielded = true;
-        const auto thread = static_cast<id_t>(::gettid());
-        const int nice = ::getpriority(PRIO_PROCESS, thread);
-        (void)::setpriority(PRIO_PROCESS, thread, std::min(nice + 10, 19));
-    }
-#endif
-}
 
 using Quick = AccountService::Answer (AccountService::*)(const AccountService::Form&);
 using Slow = AccountService::Answer (AccountService::*)(const AccountService::Form&,
@@ -198,7 +179,6 @@ bool AccountHttpServer::handleRequest(const QHttpServerRequest& request, QTcpSoc
         QElapsedTimer queued;
         queued.start();
         m_workers.start([this, guard, held, slow, logged, queued] {
-            yieldToEventLoop();
             // Past the app's patience nobody waits for the answer: the work is not done.
             const auto done = queued.elapsed() > kClientPatienceMs
                                   ? AccountService::serviceNotAvailable()
