@@ -3,8 +3,13 @@
 // Prints requests, errors and latency percentiles, measured from each request's due time so
 // that queueing in the client counts too.
 //
-// Run: bench/server-load [--rate N] [--seconds N] [--server URL]
-// Without --server it starts build/src/server/nivogx-server on 127.0.0.1 with a scratch folder.
+// With --signin-clients N, N more clients sign in over and over with the right password (each
+// waits for its answer before the next) while the GetId requests run; the sign-ins per second
+// are printed too.
+//
+// Run: bench/server-load [--rate N] [--seconds N] [--signin-clients N] [--server URL]
+// Without --server it starts build/src/server/nivogx-server --dev on 127.0.0.1 with a scratch
+// folder.
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -20,6 +25,8 @@
 #include <QTimer>
 #include <QUrlQuery>
 #include <algorithm>
+#include <functional>
+#include <memory>
 #include <vector>
 
 using namespace Qt::Literals::StringLiterals;
@@ -28,6 +35,7 @@ namespace {
 
 constexpr int kDrainMs = 10'000;
 const QString kUser = u"loadtest"_s;
+const QString kPassword = u"load test 1"_s;
 
 QTextStream& out() {
     static QTextStream stream(stdout);
@@ -88,12 +96,16 @@ int main(int argc, char* argv[]) {
     const QCommandLineOption rateOption(u"rate"_s, u"Requests per second."_s, u"n"_s, u"200"_s);
     const QCommandLineOption secondsOption(u"seconds"_s, u"How long to send."_s, u"n"_s, u"30"_s);
     const QCommandLineOption serverOption(u"server"_s, u"A running server's base URL."_s, u"url"_s);
-    parser.addOptions({rateOption, secondsOption, serverOption});
+    const QCommandLineOption signInOption(u"signin-clients"_s,
+                                          u"Clients signing in meanwhile, one request at a time."_s,
+                                          u"n"_s, u"0"_s);
+    parser.addOptions({rateOption, secondsOption, serverOption, signInOption});
     parser.process(app);
     const int rate = parser.value(rateOption).toInt();
     const int seconds = parser.value(secondsOption).toInt();
-    if (rate <= 0 || seconds <= 0) {
-        return fail(u"--rate and --seconds want positive numbers"_s);
+    const int signInClients = parser.value(signInOption).toInt();
+    if (rate <= 0 || seconds <= 0 || signInClients < 0 || signInClients > 200) {
+        return fail(u"--rate and --seconds want positive numbers, --signin-clients 0 to 200"_s);
     }
 
     QTemporaryDir scratch;
@@ -102,7 +114,7 @@ int main(int argc, char* argv[]) {
     if (base.isEmpty()) {
         server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         server.start(QStringLiteral(NIVOGX_SERVER_PATH),
-                     {u"--listen"_s, u"127.0.0.1:0"_s, u"--data-dir"_s, scratch.path()});
+                     {u"--dev"_s, u"--listen"_s, u"127.0.0.1:0"_s, u"--data-dir"_s, scratch.path()});
         if (!server.waitForReadyRead(30'000)) {
             return fail(u"the server did not start"_s);
         }
@@ -117,7 +129,7 @@ int main(int argc, char* argv[]) {
     QNetworkAccessManager manager;
     const QByteArray created =
         post(manager, QUrl(base + u"/nivo/CreateProfile.aspx"_s),
-             form({{u"logInName"_s, kUser}, {u"logInPassword"_s, u"load test 1"_s},
+             form({{u"logInName"_s, kUser}, {u"logInPassword"_s, kPassword},
                    {u"firstName"_s, u"Load"_s}, {u"lastName"_s, u"Test"_s},
                    {u"email"_s, u"load@example.org"_s}}));
     if (created.isEmpty()) {
@@ -129,6 +141,32 @@ int main(int argc, char* argv[]) {
               {u"logInNameToRetrieve"_s, kUser}, {u"emailToRetrieve"_s, QString()}});
     if (!post(manager, getId, getIdBody).startsWith("{\"Pfx\":[")) {
         return fail(u"GetId does not answer with a certificate"_s);
+    }
+
+    // The sign-in clients: each its own connection manager, so that they run side by side.
+    const QUrl getProfile(base + u"/nivo/GetProfile.aspx"_s);
+    const QByteArray getProfileBody = form({{u"logInName"_s, kUser}, {u"logInPassword"_s, kPassword}});
+    std::vector<std::unique_ptr<QNetworkAccessManager>> signInManagers;
+    qint64 signIns = 0;
+    qint64 signInErrors = 0;
+    bool stopSignIns = false;
+    std::function<void(QNetworkAccessManager*)> signIn = [&](QNetworkAccessManager* client) {
+        QNetworkReply* reply = client->post(formRequest(getProfile), getProfileBody);
+        QObject::connect(reply, &QNetworkReply::finished, client, [&, client, reply] {
+            const bool ok = reply->error() == QNetworkReply::NoError &&
+                            reply->readAll().contains("\"Pfx\":[");
+            ok ? ++signIns : ++signInErrors;
+            reply->deleteLater();
+            if (!stopSignIns) {
+                signIn(client);
+            }
+        });
+    };
+    QElapsedTimer signInClock;
+    signInClock.start();
+    for (int i = 0; i < signInClients; ++i) {
+        signInManagers.push_back(std::make_unique<QNetworkAccessManager>());
+        signIn(signInManagers.back().get());
     }
 
     const qint64 total = qint64{rate} * seconds;
@@ -173,6 +211,9 @@ int main(int argc, char* argv[]) {
     ticker.start();
     loop.exec();
     const double elapsed = static_cast<double>(clock.nsecsElapsed()) / 1e9;
+    stopSignIns = true;
+    const double signInSeconds = static_cast<double>(signInClock.nsecsElapsed()) / 1e9;
+    const qint64 signInsDone = signIns;
 
     std::sort(latenciesMs.begin(), latenciesMs.end());
     const qint64 unanswered = total - finished;
@@ -184,6 +225,18 @@ int main(int argc, char* argv[]) {
           << "  p90 " << QString::number(percentile(latenciesMs, 0.90), 'f', 1) << "  p99 "
           << QString::number(percentile(latenciesMs, 0.99), 'f', 1) << "  max "
           << QString::number(latenciesMs.empty() ? 0 : latenciesMs.back(), 'f', 1) << Qt::endl;
+    if (signInClients > 0) {
+        out() << "sign-ins:    " << signInClients << " clients, " << signInsDone << " in "
+              << QString::number(signInSeconds, 'f', 1) << " s = "
+              << QString::number(static_cast<double>(signInsDone) / signInSeconds, 'f', 1)
+              << "/s, " << signInErrors << " failed" << Qt::endl;
+    }
+    // Let the last sign-ins come back before the managers go.
+    QElapsedTimer drain;
+    drain.start();
+    while (signIns + signInErrors < signInsDone + signInClients && drain.elapsed() < kDrainMs) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+    }
 
     if (server.state() != QProcess::NotRunning) {
         server.terminate();

@@ -1,70 +1,72 @@
 #include "server/AccountHttpServer.h"
 
+#include <QDateTime>
 #include <QFile>
 #include <QHttpServerRequest>
-#include <QHttpServerResponse>
+#include <QHttpServerResponder>
+#include <QPointer>
 #include <QSslKey>
-#include <QSslServer>
-#include <QSslSocket>
-#include <memory>
+#include <QTcpSocket>
+#include <QTextStream>
+#include <QTimer>
 #include <QUrlQuery>
+#include <algorithm>
+#include <functional>
+#include <memory>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-using Handler = AccountService::Answer (AccountService::*)(const AccountService::Form&);
+using Quick = AccountService::Answer (AccountService::*)(const AccountService::Form&);
+using Slow = AccountService::Answer (AccountService::*)(const AccountService::Form&,
+                                                         const QHostAddress&);
 
-QHttpServerResponse respond(const AccountService::Answer& answer) {
-    return QHttpServerResponse(answer.contentType, answer.body);
+struct Endpoint {
+    const char* path;
+    Quick quick;            // answered on the event loop
+    Slow slow;              // answered by a worker
+    bool checksPassword;
+};
+
+const Endpoint kEndpoints[] = {
+    {"/nivo/GetProfile.aspx", nullptr, &AccountService::getProfile, true},
+    {"/nivo/GetId.aspx", &AccountService::getId, nullptr, false},
+    {"/nivo/CreateProfile.aspx", nullptr, &AccountService::createProfile, false},
+    {"/nivo/ChangePassword.aspx", nullptr, &AccountService::changePassword, true},
+    {"/nivo/CheckLoginName.aspx", &AccountService::checkLoginName, nullptr, false},
+};
+
+void answer(QTcpSocket* socket, QHttpServerResponder& responder,
+            const AccountService::Answer& answer) {
+    if (socket->state() == QAbstractSocket::ConnectedState) {
+        responder.write(answer.body, answer.contentType);
+    }
 }
 
-// Counts what `socket` receives between answers and drops the connection past the limit. The
-// first slot runs before the HTTP layer's own (connected once the handshake is done) and sees the
-// bytes it is about to take; a second one, connected once the HTTP layer's is in place, notes
-// what it left unread, so that no byte is counted twice.
-void limitUnanswered(QSslSocket* socket) {
-    struct Count {
-        qint64 unanswered = 0;
-        qint64 leftOver = 0;
-        bool tailConnected = false;
-    };
-    const auto count = std::make_shared<Count>();
-    QObject::connect(socket, &QIODevice::readyRead, socket, [socket, count] {
-        count->unanswered += socket->bytesAvailable() - count->leftOver;
-        if (count->unanswered > AccountHttpServer::kMaxUnansweredBytes) {
-            socket->abort();
-            return;
-        }
-        if (!count->tailConnected) {
-            count->tailConnected = true;
-            QObject::connect(socket, &QIODevice::readyRead, socket,
-                             [socket, count] { count->leftOver = socket->bytesAvailable(); });
-        }
-    });
-    QObject::connect(socket, &QIODevice::bytesWritten, socket,
-                     [count] { count->unanswered = 0; });
+// What the log says about an answer: the plain texts hold no secret and say what happened;
+// JSON answers carry key material, so only their size is told.
+QByteArray outcome(const AccountService::Answer& answer) {
+    if (answer.body.startsWith('{')) {
+        return "ok, " + QByteArray::number(answer.body.size()) + " bytes";
+    }
+    return answer.body.left(100);
 }
 
 }  // namespace
 
-AccountHttpServer::AccountHttpServer(AccountService& service) : m_service(service) {
-    const std::pair<const char*, Handler> endpoints[] = {
-        {"/nivo/GetProfile.aspx", &AccountService::getProfile},
-        {"/nivo/GetId.aspx", &AccountService::getId},
-        {"/nivo/CreateProfile.aspx", &AccountService::createProfile},
-        {"/nivo/ChangePassword.aspx", &AccountService::changePassword},
-        {"/nivo/CheckLoginName.aspx", &AccountService::checkLoginName},
-    };
-    for (const auto& [path, handler] : endpoints) {
-        m_server.route(QString::fromLatin1(path), QHttpServerRequest::Method::Post,
-                       [this, handler](const QHttpServerRequest& request) {
-                           if (request.body().size() > kMaxFormBytes) {
-                               return respond(AccountService::serviceNotAvailable());
-                           }
-                           return respond((m_service.*handler)(parseForm(request.body())));
-                       });
+AccountHttpServer::AccountHttpServer(AccountService& service, AccountStore& store)
+    : AccountHttpServer(service, store, Options{}) {}
+
+AccountHttpServer::AccountHttpServer(AccountService& service, AccountStore& store, Options options)
+    : m_service(service), m_store(store), m_options(options) {
+    if (m_options.workers > 0) {
+        m_workers.setMaxThreadCount(m_options.workers);
     }
+}
+
+AccountHttpServer::~AccountHttpServer() {
+    m_workers.waitForDone();
 }
 
 bool AccountHttpServer::setTls(const QString& chainPath, const QString& keyPath) {
@@ -86,20 +88,149 @@ bool AccountHttpServer::setTls(const QString& chainPath, const QString& keyPath)
     tls.setLocalCertificateChain(chain);
     tls.setPrivateKey(key);
     tls.setPeerVerifyMode(QSslSocket::VerifyNone);
-    m_server.sslSetup(tls);
+    m_tls = tls;
+    if (m_listener != nullptr) {
+        m_listener->setTlsConfiguration(m_tls);
+    }
     return true;
 }
 
 quint16 AccountHttpServer::listen(const QHostAddress& address, quint16 port) {
-    const quint16 bound = m_server.listen(address, port);
-    // With TLS set up (always, see main) the HTTP layer listens through a TLS server, which hands
-    // out every new connection before the HTTP layer takes it.
-    if (bound != 0) {
-        if (auto* tls = qobject_cast<QSslServer*>(m_server.servers().constLast())) {
-            QObject::connect(tls, &QSslServer::startedEncryptionHandshake, tls, &limitUnanswered);
+    auto listener = std::make_unique<TlsListener>(m_options.connections);
+    listener->setTlsConfiguration(m_tls);
+    if (!listener->listen(address, port)) {
+        return 0;
+    }
+    m_listener = listener.release();
+    bind(m_listener);  // takes it as a child
+    return m_listener->serverPort();
+}
+
+void AccountHttpServer::stopListening() {
+    if (m_listener != nullptr) {
+        m_listener->close();
+    }
+}
+
+bool AccountHttpServer::handleRequest(const QHttpServerRequest& request, QTcpSocket* socket) {
+    Logged logged{request.remoteAddress(), request.url().path().left(100).simplified(), {}};
+    logged.started.start();
+    if (logged.endpoint == "/healthz"_L1 &&
+        request.method() == QHttpServerRequest::Method::Get) {
+        const bool healthy = m_store.isHealthy();
+        makeResponder(request, socket)
+            .write(healthy ? "ok\n" : "store not answering\n", "text/plain",
+                   healthy ? QHttpServerResponder::StatusCode::Ok
+                           : QHttpServerResponder::StatusCode::ServiceUnavailable);
+        log(logged, healthy ? "ok" : "store not answering");
+        return true;
+    }
+    const Endpoint* endpoint = nullptr;
+    for (const Endpoint& candidate : kEndpoints) {
+        if (logged.endpoint == QLatin1String(candidate.path)) {
+            endpoint = &candidate;
         }
     }
-    return bound;
+    if (endpoint == nullptr || request.method() != QHttpServerRequest::Method::Post) {
+        return false;
+    }
+    QHttpServerResponder responder = makeResponder(request, socket);
+    if (request.body().size() > kMaxFormBytes) {
+        const auto refusal = AccountService::serviceNotAvailable();
+        answer(socket, responder, refusal);
+        log(logged, "body too large");
+        return true;
+    }
+    const AccountService::Form form = parseForm(request.body());
+    if (endpoint->quick != nullptr) {
+        const auto quick = (m_service.*(endpoint->quick))(form);
+        answer(socket, responder, quick);
+        log(logged, outcome(quick));
+        return true;
+    }
+
+    const auto refuse = [&](const AccountService::Answer& refusal) {
+        answer(socket, responder, refusal);
+        log(logged, outcome(refusal));
+        return true;
+    };
+    if (m_underWay >= m_options.maxWaiting) {
+        return refuse({"Service not available: busy, try again later.", "text/plain; charset=utf-8"});
+    }
+    const auto turn = endpoint->checksPassword
+                          ? m_service.reservePasswordCheck(form, logged.client)
+                          : std::optional<qint64>(0);
+    if (!turn) {
+        return refuse(AccountService::tooManyAttempts());
+    }
+    const qint64 wait = *turn;
+    // The connection keeps still until its answer is written: no further request is read from
+    // it, its idle deadline does not run and, should the client go, it is not deleted under the
+    // answer on its way (that is left to finish()).
+    ++m_underWay;
+    TlsListener::setBusy(socket, true);
+    socket->blockSignals(true);
+    const QPointer<QTcpSocket> guard(socket);
+    auto held = std::make_shared<QHttpServerResponder>(std::move(responder));
+    // The work itself, bound here: the worker sees only the service and the request.
+    const std::function<AccountService::Answer()> slow =
+        std::bind(endpoint->slow, &m_service, form, logged.client);
+    const auto work = [this, guard, held, slow, logged] {
+        QElapsedTimer queued;
+        queued.start();
+        m_workers.start([this, guard, held, slow, logged, queued] {
+            // Past the app's patience nobody waits for the answer: the work is not done.
+            const auto done = queued.elapsed() > kClientPatienceMs
+                                  ? AccountService::serviceNotAvailable()
+                                  : slow();
+            QMetaObject::invokeMethod(this, [this, guard, held, done, logged] {
+                if (QTcpSocket* connection = guard.data()) {
+                    connection->blockSignals(false);
+                    TlsListener::setBusy(connection, false);
+                    if (connection->state() == QAbstractSocket::ConnectedState) {
+                        answer(connection, *held, done);
+                        connection->flush();  // out now, even if the server stops next
+                        if (connection->bytesAvailable() > 0) {
+                            Q_EMIT connection->readyRead();  // what came meanwhile
+                        }
+                    } else {
+                        connection->deleteLater();  // its "disconnected" went unheard
+                    }
+                }
+                log(logged, outcome(done));
+                finished();
+            });
+        });
+    };
+    if (wait > 0) {
+        QTimer::singleShot(wait, this, work);
+    } else {
+        work();
+    }
+    return true;
+}
+
+void AccountHttpServer::missingHandler(const QHttpServerRequest& request, QTcpSocket* socket) {
+    makeResponder(request, socket).write(QHttpServerResponder::StatusCode::NotFound);
+    Logged logged{request.remoteAddress(), request.url().path().left(100).simplified(), {}};
+    logged.started.start();
+    log(logged, "not found");
+}
+
+void AccountHttpServer::finished() {
+    if (--m_underWay == 0) {
+        Q_EMIT drained();
+    }
+}
+
+void AccountHttpServer::log(const Logged& request, const QByteArray& outcome) const {
+    if (!m_options.logRequests) {
+        return;
+    }
+    QTextStream(stderr) << QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs) << ' '
+                        << request.client.toString() << ' ' << request.endpoint << ' '
+                        << QString::fromUtf8(outcome).simplified() << ' '
+                        << request.started.elapsed() << "ms" << Qt::endl;
 }
 
 AccountService::Form AccountHttpServer::parseForm(const QByteArray& body) {

@@ -44,8 +44,16 @@ const QString kPasswordRequired = u"Invalid Account Entry: a password is require
 
 }  // namespace
 
-AccountService::AccountService(AccountStore& store, const AccountAuthority& authority, Clock clock)
-    : m_store(store), m_authority(authority), m_clock(std::move(clock)) {}
+AccountService::AccountService(AccountStore& store, const AccountAuthority& authority)
+    : AccountService(store, authority, Policy{}) {}
+
+AccountService::AccountService(AccountStore& store, const AccountAuthority& authority,
+                               Policy policy, Clock clock)
+    : m_store(store),
+      m_authority(authority),
+      m_policy(policy),
+      m_clock(std::move(clock)),
+      m_throttle(policy.throttle) {}
 
 QDateTime AccountService::now() const {
     return m_clock ? m_clock() : QDateTime::currentDateTimeUtc();
@@ -55,52 +63,37 @@ AccountService::Answer AccountService::serviceNotAvailable() {
     return text(u"Service not available"_s);
 }
 
-std::optional<AccountService::Answer> AccountService::refuseWhileLocked(
-    const QString& loginName) const {
-    const auto it = m_attempts.constFind(loginName);
-    if (it == m_attempts.cend() || !it->lockedUntil.isValid() || it->lockedUntil <= now()) {
-        return std::nullopt;
-    }
-    return text(u"Service not available: too many wrong passwords for %1, try again in %2 seconds."_s
-                    .arg(loginName)
-                    .arg(now().secsTo(it->lockedUntil) + 1));
+AccountService::Answer AccountService::tooManyAttempts() {
+    return text(u"Service not available: too many password attempts for this account, try again "
+                u"later."_s);
 }
 
-void AccountService::recordFailure(const QString& loginName) {
-    Attempts& attempts = m_attempts[loginName];
-    ++attempts.failures;
-    if (attempts.failures >= kFreeAttempts) {
-        // 1, 2, 4, ... seconds, up to the cap: slow for a guesser, short for a typo.
-        const int exponent = std::min(attempts.failures - kFreeAttempts, 20);
-        const qint64 seconds = std::min<qint64>(qint64{1} << exponent, kMaxLockSeconds);
-        attempts.lockedUntil = now().addSecs(seconds);
-    }
-}
-
-void AccountService::recordSuccess(const QString& loginName) {
-    m_attempts.remove(loginName);
+std::optional<qint64> AccountService::reservePasswordCheck(const Form& form,
+                                                           const QHostAddress& client) {
+    return m_throttle.reserveCheck(form.value(u"logInName"_s).toLower(), client, now());
 }
 
 std::variant<AccountStore::Account, AccountService::Answer> AccountService::authenticate(
-    const QString& loginName, const QString& password) {
-    if (auto refusal = refuseWhileLocked(loginName)) {
-        return *refusal;
+    const QString& loginName, const QString& password, const QHostAddress& client) {
+    if (const qint64 wait = m_throttle.lockedSeconds(loginName, client, now()); wait > 0) {
+        return text(u"Service not available: too many wrong passwords for %1 from your address, "
+                    u"try again in %2 seconds."_s.arg(loginName).arg(wait));
     }
     auto account = m_store.find(loginName);
-    if (!account) {
+    if (!account || account->disabled) {
         return text(notRegistered(loginName));
     }
     if (!AccountAuthority::verifyPassword(password, account->password)) {
-        recordFailure(loginName);
+        m_throttle.recordFailure(loginName, client, now());
         return text(wrongPassword(loginName));
     }
-    recordSuccess(loginName);
+    m_throttle.recordSuccess(loginName, client);
     return *std::move(account);
 }
 
-AccountService::Answer AccountService::getProfile(const Form& form) {
+AccountService::Answer AccountService::getProfile(const Form& form, const QHostAddress& client) {
     const QString name = form.value(u"logInName"_s).toLower();
-    auto checked = authenticate(name, form.value(u"logInPassword"_s));
+    auto checked = authenticate(name, form.value(u"logInPassword"_s), client);
     if (auto* refusal = std::get_if<Answer>(&checked)) {
         return *refusal;
     }
@@ -114,13 +107,13 @@ AccountService::Answer AccountService::getProfile(const Form& form) {
 AccountService::Answer AccountService::getId(const Form& form) {
     const QString wanted = form.value(u"logInNameToRetrieve"_s).trimmed().toLower();
     const auto account = m_store.find(wanted);
-    if (!account) {
+    if (!account || account->disabled) {
         return text(notRegistered(wanted));
     }
     return json({{u"Pfx"_s, byteValues(account->certificate)}});
 }
 
-AccountService::Answer AccountService::createProfile(const Form& form) {
+AccountService::Answer AccountService::createProfile(const Form& form, const QHostAddress& client) {
     const QString name = form.value(u"logInName"_s).toLower();
     const QString password = form.value(u"logInPassword"_s);
     if (!NivoGXUtil::IsValidAccount(name)) {
@@ -129,6 +122,14 @@ AccountService::Answer AccountService::createProfile(const Form& form) {
     }
     if (password.isEmpty()) {
         return text(kPasswordRequired);
+    }
+    if (password.toUcs4().size() < m_policy.minPasswordLength) {
+        return text(u"Invalid Account Entry: a password has at least %1 characters."_s.arg(
+            m_policy.minPasswordLength));
+    }
+    if (!m_throttle.takeSignUp(client, now())) {
+        return text(u"Service not available: too many sign-ups from your address, try again "
+                    u"later."_s);
     }
     if (m_store.exists(name)) {
         return text(notAvailable(name));
@@ -154,11 +155,12 @@ AccountService::Answer AccountService::createProfile(const Form& form) {
     return text(u"Profile created for %1."_s.arg(name));
 }
 
-AccountService::Answer AccountService::changePassword(const Form& form) {
+AccountService::Answer AccountService::changePassword(const Form& form,
+                                                     const QHostAddress& client) {
     const QString name = form.value(u"logInName"_s).toLower();
     const QString oldPassword = form.value(u"oldLogInPassword"_s);
     const QString newPassword = form.value(u"newLogInPassword"_s);
-    auto checked = authenticate(name, oldPassword);
+    auto checked = authenticate(name, oldPassword, client);
     if (auto* refusal = std::get_if<Answer>(&checked)) {
         return *refusal;
     }

@@ -45,7 +45,8 @@ protected:
         env.insert(u"QT_LOGGING_RULES"_s, u"*=true"_s);
         m_serverProcess.setProcessEnvironment(env);
         m_serverProcess.start(QStringLiteral(NIVOGX_SERVER_PATH),
-                              {u"--listen"_s, u"127.0.0.1:0"_s, u"--data-dir"_s, m_serverData.path()});
+                              {u"--dev"_s, u"--listen"_s, u"127.0.0.1:0"_s, u"--data-dir"_s,
+                               m_serverData.path()});
         QElapsedTimer waited;
         waited.start();
         while (!m_serverOut.contains("listening on") && waited.elapsed() < 30'000) {

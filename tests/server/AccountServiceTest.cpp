@@ -1,13 +1,16 @@
-// The account service's answers, straight from the service object (no HTTP): what it stores,
-// what it issues, and how it refuses.
+// The account service's answers, straight from the service object (no HTTP): how it refuses, and
+// how it holds back guessers, told apart by client address. What it issues is checked through the
+// app, in ClientServerTest.
 #include <gtest/gtest.h>
 
 #include <QDir>
+#include <QFile>
 #include <QTemporaryDir>
 
-#include "account/NivoProfileCommon.h"
-#include "account/NivoProfileUtil.h"
 #include "server/AccountService.h"
+#include "server/PrivateFiles.h"
+
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -15,33 +18,40 @@ QString dev(const char* name) {
     return QStringLiteral(NIVOGX_DEV_CERTS_DIR "/") + QString::fromLatin1(name);
 }
 
+const QHostAddress kHome(u"192.0.2.1"_s);
+const QHostAddress kGuesser(u"198.51.100.7"_s);
+
 class AccountServiceTest : public ::testing::Test {
 protected:
     AccountServiceTest()
-        : store(QDir(dir.path()).filePath(QStringLiteral("accounts.db"))),
+        : store(QDir(dir.path()).filePath(u"accounts.db"_s)),
           authority(dev("service-root.cer"), dev("service-root.key")),
-          service(store, authority, [this] { return now; }) {}
+          service(store, authority, AccountService::Policy{}, [this] { return now; }) {}
 
     void SetUp() override {
         ASSERT_TRUE(store.open());
         ASSERT_TRUE(authority.isValid());
     }
 
-    QString create(const QString& name, const QString& password) {
+    QString create(const QString& name, const QString& password, const QHostAddress& from = kHome) {
         return QString::fromUtf8(service
-                                     .createProfile({{QStringLiteral("logInName"), name},
-                                                     {QStringLiteral("logInPassword"), password},
-                                                     {QStringLiteral("firstName"), QStringLiteral("Al")},
-                                                     {QStringLiteral("lastName"), QStringLiteral("Ice")},
-                                                     {QStringLiteral("email"), QStringLiteral("a@b.co")}})
+                                     .createProfile({{u"logInName"_s, name},
+                                                     {u"logInPassword"_s, password},
+                                                     {u"firstName"_s, u"Al"_s},
+                                                     {u"lastName"_s, u"Ice"_s},
+                                                     {u"email"_s, u"a@b.co"_s}},
+                                                    from)
                                      .body);
     }
 
-    QString getProfile(const QString& name, const QString& password) {
-        return QString::fromUtf8(service
-                                     .getProfile({{QStringLiteral("logInName"), name},
-                                                  {QStringLiteral("logInPassword"), password}})
-                                     .body);
+    QString getProfile(const QString& name, const QString& password,
+                       const QHostAddress& from = kHome) {
+        return QString::fromUtf8(
+            service.getProfile({{u"logInName"_s, name}, {u"logInPassword"_s, password}}, from).body);
+    }
+
+    QString getId(const QString& name) {
+        return QString::fromUtf8(service.getId({{u"logInNameToRetrieve"_s, name}}).body);
     }
 
     QTemporaryDir dir;
@@ -51,77 +61,111 @@ protected:
     AccountService service;
 };
 
-TEST_F(AccountServiceTest, SignUpIssuesAKeyFileThatOpensWithThePasswordOnly) {
-    EXPECT_EQ(create(QStringLiteral("Alice"), QStringLiteral("pä55")),
-              QStringLiteral("Profile created for alice."));
-    const auto account = store.find(QStringLiteral("ALICE"));
-    ASSERT_TRUE(account.has_value());
-    EXPECT_EQ(account->loginName, QStringLiteral("alice"));
-    EXPECT_NE(account->password.hash, QStringLiteral("pä55").toUtf8()) << "never stored in clear";
+TEST_F(AccountServiceTest, SignUpRefusesTakenAndMalformedNamesShortPasswordsAndFloods) {
+    ASSERT_EQ(create(u"bob"_s, u"password"_s), u"Profile created for bob."_s);
+    EXPECT_TRUE(create(u"BOB"_s, u"password"_s).contains(u"is not available"_s));
+    EXPECT_TRUE(create(u"bo b"_s, u"password"_s).contains(u"Invalid Account Entry"_s));
+    EXPECT_TRUE(create(u"carol"_s, QString()).contains(u"Invalid Account Entry"_s));
+    // Counted in characters, not bytes.
+    EXPECT_TRUE(create(u"carol"_s, u"äöüäöüä"_s).contains(u"Invalid Account Entry"_s));
 
-    const auto cert = NivoProfileUtil::extractCerFromPfx(account->pfx, QStringLiteral("pä55"));
-    ASSERT_TRUE(cert.has_value());
-    EXPECT_EQ(*cert, account->certificate);
-    EXPECT_FALSE(NivoProfileUtil::extractCerFromPfx(account->pfx, QStringLiteral("pa55")));
-    // Issued under the service root, which the app has compiled in.
-    EXPECT_TRUE(NivoProfileUtil::verifyX509Cert(*cert, NivoProfileCommon::getNivoRootCer(),
-                                                NivoProfileCommon::getNivoCommIntermediateCer()));
-}
-
-TEST_F(AccountServiceTest, SignUpRefusesTakenAndMalformedNames) {
-    ASSERT_EQ(create(QStringLiteral("bob"), QStringLiteral("pw")),
-              QStringLiteral("Profile created for bob."));
-    EXPECT_TRUE(create(QStringLiteral("BOB"), QStringLiteral("x")).contains(QStringLiteral("is not available")));
-    EXPECT_TRUE(create(QStringLiteral("bo b"), QStringLiteral("x")).contains(QStringLiteral("Invalid Account Entry")));
-    EXPECT_TRUE(create(QStringLiteral("carol"), QString()).contains(QStringLiteral("Invalid Account Entry")));
-}
-
-TEST_F(AccountServiceTest, ProfileAndIdAnswers) {
-    ASSERT_EQ(create(QStringLiteral("dave"), QStringLiteral("pw")), QStringLiteral("Profile created for dave."));
-    const QString profile = getProfile(QStringLiteral("dave"), QStringLiteral("pw"));
-    EXPECT_TRUE(profile.startsWith(QStringLiteral("{\"LogInInfo\":\"dave||Al||Ice||a@b.co\",\"Pfx\":[")))
-        << profile.left(80).toStdString();
-
-    const auto id = service.getId({{QStringLiteral("logInNameToRetrieve"), QStringLiteral("Dave")}});
-    EXPECT_EQ(id.contentType, "application/json; charset=utf-8");
-    EXPECT_TRUE(id.body.startsWith("{\"Pfx\":[48,130,"));
-}
-
-TEST_F(AccountServiceTest, RepeatedWrongPasswordsLockTheNameForGrowingPeriods) {
-    ASSERT_EQ(create(QStringLiteral("frank"), QStringLiteral("right")), QStringLiteral("Profile created for frank."));
-    for (int i = 0; i < AccountService::kFreeAttempts; ++i) {
-        EXPECT_TRUE(getProfile(QStringLiteral("frank"), QStringLiteral("wrong")).contains(QStringLiteral("Wrong password")));
+    // Three more sign-ups make a burst of five from one address; the sixth waits for the refill.
+    for (const auto* name : {"c1", "c2", "c3"}) {
+        EXPECT_TRUE(create(QString::fromLatin1(name), u"password"_s).startsWith(u"Profile created"_s));
     }
-    // Locked: even the right password is refused, without revealing anything.
-    EXPECT_TRUE(getProfile(QStringLiteral("frank"), QStringLiteral("right")).startsWith(QStringLiteral("Service not available")));
-    // Other names are not affected.
-    EXPECT_TRUE(getProfile(QStringLiteral("nobody"), QStringLiteral("x")).contains(QStringLiteral("is not registered")));
-
-    now = now.addSecs(2);
-    EXPECT_TRUE(getProfile(QStringLiteral("frank"), QStringLiteral("wrong")).contains(QStringLiteral("Wrong password")));
-    now = now.addSecs(1);
-    EXPECT_TRUE(getProfile(QStringLiteral("frank"), QStringLiteral("right")).startsWith(QStringLiteral("Service not available")))
-        << "the second lock lasts longer than the first";
-    now = now.addSecs(2);
-    EXPECT_TRUE(getProfile(QStringLiteral("frank"), QStringLiteral("right")).startsWith(QStringLiteral("{")));
-    // A success forgets the history.
-    EXPECT_TRUE(getProfile(QStringLiteral("frank"), QStringLiteral("wrong")).contains(QStringLiteral("Wrong password")));
-    EXPECT_TRUE(getProfile(QStringLiteral("frank"), QStringLiteral("right")).startsWith(QStringLiteral("{")));
+    EXPECT_TRUE(create(u"c4"_s, u"password"_s).startsWith(u"Service not available"_s));
+    EXPECT_TRUE(create(u"c4"_s, u"password"_s, kGuesser).startsWith(u"Profile created"_s));
+    now = now.addSecs(ClientThrottle::Policy{}.signUpIntervalSeconds);
+    EXPECT_TRUE(create(u"c5"_s, u"password"_s).startsWith(u"Profile created"_s));
+    EXPECT_TRUE(create(u"c6"_s, u"password"_s).startsWith(u"Service not available"_s));
 }
 
-TEST_F(AccountServiceTest, ChangePasswordReprotectsTheKeyFile) {
-    ASSERT_EQ(create(QStringLiteral("gina"), QStringLiteral("old")), QStringLiteral("Profile created for gina."));
-    const QByteArray certificate = store.find(QStringLiteral("gina"))->certificate;
-    EXPECT_EQ(QString::fromUtf8(service
-                                    .changePassword({{QStringLiteral("logInName"), QStringLiteral("Gina")},
-                                                     {QStringLiteral("oldLogInPassword"), QStringLiteral("old")},
-                                                     {QStringLiteral("newLogInPassword"), QStringLiteral("new")}})
-                                    .body),
-              QStringLiteral("Password changed for gina."));
-    const auto account = store.find(QStringLiteral("gina"));
-    EXPECT_FALSE(NivoProfileUtil::extractCerFromPfx(account->pfx, QStringLiteral("old")));
-    EXPECT_EQ(NivoProfileUtil::extractCerFromPfx(account->pfx, QStringLiteral("new")), certificate)
-        << "same key and certificate, new password";
+TEST_F(AccountServiceTest, WrongPasswordsHoldBackTheirAddressNotTheOwner) {
+    ASSERT_EQ(create(u"frank"_s, u"the right one"_s), u"Profile created for frank."_s);
+    for (int i = 0; i < ClientThrottle::kFreeAttempts; ++i) {
+        EXPECT_TRUE(getProfile(u"frank"_s, u"wrong"_s, kGuesser).contains(u"Wrong password"_s));
+    }
+    // The guesser's address waits, even with the right password, and learns nothing.
+    EXPECT_TRUE(getProfile(u"frank"_s, u"the right one"_s, kGuesser)
+                    .startsWith(u"Service not available"_s));
+    // An IPv6 client counts by its /64, where it could pick any address.
+    for (int i = 0; i < ClientThrottle::kFreeAttempts; ++i) {
+        (void)getProfile(u"frank"_s, u"wrong"_s, QHostAddress(u"2001:db8:1:2::%1"_s.arg(i + 1)));
+    }
+    EXPECT_TRUE(getProfile(u"frank"_s, u"the right one"_s, QHostAddress(u"2001:db8:1:2:ff::1"_s))
+                    .startsWith(u"Service not available"_s));
+    // The owner, elsewhere, gets in; that does not free the guesser.
+    EXPECT_TRUE(getProfile(u"frank"_s, u"the right one"_s).startsWith(u"{"_s));
+    EXPECT_TRUE(getProfile(u"frank"_s, u"wrong"_s, kGuesser).startsWith(u"Service not available"_s));
+
+    now = now.addSecs(2);
+    EXPECT_TRUE(getProfile(u"frank"_s, u"wrong"_s, kGuesser).contains(u"Wrong password"_s));
+    now = now.addSecs(1);
+    EXPECT_TRUE(getProfile(u"frank"_s, u"the right one"_s, kGuesser)
+                    .startsWith(u"Service not available"_s))
+        << "the second wait lasts longer than the first";
+    now = now.addSecs(2);
+    EXPECT_TRUE(getProfile(u"frank"_s, u"the right one"_s, kGuesser).startsWith(u"{"_s));
+    // A success forgets that address's history.
+    EXPECT_TRUE(getProfile(u"frank"_s, u"wrong"_s, kGuesser).contains(u"Wrong password"_s));
+    EXPECT_TRUE(getProfile(u"frank"_s, u"the right one"_s, kGuesser).startsWith(u"{"_s));
+}
+
+TEST_F(AccountServiceTest, GuessingFromManyAddressesDelaysChecksButLetsTheRightPasswordIn) {
+    ASSERT_EQ(create(u"gus"_s, u"the right one"_s), u"Profile created for gus."_s);
+    const AccountService::Form form{{u"logInName"_s, u"Gus"_s}};
+    const int spread = ClientThrottle::kAccountFreeFailures - ClientThrottle::kFreeAttempts;
+    for (int i = 0; i < ClientThrottle::kAccountFreeFailures; ++i) {
+        EXPECT_EQ(service.reservePasswordCheck(form), 0) << i;
+        const QHostAddress from = i < spread ? QHostAddress(u"203.0.113.%1"_s.arg(i + 1)) : kGuesser;
+        EXPECT_TRUE(getProfile(u"gus"_s, u"wrong"_s, from).contains(u"Wrong password"_s));
+    }
+    // Now checks of this account take turns, one per spacing; each caller is told how long to
+    // wait. An address that must wait anyway is refused unchecked and takes no turn.
+    EXPECT_EQ(service.reservePasswordCheck(form, kGuesser), 0);
+    EXPECT_EQ(service.reservePasswordCheck(form, kGuesser), 0);
+    EXPECT_EQ(service.reservePasswordCheck(form), 0);
+    EXPECT_EQ(service.reservePasswordCheck(form), ClientThrottle::kAccountSpacingMs);
+    EXPECT_EQ(service.reservePasswordCheck(form), 2 * ClientThrottle::kAccountSpacingMs);
+    // Turns further off than the app would wait are refused, and taken by no one.
+    const int turns = ClientThrottle::kMaxWaitMs / ClientThrottle::kAccountSpacingMs;
+    for (int i = 3; i <= turns; ++i) {
+        EXPECT_EQ(service.reservePasswordCheck(form), i * ClientThrottle::kAccountSpacingMs);
+    }
+    EXPECT_FALSE(service.reservePasswordCheck(form).has_value());
+    EXPECT_FALSE(service.reservePasswordCheck(form).has_value());
+    now = now.addMSecs((turns + 1) * ClientThrottle::kAccountSpacingMs);
+    EXPECT_EQ(service.reservePasswordCheck(form), 0);
+    // Waiting its turn, the right password still gets in, and the account is at ease again.
+    EXPECT_TRUE(getProfile(u"gus"_s, u"the right one"_s).startsWith(u"{"_s));
+    EXPECT_EQ(service.reservePasswordCheck(form), 0);
+    EXPECT_EQ(service.reservePasswordCheck(form), 0);
+}
+
+// The process tests disable, enable and delete through the command line; here, what a disabled
+// account answers.
+TEST_F(AccountServiceTest, DisabledAccountsAreNotFoundButKeepTheirName) {
+    ASSERT_EQ(create(u"hugo"_s, u"password"_s), u"Profile created for hugo."_s);
+    ASSERT_TRUE(store.setDisabled(u"Hugo"_s, true));
+    EXPECT_TRUE(getProfile(u"hugo"_s, u"password"_s).contains(u"is not registered"_s));
+    EXPECT_TRUE(getId(u"hugo"_s).contains(u"is not registered"_s));
+    EXPECT_TRUE(create(u"hugo"_s, u"password"_s).contains(u"is not available"_s));
+    ASSERT_TRUE(store.setDisabled(u"hugo"_s, false));
+    EXPECT_TRUE(getProfile(u"hugo"_s, u"password"_s).startsWith(u"{"_s));
+}
+
+// The process tests cover the folder and the database; a TLS key has a rule of its own.
+TEST(PrivateFilesTest, ATlsKeyMayBeSharedWithAGroupButNotWithEveryone) {
+    QTemporaryDir dir;
+    const QString key = QDir(dir.path()).filePath(u"tls.key"_s);
+    QFile file(key);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    ASSERT_TRUE(file.setPermissions(QFileDevice::ReadOwner | QFileDevice::ReadGroup));
+    EXPECT_TRUE(PrivateFiles::checkPrivate(key).contains(u"chmod 600 '%1'"_s.arg(key)));
+    EXPECT_EQ(PrivateFiles::checkPrivate(key, PrivateFiles::Others::NoWorldAccess), QString());
+    ASSERT_TRUE(file.setPermissions(file.permissions() | QFileDevice::ReadOther));
+    EXPECT_TRUE(PrivateFiles::checkPrivate(key, PrivateFiles::Others::NoWorldAccess)
+                    .contains(u"chmod 640 '%1'"_s.arg(key)));
 }
 
 }  // namespace

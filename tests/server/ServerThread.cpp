@@ -8,12 +8,13 @@
 #include "server/AccountStore.h"
 
 struct ServerThread::Parts {
-    explicit Parts(const QString& dir)
+    Parts(const QString& dir, const AccountService::Policy& policy,
+          const AccountHttpServer::Options& options)
         : store(QDir(dir).filePath(QStringLiteral("accounts.db"))),
           authority(QStringLiteral(NIVOGX_DEV_CERTS_DIR "/service-root.cer"),
                     QStringLiteral(NIVOGX_DEV_CERTS_DIR "/service-root.key")),
-          service(store, authority),
-          http(service) {}
+          service(store, authority, policy),
+          http(service, store, options) {}
 
     AccountStore store;
     AccountAuthority authority;
@@ -21,15 +22,16 @@ struct ServerThread::Parts {
     AccountHttpServer http;
 };
 
-ServerThread::ServerThread() : m_anchor(new QObject) {
+ServerThread::ServerThread(AccountService::Policy policy, AccountHttpServer::Options options)
+    : m_anchor(new QObject) {
     m_anchor->moveToThread(&m_thread);
     QObject::connect(&m_thread, &QThread::finished, m_anchor, &QObject::deleteLater);
     m_thread.start();
     const QString dir = m_dir.path();
     QMetaObject::invokeMethod(
         m_anchor,
-        [this, dir] {
-            m_parts = new Parts(dir);
+        [this, dir, policy, options] {
+            m_parts = new Parts(dir, policy, options);
             if (!m_parts->store.open() || !m_parts->authority.isValid() ||
                 !m_parts->http.setTls(QStringLiteral(NIVOGX_DEV_CERTS_DIR "/server-tls-chain.pem"),
                                       QStringLiteral(NIVOGX_DEV_CERTS_DIR "/server-tls.key"))) {
