@@ -199,6 +199,10 @@ const QString kJsonVerified = u"verified"_s;
 const QString kJsonTrust = u"trust"_s;
 const QString kJsonNivoId = u"nivoId"_s;
 const QString kJsonDisplayName = u"displayName"_s;
+const QString kJsonError = u"error"_s;
+const QString kJsonDetail = u"detail"_s;
+// What every message on standard error starts with.
+const QString kMessagePrefix = u"nivogx-cli: "_s;
 
 // Files worked on at once in a batch: a small file's signature, sync and log line take most of
 // its time, and two of them keep both cores busy. A file of kRunsAloneFrom bytes or more runs
@@ -252,7 +256,7 @@ int NivoCli::run(const QStringList& arguments) {
     parser.addPositionalArgument(kCommandArgument, kCommandHelp);
 
     if (!parser.parse(arguments)) {
-        return usageError(parser.errorText(), parser.helpText());
+        return usageError(parser.errorText(), globalHelp());
     }
     if (parser.isSet(versionOption)) {
         m_console.out() << kApplicationName << u' ' << QCoreApplication::applicationVersion()
@@ -262,12 +266,11 @@ int NivoCli::run(const QStringList& arguments) {
     QStringList rest = parser.positionalArguments();
     if (parser.isSet(helpOption) ||
         (!rest.isEmpty() && rest.constFirst() == kHelpCommand && rest.size() == 1)) {
-        printGlobalHelp();
+        m_console.out() << globalHelp() << Qt::flush;
         return Success;
     }
     if (rest.isEmpty()) {
-        printGlobalHelp();
-        return usageError(kMissingCommand, QString());
+        return usageError(kMissingCommand, globalHelp());
     }
     if (rest.constFirst() == kHelpCommand) {
         // "help COMMAND" answers like "COMMAND --help".
@@ -275,8 +278,7 @@ int NivoCli::run(const QStringList& arguments) {
     }
     const Command* command = findCommand(rest.constFirst());
     if (command == nullptr) {
-        printGlobalHelp();
-        return usageError(kUnknownCommand.arg(rest.constFirst()), QString());
+        return usageError(kUnknownCommand.arg(VisibleText::of(rest.constFirst())), globalHelp());
     }
     if (parser.isSet(serverOption)) {
         AccountServer::setBaseUrl(parser.value(serverOption));
@@ -288,7 +290,7 @@ int NivoCli::run(const QStringList& arguments) {
     return (this->*command->handler)(rest);
 }
 
-void NivoCli::printGlobalHelp() {
+QString NivoCli::globalHelp() {
     QCommandLineParser parser;
     parser.setApplicationDescription(kDescription);
     parser.addOption(QCommandLineOption(kServerOption, kServerHelp, kServerValue));
@@ -301,7 +303,7 @@ void NivoCli::printGlobalHelp() {
         text += u"  %1 %2\n"_s.arg(command.name, -10).arg(command.description);
     }
     text += u"  %1 %2\n"_s.arg(kHelpCommand, -10).arg(kHelpCommandHelp);
-    m_console.out() << text << Qt::flush;
+    return text;
 }
 
 std::optional<int> NivoCli::parse(QCommandLineParser& parser, const QStringList& arguments,
@@ -311,6 +313,7 @@ std::optional<int> NivoCli::parse(QCommandLineParser& parser, const QStringList&
     if (!parser.parse(arguments)) {
         return usageError(parser.errorText(), helpText(parser));
     }
+    m_json = parser.optionNames().contains(kJsonOption);
     if (parser.isSet(helpOption)) {
         m_console.out() << helpText(parser) << Qt::flush;
         return Success;
@@ -332,18 +335,34 @@ QString NivoCli::helpText(const QCommandLineParser& parser) const {
 }
 
 int NivoCli::usageError(const QString& message, const QString& usage) {
-    m_console.err() << message << Qt::endl;
+    m_console.err() << kMessagePrefix << message << Qt::endl;
     if (!usage.isEmpty()) {
         m_console.err() << usage << Qt::flush;
     }
     return UsageError;
 }
 
-void NivoCli::printAlert(const QString& message, const QString& informativeText) {
-    m_console.err() << message << Qt::endl;
-    if (!informativeText.isEmpty()) {
-        m_console.err() << informativeText << Qt::endl;
+void NivoCli::say(const QString& message) {
+    printAlert(message, QString());
+}
+
+void NivoCli::warn(const QString& message) {
+    for (const QString& line : message.split(u'\n', Qt::SkipEmptyParts)) {
+        m_console.err() << kMessagePrefix << line << Qt::endl;
     }
+}
+
+void NivoCli::printAlert(const QString& message, const QString& informativeText) {
+    if (m_json) {
+        QJsonObject failure{{kJsonError, message}};
+        if (!informativeText.isEmpty()) {
+            failure.insert(kJsonDetail, informativeText);
+        }
+        m_console.out() << jsonLine(failure) << Qt::endl;
+        return;
+    }
+    warn(message);
+    warn(informativeText);
 }
 
 bool NivoCli::readPassword(bool fromStdin, bool confirm, QString& password, QString& retyped) {
@@ -354,7 +373,7 @@ bool NivoCli::readPassword(bool fromStdin, bool confirm, QString& password, QStr
     }
     const auto first = m_console.readSecret(kPasswordPrompt);
     if (!first) {
-        m_console.err() << kNoTerminal << Qt::endl;
+        say(kNoTerminal);
         return false;
     }
     password = *first;
@@ -422,13 +441,13 @@ int NivoCli::signin(const QStringList& arguments) {
         if (const QString skipped =
                 SignIn::keepFromProfileFile(path, loginName, password, profile);
             !skipped.isEmpty()) {
-            m_console.err() << skipped << Qt::endl;
+            say(skipped);
         }
     } else {
         const NivoProfile profile = SignIn::requestProfile(loginName, password);
         if (!SignIn::succeeded(profile)) {
             if (SignIn::offersProfileFile(profile)) {
-                printAlert(SignIn::unableToConnect(), kOfflineHint);
+                printAlert(SignIn::unableToConnect(), profile.StatusText + u'\n' + kOfflineHint);
             } else {
                 printAlert(SignIn::signInFailed(), profile.StatusText);
             }
@@ -457,7 +476,7 @@ int NivoCli::whoami(const QStringList& arguments) {
         return *done;
     }
     if (!NivoGXUtil::hasRequiredCredentials()) {
-        m_console.err() << kNotSignedIn << Qt::endl;
+        say(kNotSignedIn);
         return Failure;
     }
     m_console.out() << NivoGXUtil::getNivoUsername() << Qt::endl;
@@ -486,7 +505,7 @@ void NivoCli::printCertificate(const QByteArray& der) {
 
 bool NivoCli::requireSignIn() {
     if (!NivoGXUtil::generateRequiredDirectory()) {
-        m_console.err() << kNotSignedIn << Qt::endl;
+        say(kNotSignedIn);
         return false;
     }
     NivoGXUtil::generateUserContactDB(NivoGXUtil::getNivoUsername());
@@ -508,7 +527,7 @@ bool NivoCli::prepareRun(bool passwordFromStdin, QString& password) {
         }
         NivoGXUtil::setNivoProfile();
     } else {
-        m_console.err() << kNotSignedIn << Qt::endl;
+        say(kNotSignedIn);
         return false;
     }
     NivoGXUtil::generateUserContactDB(NivoGXUtil::getNivoUsername());
@@ -574,9 +593,8 @@ int NivoCli::encrypt(const QStringList& arguments) {
     RecipientChoice::rememberChoice(recipients);
     for (const Contact& recipient : recipients) {
         if (const QString problem = ContactDB::certificateProblem(recipient); !problem.isEmpty()) {
-            m_console.err() << kUnverifiedRecipient.arg(VisibleText::of(recipient.NivoID),
-                                                        VisibleText::of(problem))
-                            << Qt::endl;
+            warn(kUnverifiedRecipient.arg(VisibleText::of(recipient.NivoID),
+                                         VisibleText::of(problem)));
         }
     }
     bool placed = false;
@@ -641,7 +659,7 @@ QString NivoCli::runFolder(const QCommandLineParser& parser, const QString& reme
         folder = given.isEmpty() ? QDir::currentPath() : given;
     }
     if (!QFileInfo(folder).isDir()) {
-        m_console.err() << kNoSuchFolder.arg(VisibleText::of(given)) << Qt::endl;
+        say(kNoSuchFolder.arg(VisibleText::of(given)));
         return {};
     }
     return QFileInfo(folder).absoluteFilePath();
@@ -688,6 +706,9 @@ int NivoCli::processFiles(const QStringList& files, const QString& password,
                              {kJsonOutput, succeeded ? QJsonValue(run.outputPath)
                                                      : QJsonValue(QJsonValue::Null)},
                              {kJsonOutcome, run.outcome}};
+            if (!succeeded) {
+                line.insert(kJsonError, run.outcome);
+            }
             if (!toEncrypt) {
                 line.insert(kJsonSender, run.sender.name);
                 line.insert(kJsonVerified, succeeded && run.sender.verified());
@@ -706,8 +727,7 @@ int NivoCli::processFiles(const QStringList& files, const QString& password,
             }
             m_console.out() << text << Qt::endl;
         } else {
-            m_console.err() << kFailedLine.arg(VisibleText::of(file), VisibleText::of(run.outcome))
-                            << Qt::endl;
+            say(kFailedLine.arg(VisibleText::of(file), VisibleText::of(run.outcome)));
         }
     };
 
@@ -859,7 +879,7 @@ int NivoCli::contacts(const QStringList& arguments) {
         const QList<Contact> list = NivoGXUtil::getContactList();
         const qsizetype at = RecipientChoice::indexOf(list, nivoId);
         if (at < 0) {
-            m_console.err() << kNoSuchContact.arg(nivoId) << Qt::endl;
+            say(kNoSuchContact.arg(nivoId));
             return Failure;
         }
         const Contact& contact = list.at(at);
@@ -888,7 +908,7 @@ int NivoCli::contacts(const QStringList& arguments) {
         const auto it = std::find_if(list.begin(), list.end(),
                                      [&nivoId](const Contact& c) { return c.NivoID == nivoId; });
         if (it == list.end()) {
-            m_console.err() << kNoSuchContact.arg(nivoId) << Qt::endl;
+            say(kNoSuchContact.arg(nivoId));
             return Failure;
         }
         NivoGXUtil::deleteContact(it->ID);
@@ -911,7 +931,7 @@ int NivoCli::contacts(const QStringList& arguments) {
         return Failure;
     }
     if (!skipped.isEmpty()) {
-        m_console.err() << ContactDB::notImportedMessage(skipped) << Qt::endl;
+        warn(ContactDB::notImportedMessage(skipped));
     }
     m_console.out() << kImported.arg(argument) << Qt::endl;
     return Success;
@@ -1041,7 +1061,7 @@ int NivoCli::inspect(const QStringList& arguments) {
     const QString path = parser.positionalArguments().constFirst();
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
-        m_console.err() << kFailedLine.arg(VisibleText::of(path), file.errorString()) << Qt::endl;
+        say(kFailedLine.arg(VisibleText::of(path), file.errorString()));
         return Failure;
     }
 
@@ -1062,8 +1082,7 @@ int NivoCli::inspect(const QStringList& arguments) {
     }
     const CmsOutline inspection = CmsOutline::inspect(file, certificates);
     if (!inspection.failure.isEmpty()) {
-        m_console.err() << kFailedLine.arg(VisibleText::of(path), VisibleText::of(inspection.failure))
-                        << Qt::endl;
+        say(kFailedLine.arg(VisibleText::of(path), VisibleText::of(inspection.failure)));
         return Failure;
     }
     const auto nameOf = [&names](const CmsOutline::Recipient& r) {

@@ -46,8 +46,9 @@ private:
                                            std::optional<qsizetype> positionalCount = std::nullopt);
     // The command's help, its name in the usage line.
     [[nodiscard]] QString helpText(const QCommandLineParser& parser) const;
+    // Reports a usage error on standard error, followed by the help, and gives UsageError.
     int usageError(const QString& message, const QString& usage);
-    void printGlobalHelp();
+    [[nodiscard]] static QString globalHelp();
 
     // The password from the first line of standard input, or typed twice when `confirm`.
     [[nodiscard]] bool readPassword(bool fromStdin, bool confirm, QString& password,
@@ -65,7 +66,12 @@ private:
     // The run's output folder (-o, else the remembered one, else the current folder); empty,
     // with the message printed, when -o names no folder.
     [[nodiscard]] QString runFolder(const QCommandLineParser& parser, const QString& remembered);
+    // A message on standard error, each line after the program's name; with --json, a failure
+    // object ({"error", "detail"}) on standard output instead.
     void printAlert(const QString& message, const QString& informativeText);
+    void say(const QString& message);
+    // A warning: on standard error after the program's name, also with --json.
+    void warn(const QString& message);
     // Subject, issuer, validity and fingerprint of a DER certificate, a line each.
     void printCertificate(const QByteArray& der);
     // The contact with a typed NIVO ID; an unknown one is looked up on the server and kept.
@@ -83,4 +89,5 @@ private:
     CliConsole& m_console;
     const Command* m_command = nullptr;  // the one being run
     bool m_requireVerified = false;      // decrypt --require-verified
+    bool m_json = false;                 // the command has --json set
 };

@@ -226,4 +226,20 @@ TEST_F(NivoProfileAdminTest, TransportFailuresAreTheLayersTexts) {
               QStringLiteral("A connection failure occurred"));
 }
 
+TEST_F(NivoProfileAdminTest, AnErrorStatusWithoutAMarkerNamesTheStatus) {
+    const QString badGateway = QStringLiteral("The account server answered 502 Bad Gateway.");
+    server.answer("<html><h1>502 Bad Gateway</h1></html>", "text/html", 502);
+    EXPECT_EQ(download().StatusText, badGateway);
+    EXPECT_EQ(lookUp().StatusText, badGateway);
+    EXPECT_EQ(NivoProfileAdmin::createProfileWithLoginName(
+                  QStringLiteral("a"), QStringLiteral("p"), {}, {}, {}),
+              badGateway);  // no longer an account created
+    server.answer({}, {}, 404);
+    EXPECT_EQ(NivoProfileAdmin::checkLogInNameAvailability(QStringLiteral("a")),
+              QStringLiteral("The account server answered 404 Not Found."));
+    // The server's own refusals still read as such, whatever their status.
+    server.answer("Service not available", "text/plain", 500);
+    EXPECT_EQ(download().StatusText, QStringLiteral("Server unable to process request"));
+}
+
 }  // namespace
