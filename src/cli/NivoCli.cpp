@@ -1,5 +1,7 @@
 #include "NivoCli.h"
 
+#include "CliPipe.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QEventLoop>
@@ -8,6 +10,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonValue>
+#include <QTemporaryFile>
 #include <QThreadPool>
 #include <algorithm>
 #include <functional>
@@ -20,6 +23,7 @@
 #include "contacts/ContactDB.h"
 #include "contacts/RecipientChoice.h"
 #include "crypto/CertificateTrust.h"
+#include "crypto/CmsArmour.h"
 #include "crypto/CmsOutline.h"
 #include "log/LogQuery.h"
 #include "log/VisibleText.h"
@@ -75,6 +79,19 @@ const QString kOutputOption = u"o"_s;
 const QString kOutputLongOption = u"output"_s;
 const QString kOutputHelp = u"Folder for the results (remembered for next time)."_s;
 const QString kFolderValue = u"dir"_s;
+const QString kStdoutOption = u"stdout"_s;
+const QString kStdoutHelp =
+    u"Write the result to standard output (as an input of - does); one file only."_s;
+const QString kStdinName = u"-"_s;
+const QString kArmorOption = u"armor"_s;
+const QString kArmorHelp =
+    u"Write PEM text (-----BEGIN CMS-----) instead of binary, for mail and chat."_s;
+const QString kOneFileToStdout = u"Standard input and output take a single file."_s;
+const QString kNoJsonToStdout = u"--json cannot share standard output with the result."_s;
+const QString kPasswordAndStdin =
+    u"--password-stdin cannot share standard input with the file."_s;
+const QString kStdoutIsTerminal =
+    u"Standard output is a terminal; redirect it to a file or a program, or leave out --stdout."_s;
 
 const QString kNameArgument = u"name"_s;
 const QString kNameHelp = u"Your NIVO username."_s;
@@ -562,6 +579,7 @@ bool NivoCli::findRecipient(const QString& typed, Contact& contact, bool& added)
 int NivoCli::encrypt(const QStringList& arguments) {
     QCommandLineParser parser;
     parser.addOption(QCommandLineOption(kLastUsedOption, kLastUsedHelp));
+    parser.addOption(QCommandLineOption(kArmorOption, kArmorHelp));
     parser.addOption(QCommandLineOption({kRecipientOption, kRecipientLongOption}, kRecipientHelp,
                                         kRecipientValue));
     QStringList files;
@@ -583,13 +601,26 @@ int NivoCli::encrypt(const QStringList& arguments) {
             recipients.append(found);
         }
     }
-    const QString folder = runFolder(parser, NivoGXUtil::getLastOutputEncryptFolder());
-    if (folder.isEmpty()) {
+    QStringList names = files;
+    m_armor = parser.isSet(kArmorOption);
+    QString folder;
+    if (!m_toStdout) {
+        folder = runFolder(parser, NivoGXUtil::getLastOutputEncryptFolder());
+        if (folder.isEmpty()) {
+            return Failure;
+        }
+    }
+    // Results for standard output, and armoured ones, are made aside first.
+    m_finalFolder = folder;
+    const QString runIn = m_toStdout || m_armor ? preparePipe(files, names) : folder;
+    if (runIn.isEmpty()) {
         return Failure;
     }
     // Remembered before the run, so that the next start clears what a killed run left there.
     const QString previous = NivoGXUtil::getLastOutputEncryptFolder();
-    NivoGXUtil::saveSettings(QString(), QString(), QString(), folder, QString());
+    if (!m_toStdout) {
+        NivoGXUtil::saveSettings(QString(), QString(), QString(), folder, QString());
+    }
     RecipientChoice::rememberChoice(recipients);
     for (const Contact& recipient : recipients) {
         if (const QString problem = ContactDB::certificateProblem(recipient); !problem.isEmpty()) {
@@ -599,9 +630,10 @@ int NivoCli::encrypt(const QStringList& arguments) {
     }
     bool placed = false;
     const int exit =
-        processFiles(files, password, recipients, folder, true, parser.isSet(kJsonOption), placed);
+        processFiles(files, names, password, recipients, runIn, true, parser.isSet(kJsonOption),
+                     placed);
     // A folder where every file failed is not offered again.
-    if (!placed && exit != Success) {
+    if (!placed && exit != Success && !m_toStdout) {
         NivoGXUtil::setLastOutputFolder(true, previous);
     }
     return exit;
@@ -615,17 +647,22 @@ int NivoCli::decrypt(const QStringList& arguments) {
     if (const auto done = parseFileRun(parser, arguments, files, password)) {
         return *done;
     }
-    const QString folder = runFolder(parser, NivoGXUtil::getLastOutputDecryptFolder());
+    QStringList names = files;
+    const QString folder = m_toStdout
+                               ? preparePipe(files, names)
+                               : runFolder(parser, NivoGXUtil::getLastOutputDecryptFolder());
     if (folder.isEmpty()) {
         return Failure;
     }
     const QString previous = NivoGXUtil::getLastOutputDecryptFolder();
-    NivoGXUtil::saveSettings(QString(), QString(), QString(), QString(), folder);
+    if (!m_toStdout) {
+        NivoGXUtil::saveSettings(QString(), QString(), QString(), QString(), folder);
+    }
     m_requireVerified = parser.isSet(kRequireVerifiedOption);
     bool placed = false;
-    const int exit =
-        processFiles(files, password, {}, folder, false, parser.isSet(kJsonOption), placed);
-    if (!placed && exit != Success) {
+    const int exit = processFiles(files, names, password, {}, folder, false,
+                                  parser.isSet(kJsonOption), placed);
+    if (!placed && exit != Success && !m_toStdout) {
         NivoGXUtil::setLastOutputFolder(false, previous);
     }
     return exit;
@@ -637,6 +674,7 @@ std::optional<int> NivoCli::parseFileRun(QCommandLineParser& parser, const QStri
         QCommandLineOption({kOutputOption, kOutputLongOption}, kOutputHelp, kFolderValue));
     parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
     parser.addOption(QCommandLineOption(kPasswordStdinOption, kRunPasswordStdinHelp));
+    parser.addOption(QCommandLineOption(kStdoutOption, kStdoutHelp));
     parser.addPositionalArgument(kFilesArgument, kFilesHelp, kFilesSyntax);
     if (const auto done = parse(parser, arguments)) {
         return done;
@@ -645,10 +683,46 @@ std::optional<int> NivoCli::parseFileRun(QCommandLineParser& parser, const QStri
     if (files.isEmpty()) {
         return usageError(kNoFiles, helpText(parser));
     }
+    const bool fromStdin = files.contains(kStdinName);
+    m_toStdout = parser.isSet(kStdoutOption) || fromStdin;
+    if (m_toStdout) {
+        if (files.size() != 1) {
+            return usageError(kOneFileToStdout, helpText(parser));
+        }
+        if (parser.isSet(kJsonOption)) {
+            return usageError(kNoJsonToStdout, helpText(parser));
+        }
+        if (fromStdin && parser.isSet(kPasswordStdinOption)) {
+            return usageError(kPasswordAndStdin, helpText(parser));
+        }
+        if (CliPipe::standardOutputIsTerminal()) {
+            return usageError(kStdoutIsTerminal, QString());
+        }
+    }
     if (!prepareRun(parser.isSet(kPasswordStdinOption), password)) {
         return Failure;
     }
     return std::nullopt;
+}
+
+QString NivoCli::preparePipe(QStringList& files, QStringList& names) {
+    m_pipe = std::make_unique<CliPipe>(NivoGXUtil::applicationFolder());
+    QString failure;
+    const QString folder = m_pipe->outputFolder(failure);
+    if (folder.isEmpty()) {
+        say(failure);
+        return {};
+    }
+    if (files.constFirst() == kStdinName) {
+        const QString path = m_pipe->takeStandardInput(failure);
+        if (path.isEmpty()) {
+            say(failure);
+            return {};
+        }
+        files = {path};
+        names = {CliPipe::kStandardInput};
+    }
+    return folder;
 }
 
 QString NivoCli::runFolder(const QCommandLineParser& parser, const QString& remembered) {
@@ -665,7 +739,8 @@ QString NivoCli::runFolder(const QCommandLineParser& parser, const QString& reme
     return QFileInfo(folder).absoluteFilePath();
 }
 
-int NivoCli::processFiles(const QStringList& files, const QString& password,
+int NivoCli::processFiles(const QStringList& files, const QStringList& names,
+                          const QString& password,
                           const QList<Contact>& recipients, const QString& outputFolder,
                           bool toEncrypt, bool json, bool& placed) {
     placed = false;
@@ -697,10 +772,35 @@ int NivoCli::processFiles(const QStringList& files, const QString& password,
     std::vector<std::unique_ptr<ProcessController>> controllers(runs.size());
     std::unique_ptr<ProcessController> retired;
 
-    const auto printLine = [&](const QString& file, const Run& run) {
+    const auto printLine = [&](const QString& file, Run run) {
+        if (m_pipe && run.outcome.isEmpty()) {
+            // A result made aside goes on to where it belongs.
+            QString failure;
+            if (m_toStdout) {
+                failure = m_armor ? CliPipe::releaseArmoured(run.outputPath)
+                                  : CliPipe::release(run.outputPath);
+            } else {
+                failure = CliPipe::placeArmoured(run.outputPath, m_finalFolder, run.outputPath);
+            }
+            run.outcome = failure;
+        }
         const bool succeeded = run.outcome.isEmpty();
         allSucceeded = allSucceeded && succeeded;
         placed = placed || succeeded;
+        const auto fromText = [&run] {
+            return run.sender.verified()
+                       ? kFromSender.arg(VisibleText::of(run.sender.name))
+                       : kFromUnverifiedSender.arg(VisibleText::of(run.sender.name),
+                                                   VisibleText::of(run.sender.reason()));
+        };
+        if (m_toStdout && succeeded) {
+            // Standard output carries the result; the sender is told beside it.
+            if (!toEncrypt) {
+                warn(kSucceededLine.arg(VisibleText::of(file), CliPipe::kStandardOutput) +
+                     fromText());
+            }
+            return;
+        }
         if (json) {
             QJsonObject line{{kJsonInput, file},
                              {kJsonOutput, succeeded ? QJsonValue(run.outputPath)
@@ -720,10 +820,7 @@ int NivoCli::processFiles(const QStringList& files, const QString& password,
             QString text =
                 kSucceededLine.arg(VisibleText::of(file), VisibleText::of(run.outputPath));
             if (!toEncrypt) {
-                text += run.sender.verified()
-                            ? kFromSender.arg(VisibleText::of(run.sender.name))
-                            : kFromUnverifiedSender.arg(VisibleText::of(run.sender.name),
-                                                        VisibleText::of(run.sender.reason()));
+                text += fromText();
             }
             m_console.out() << text << Qt::endl;
         } else {
@@ -744,6 +841,9 @@ int NivoCli::processFiles(const QStringList& files, const QString& password,
             controller->setUserNivoId(userNivoId);
         }
         controller->setRequireVerified(m_requireVerified);
+        if (names[static_cast<qsizetype>(index)] != files[static_cast<qsizetype>(index)]) {
+            controller->setInputName(names[static_cast<qsizetype>(index)]);
+        }
         controller->setOutputPathsInUse(outputsInUse);
         // Only the first file not yet printed shows its progress: the bar is that of one file.
         QObject::connect(controller, &ProcessController::progress, &loop,
@@ -771,7 +871,7 @@ int NivoCli::processFiles(const QStringList& files, const QString& password,
                     m_console.endProgress();
                 }
                 for (; printed < runs.size() && runs[printed].done; ++printed) {
-                    printLine(files[static_cast<qsizetype>(printed)], runs[printed]);
+                    printLine(names[static_cast<qsizetype>(printed)], runs[printed]);
                 }
                 startMore();
                 if (printed == runs.size() || (interrupted && underWay == 0)) {
@@ -1080,7 +1180,22 @@ int NivoCli::inspect(const QStringList& arguments) {
             certificates << own->Cer;
         }
     }
-    const CmsOutline inspection = CmsOutline::inspect(file, certificates);
+    // Armour is looked through: the message it carries is inspected.
+    QTemporaryFile unwrapped;
+    QIODevice* message = &file;
+    if (CmsArmour::isArmoured(path)) {
+        if (!unwrapped.open()) {
+            say(kFailedLine.arg(VisibleText::of(path), unwrapped.errorString()));
+            return Failure;
+        }
+        if (const QString failure = CmsArmour::unwrap(file, unwrapped); !failure.isEmpty()) {
+            say(kFailedLine.arg(VisibleText::of(path), failure));
+            return Failure;
+        }
+        unwrapped.seek(0);
+        message = &unwrapped;
+    }
+    const CmsOutline inspection = CmsOutline::inspect(*message, certificates);
     if (!inspection.failure.isEmpty()) {
         say(kFailedLine.arg(VisibleText::of(path), VisibleText::of(inspection.failure)));
         return Failure;

@@ -4,9 +4,11 @@
 #include <QList>
 #include <QString>
 #include <QStringList>
+#include <memory>
 #include <optional>
 
 #include "CliConsole.h"
+#include "CliPipe.h"
 #include "contacts/Contact.h"
 
 // The commands of nivogx-cli over the core, on the same folders, database, log and credential
@@ -66,6 +68,9 @@ private:
     // The run's output folder (-o, else the remembered one, else the current folder); empty,
     // with the message printed, when -o names no folder.
     [[nodiscard]] QString runFolder(const QCommandLineParser& parser, const QString& remembered);
+    // For a run on standard input or output: the private folder for its output, and standard
+    // input in place of "-" (named so in `names`). Empty, with the message printed, on failure.
+    [[nodiscard]] QString preparePipe(QStringList& files, QStringList& names);
     // A message on standard error, each line after the program's name; with --json, a failure
     // object ({"error", "detail"}) on standard output instead.
     void printAlert(const QString& message, const QString& informativeText);
@@ -79,10 +84,12 @@ private:
     [[nodiscard]] bool findRecipient(const QString& typed, Contact& contact, bool& added);
 
     // Runs the files through the processing run, two small ones at a time, and prints their
-    // results in the order given; Failure when any of them failed. An interrupt cancels the
-    // runs under way, starts no more and gives Interrupted. `placed` says whether any output
-    // went to the folder.
-    [[nodiscard]] int processFiles(const QStringList& files, const QString& password,
+    // results in the order given, naming each input as `names` does; Failure when any of them
+    // failed. An interrupt cancels the runs under way, starts no more and gives Interrupted.
+    // `placed` says whether any output went to the folder. With a pipe, the result goes on to
+    // standard output.
+    [[nodiscard]] int processFiles(const QStringList& files, const QStringList& names,
+                                   const QString& password,
                                    const QList<Contact>& recipients, const QString& outputFolder,
                                    bool toEncrypt, bool json, bool& placed);
 
@@ -90,4 +97,8 @@ private:
     const Command* m_command = nullptr;  // the one being run
     bool m_requireVerified = false;      // decrypt --require-verified
     bool m_json = false;                 // the command has --json set
+    bool m_toStdout = false;             // the result goes to standard output
+    bool m_armor = false;                // encrypt --armor
+    QString m_finalFolder;               // where results made aside go, when not to the output
+    std::unique_ptr<CliPipe> m_pipe;     // standard input and output of such a run
 };

@@ -296,7 +296,7 @@ TEST(CliUsage, AnErrorPageInsteadOfTheServerIsNamed) {
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_EQ(run.err, u"nivogx-cli: Sign in Failed\n"_s + badGateway);
     run = user.cli({u"signup"_s, u"gina"_s, u"--password-stdin"_s}, proxy.baseUrl(),
-                   "Secret horse 9\n");
+                   kPassword.toUtf8() + '\n');
     EXPECT_EQ(run.exitCode, 1) << "no account was made";
     EXPECT_TRUE(run.err.endsWith(badGateway)) << run.err.toStdString();
 }
