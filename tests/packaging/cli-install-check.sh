@@ -29,7 +29,7 @@ for page in man1/nivogx-cli.1 man8/nivogx-server.8; do
   name=${page#*/}
   LC_ALL=C.UTF-8 MANWIDTH=80 man -l "$file" 2>/dev/null | grep -q "^NAME" ||
     fail "$page has no NAME section"
-  LC_ALL=C.UTF-8 MANWIDTH=80 man -l "$file" 2>/dev/null | grep -q "${name%.*} -" ||
+  LC_ALL=C.UTF-8 MANWIDTH=80 man -l "$file" 2>/dev/null | grep -Eq "^ +${name%.*} +- " ||
     fail "$page does not name its program"
 done
 [[ -f $prefix/share/zsh/site-functions/_nivogx-cli ]] || fail "the zsh completion is not installed"
