@@ -92,6 +92,7 @@ TEST_F(CliTest, ArmouredFilesOpenHereAndWithOpenssl) {
     EXPECT_TRUE(run.rawOut.startsWith("-----BEGIN CMS-----\n"));
 
     // openssl opens it with bob's key.
+    ASSERT_EQ(bob.signIn(m_url).exitCode, 0);
     const QString work = bob.files();
     const QString nivo = bob.dataHome() + u"/NIVO-GX"_s;
     openssl(work, {u"pkcs12"_s, u"-in"_s, nivo + u"/pfx/bob.pfx"_s, u"-passin"_s,
@@ -102,7 +103,6 @@ TEST_F(CliTest, ArmouredFilesOpenHereAndWithOpenssl) {
                                u"-in"_s, u"signed.der"_s}) == content);
 
     // Here: PEM under either label, and S/MIME as openssl writes it.
-    ASSERT_EQ(bob.signIn(m_url).exitCode, 0);
     QFile::copy(armoured.fileName(), work + u"/cms.tvf"_s);
     armoured.seek(0);
     bob.write(u"pkcs7.tvf"_s, armoured.readAll().replace("CMS-----", "PKCS7-----"));
