@@ -1,5 +1,7 @@
 #include "NivoCli.h"
 
+#include "CliPipe.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QEventLoop>
@@ -8,6 +10,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonValue>
+#include <QTemporaryFile>
 #include <QThreadPool>
 #include <algorithm>
 #include <functional>
@@ -20,6 +23,7 @@
 #include "contacts/ContactDB.h"
 #include "contacts/RecipientChoice.h"
 #include "crypto/CertificateTrust.h"
+#include "crypto/CmsArmour.h"
 #include "crypto/CmsOutline.h"
 #include "log/LogQuery.h"
 #include "log/VisibleText.h"
@@ -75,6 +79,19 @@ const QString kOutputOption = u"o"_s;
 const QString kOutputLongOption = u"output"_s;
 const QString kOutputHelp = u"Folder for the results (remembered for next time)."_s;
 const QString kFolderValue = u"dir"_s;
+const QString kStdoutOption = u"stdout"_s;
+const QString kStdoutHelp =
+    u"Write the result to standard output (as an input of - does); one file only."_s;
+const QString kStdinName = u"-"_s;
+const QString kArmorOption = u"armor"_s;
+const QString kArmorHelp =
+    u"Write PEM text (-----BEGIN CMS-----) instead of binary, for mail and chat."_s;
+const QString kOneFileToStdout = u"Standard input and output take a single file."_s;
+const QString kNoJsonToStdout = u"--json cannot share standard output with the result."_s;
+const QString kPasswordAndStdin =
+    u"--password-stdin cannot share standard input with the file."_s;
+const QString kStdoutIsTerminal =
+    u"Standard output is a terminal; redirect it to a file or a program, or leave out --stdout."_s;
 
 const QString kNameArgument = u"name"_s;
 const QString kNameHelp = u"Your NIVO username."_s;
@@ -199,6 +216,10 @@ const QString kJsonVerified = u"verified"_s;
 const QString kJsonTrust = u"trust"_s;
 const QString kJsonNivoId = u"nivoId"_s;
 const QString kJsonDisplayName = u"displayName"_s;
+const QString kJsonError = u"error"_s;
+const QString kJsonDetail = u"detail"_s;
+// What every message on standard error starts with.
+const QString kMessagePrefix = u"nivogx-cli: "_s;
 
 // Files worked on at once in a batch: a small file's signature, sync and log line take most of
 // its time, and two of them keep both cores busy. A file of kRunsAloneFrom bytes or more runs
@@ -252,7 +273,7 @@ int NivoCli::run(const QStringList& arguments) {
     parser.addPositionalArgument(kCommandArgument, kCommandHelp);
 
     if (!parser.parse(arguments)) {
-        return usageError(parser.errorText(), parser.helpText());
+        return usageError(parser.errorText(), globalHelp());
     }
     if (parser.isSet(versionOption)) {
         m_console.out() << kApplicationName << u' ' << QCoreApplication::applicationVersion()
@@ -262,12 +283,11 @@ int NivoCli::run(const QStringList& arguments) {
     QStringList rest = parser.positionalArguments();
     if (parser.isSet(helpOption) ||
         (!rest.isEmpty() && rest.constFirst() == kHelpCommand && rest.size() == 1)) {
-        printGlobalHelp();
+        m_console.out() << globalHelp() << Qt::flush;
         return Success;
     }
     if (rest.isEmpty()) {
-        printGlobalHelp();
-        return usageError(kMissingCommand, QString());
+        return usageError(kMissingCommand, globalHelp());
     }
     if (rest.constFirst() == kHelpCommand) {
         // "help COMMAND" answers like "COMMAND --help".
@@ -275,8 +295,7 @@ int NivoCli::run(const QStringList& arguments) {
     }
     const Command* command = findCommand(rest.constFirst());
     if (command == nullptr) {
-        printGlobalHelp();
-        return usageError(kUnknownCommand.arg(rest.constFirst()), QString());
+        return usageError(kUnknownCommand.arg(VisibleText::of(rest.constFirst())), globalHelp());
     }
     if (parser.isSet(serverOption)) {
         AccountServer::setBaseUrl(parser.value(serverOption));
@@ -288,7 +307,7 @@ int NivoCli::run(const QStringList& arguments) {
     return (this->*command->handler)(rest);
 }
 
-void NivoCli::printGlobalHelp() {
+QString NivoCli::globalHelp() {
     QCommandLineParser parser;
     parser.setApplicationDescription(kDescription);
     parser.addOption(QCommandLineOption(kServerOption, kServerHelp, kServerValue));
@@ -301,7 +320,7 @@ void NivoCli::printGlobalHelp() {
         text += u"  %1 %2\n"_s.arg(command.name, -10).arg(command.description);
     }
     text += u"  %1 %2\n"_s.arg(kHelpCommand, -10).arg(kHelpCommandHelp);
-    m_console.out() << text << Qt::flush;
+    return text;
 }
 
 std::optional<int> NivoCli::parse(QCommandLineParser& parser, const QStringList& arguments,
@@ -311,6 +330,7 @@ std::optional<int> NivoCli::parse(QCommandLineParser& parser, const QStringList&
     if (!parser.parse(arguments)) {
         return usageError(parser.errorText(), helpText(parser));
     }
+    m_json = parser.optionNames().contains(kJsonOption);
     if (parser.isSet(helpOption)) {
         m_console.out() << helpText(parser) << Qt::flush;
         return Success;
@@ -332,18 +352,34 @@ QString NivoCli::helpText(const QCommandLineParser& parser) const {
 }
 
 int NivoCli::usageError(const QString& message, const QString& usage) {
-    m_console.err() << message << Qt::endl;
+    m_console.err() << kMessagePrefix << message << Qt::endl;
     if (!usage.isEmpty()) {
         m_console.err() << usage << Qt::flush;
     }
     return UsageError;
 }
 
-void NivoCli::printAlert(const QString& message, const QString& informativeText) {
-    m_console.err() << message << Qt::endl;
-    if (!informativeText.isEmpty()) {
-        m_console.err() << informativeText << Qt::endl;
+void NivoCli::say(const QString& message) {
+    printAlert(message, QString());
+}
+
+void NivoCli::warn(const QString& message) {
+    for (const QString& line : message.split(u'\n', Qt::SkipEmptyParts)) {
+        m_console.err() << kMessagePrefix << line << Qt::endl;
     }
+}
+
+void NivoCli::printAlert(const QString& message, const QString& informativeText) {
+    if (m_json) {
+        QJsonObject failure{{kJsonError, message}};
+        if (!informativeText.isEmpty()) {
+            failure.insert(kJsonDetail, informativeText);
+        }
+        m_console.out() << jsonLine(failure) << Qt::endl;
+        return;
+    }
+    warn(message);
+    warn(informativeText);
 }
 
 bool NivoCli::readPassword(bool fromStdin, bool confirm, QString& password, QString& retyped) {
@@ -354,7 +390,7 @@ bool NivoCli::readPassword(bool fromStdin, bool confirm, QString& password, QStr
     }
     const auto first = m_console.readSecret(kPasswordPrompt);
     if (!first) {
-        m_console.err() << kNoTerminal << Qt::endl;
+        say(kNoTerminal);
         return false;
     }
     password = *first;
@@ -422,13 +458,13 @@ int NivoCli::signin(const QStringList& arguments) {
         if (const QString skipped =
                 SignIn::keepFromProfileFile(path, loginName, password, profile);
             !skipped.isEmpty()) {
-            m_console.err() << skipped << Qt::endl;
+            say(skipped);
         }
     } else {
         const NivoProfile profile = SignIn::requestProfile(loginName, password);
         if (!SignIn::succeeded(profile)) {
             if (SignIn::offersProfileFile(profile)) {
-                printAlert(SignIn::unableToConnect(), kOfflineHint);
+                printAlert(SignIn::unableToConnect(), profile.StatusText + u'\n' + kOfflineHint);
             } else {
                 printAlert(SignIn::signInFailed(), profile.StatusText);
             }
@@ -457,7 +493,7 @@ int NivoCli::whoami(const QStringList& arguments) {
         return *done;
     }
     if (!NivoGXUtil::hasRequiredCredentials()) {
-        m_console.err() << kNotSignedIn << Qt::endl;
+        say(kNotSignedIn);
         return Failure;
     }
     m_console.out() << NivoGXUtil::getNivoUsername() << Qt::endl;
@@ -486,7 +522,7 @@ void NivoCli::printCertificate(const QByteArray& der) {
 
 bool NivoCli::requireSignIn() {
     if (!NivoGXUtil::generateRequiredDirectory()) {
-        m_console.err() << kNotSignedIn << Qt::endl;
+        say(kNotSignedIn);
         return false;
     }
     NivoGXUtil::generateUserContactDB(NivoGXUtil::getNivoUsername());
@@ -508,7 +544,7 @@ bool NivoCli::prepareRun(bool passwordFromStdin, QString& password) {
         }
         NivoGXUtil::setNivoProfile();
     } else {
-        m_console.err() << kNotSignedIn << Qt::endl;
+        say(kNotSignedIn);
         return false;
     }
     NivoGXUtil::generateUserContactDB(NivoGXUtil::getNivoUsername());
@@ -543,6 +579,7 @@ bool NivoCli::findRecipient(const QString& typed, Contact& contact, bool& added)
 int NivoCli::encrypt(const QStringList& arguments) {
     QCommandLineParser parser;
     parser.addOption(QCommandLineOption(kLastUsedOption, kLastUsedHelp));
+    parser.addOption(QCommandLineOption(kArmorOption, kArmorHelp));
     parser.addOption(QCommandLineOption({kRecipientOption, kRecipientLongOption}, kRecipientHelp,
                                         kRecipientValue));
     QStringList files;
@@ -564,26 +601,39 @@ int NivoCli::encrypt(const QStringList& arguments) {
             recipients.append(found);
         }
     }
-    const QString folder = runFolder(parser, NivoGXUtil::getLastOutputEncryptFolder());
-    if (folder.isEmpty()) {
+    QStringList names = files;
+    m_armor = parser.isSet(kArmorOption);
+    QString folder;
+    if (!m_toStdout) {
+        folder = runFolder(parser, NivoGXUtil::getLastOutputEncryptFolder());
+        if (folder.isEmpty()) {
+            return Failure;
+        }
+    }
+    // Results for standard output, and armoured ones, are made aside first.
+    m_finalFolder = folder;
+    const QString runIn = m_toStdout || m_armor ? preparePipe(files, names) : folder;
+    if (runIn.isEmpty()) {
         return Failure;
     }
     // Remembered before the run, so that the next start clears what a killed run left there.
     const QString previous = NivoGXUtil::getLastOutputEncryptFolder();
-    NivoGXUtil::saveSettings(QString(), QString(), QString(), folder, QString());
+    if (!m_toStdout) {
+        NivoGXUtil::saveSettings(QString(), QString(), QString(), folder, QString());
+    }
     RecipientChoice::rememberChoice(recipients);
     for (const Contact& recipient : recipients) {
         if (const QString problem = ContactDB::certificateProblem(recipient); !problem.isEmpty()) {
-            m_console.err() << kUnverifiedRecipient.arg(VisibleText::of(recipient.NivoID),
-                                                        VisibleText::of(problem))
-                            << Qt::endl;
+            warn(kUnverifiedRecipient.arg(VisibleText::of(recipient.NivoID),
+                                         VisibleText::of(problem)));
         }
     }
     bool placed = false;
     const int exit =
-        processFiles(files, password, recipients, folder, true, parser.isSet(kJsonOption), placed);
+        processFiles(files, names, password, recipients, runIn, true, parser.isSet(kJsonOption),
+                     placed);
     // A folder where every file failed is not offered again.
-    if (!placed && exit != Success) {
+    if (!placed && exit != Success && !m_toStdout) {
         NivoGXUtil::setLastOutputFolder(true, previous);
     }
     return exit;
@@ -597,17 +647,22 @@ int NivoCli::decrypt(const QStringList& arguments) {
     if (const auto done = parseFileRun(parser, arguments, files, password)) {
         return *done;
     }
-    const QString folder = runFolder(parser, NivoGXUtil::getLastOutputDecryptFolder());
+    QStringList names = files;
+    const QString folder = m_toStdout
+                               ? preparePipe(files, names)
+                               : runFolder(parser, NivoGXUtil::getLastOutputDecryptFolder());
     if (folder.isEmpty()) {
         return Failure;
     }
     const QString previous = NivoGXUtil::getLastOutputDecryptFolder();
-    NivoGXUtil::saveSettings(QString(), QString(), QString(), QString(), folder);
+    if (!m_toStdout) {
+        NivoGXUtil::saveSettings(QString(), QString(), QString(), QString(), folder);
+    }
     m_requireVerified = parser.isSet(kRequireVerifiedOption);
     bool placed = false;
-    const int exit =
-        processFiles(files, password, {}, folder, false, parser.isSet(kJsonOption), placed);
-    if (!placed && exit != Success) {
+    const int exit = processFiles(files, names, password, {}, folder, false,
+                                  parser.isSet(kJsonOption), placed);
+    if (!placed && exit != Success && !m_toStdout) {
         NivoGXUtil::setLastOutputFolder(false, previous);
     }
     return exit;
@@ -619,6 +674,7 @@ std::optional<int> NivoCli::parseFileRun(QCommandLineParser& parser, const QStri
         QCommandLineOption({kOutputOption, kOutputLongOption}, kOutputHelp, kFolderValue));
     parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
     parser.addOption(QCommandLineOption(kPasswordStdinOption, kRunPasswordStdinHelp));
+    parser.addOption(QCommandLineOption(kStdoutOption, kStdoutHelp));
     parser.addPositionalArgument(kFilesArgument, kFilesHelp, kFilesSyntax);
     if (const auto done = parse(parser, arguments)) {
         return done;
@@ -627,10 +683,46 @@ std::optional<int> NivoCli::parseFileRun(QCommandLineParser& parser, const QStri
     if (files.isEmpty()) {
         return usageError(kNoFiles, helpText(parser));
     }
+    const bool fromStdin = files.contains(kStdinName);
+    m_toStdout = parser.isSet(kStdoutOption) || fromStdin;
+    if (m_toStdout) {
+        if (files.size() != 1) {
+            return usageError(kOneFileToStdout, helpText(parser));
+        }
+        if (parser.isSet(kJsonOption)) {
+            return usageError(kNoJsonToStdout, helpText(parser));
+        }
+        if (fromStdin && parser.isSet(kPasswordStdinOption)) {
+            return usageError(kPasswordAndStdin, helpText(parser));
+        }
+        if (CliPipe::standardOutputIsTerminal()) {
+            return usageError(kStdoutIsTerminal, QString());
+        }
+    }
     if (!prepareRun(parser.isSet(kPasswordStdinOption), password)) {
         return Failure;
     }
     return std::nullopt;
+}
+
+QString NivoCli::preparePipe(QStringList& files, QStringList& names) {
+    m_pipe = std::make_unique<CliPipe>(NivoGXUtil::applicationFolder());
+    QString failure;
+    const QString folder = m_pipe->outputFolder(failure);
+    if (folder.isEmpty()) {
+        say(failure);
+        return {};
+    }
+    if (files.constFirst() == kStdinName) {
+        const QString path = m_pipe->takeStandardInput(failure);
+        if (path.isEmpty()) {
+            say(failure);
+            return {};
+        }
+        files = {path};
+        names = {CliPipe::kStandardInput};
+    }
+    return folder;
 }
 
 QString NivoCli::runFolder(const QCommandLineParser& parser, const QString& remembered) {
@@ -641,13 +733,14 @@ QString NivoCli::runFolder(const QCommandLineParser& parser, const QString& reme
         folder = given.isEmpty() ? QDir::currentPath() : given;
     }
     if (!QFileInfo(folder).isDir()) {
-        m_console.err() << kNoSuchFolder.arg(VisibleText::of(given)) << Qt::endl;
+        say(kNoSuchFolder.arg(VisibleText::of(given)));
         return {};
     }
     return QFileInfo(folder).absoluteFilePath();
 }
 
-int NivoCli::processFiles(const QStringList& files, const QString& password,
+int NivoCli::processFiles(const QStringList& files, const QStringList& names,
+                          const QString& password,
                           const QList<Contact>& recipients, const QString& outputFolder,
                           bool toEncrypt, bool json, bool& placed) {
     placed = false;
@@ -679,15 +772,43 @@ int NivoCli::processFiles(const QStringList& files, const QString& password,
     std::vector<std::unique_ptr<ProcessController>> controllers(runs.size());
     std::unique_ptr<ProcessController> retired;
 
-    const auto printLine = [&](const QString& file, const Run& run) {
+    const auto printLine = [&](const QString& file, Run run) {
+        if (m_pipe && run.outcome.isEmpty()) {
+            // A result made aside goes on to where it belongs.
+            QString failure;
+            if (m_toStdout) {
+                failure = m_armor ? CliPipe::releaseArmoured(run.outputPath)
+                                  : CliPipe::release(run.outputPath);
+            } else {
+                failure = CliPipe::placeArmoured(run.outputPath, m_finalFolder, run.outputPath);
+            }
+            run.outcome = failure;
+        }
         const bool succeeded = run.outcome.isEmpty();
         allSucceeded = allSucceeded && succeeded;
         placed = placed || succeeded;
+        const auto fromText = [&run] {
+            return run.sender.verified()
+                       ? kFromSender.arg(VisibleText::of(run.sender.name))
+                       : kFromUnverifiedSender.arg(VisibleText::of(run.sender.name),
+                                                   VisibleText::of(run.sender.reason()));
+        };
+        if (m_toStdout && succeeded) {
+            // Standard output carries the result; the sender is told beside it.
+            if (!toEncrypt) {
+                warn(kSucceededLine.arg(VisibleText::of(file), CliPipe::kStandardOutput) +
+                     fromText());
+            }
+            return;
+        }
         if (json) {
             QJsonObject line{{kJsonInput, file},
                              {kJsonOutput, succeeded ? QJsonValue(run.outputPath)
                                                      : QJsonValue(QJsonValue::Null)},
                              {kJsonOutcome, run.outcome}};
+            if (!succeeded) {
+                line.insert(kJsonError, run.outcome);
+            }
             if (!toEncrypt) {
                 line.insert(kJsonSender, run.sender.name);
                 line.insert(kJsonVerified, succeeded && run.sender.verified());
@@ -699,15 +820,11 @@ int NivoCli::processFiles(const QStringList& files, const QString& password,
             QString text =
                 kSucceededLine.arg(VisibleText::of(file), VisibleText::of(run.outputPath));
             if (!toEncrypt) {
-                text += run.sender.verified()
-                            ? kFromSender.arg(VisibleText::of(run.sender.name))
-                            : kFromUnverifiedSender.arg(VisibleText::of(run.sender.name),
-                                                        VisibleText::of(run.sender.reason()));
+                text += fromText();
             }
             m_console.out() << text << Qt::endl;
         } else {
-            m_console.err() << kFailedLine.arg(VisibleText::of(file), VisibleText::of(run.outcome))
-                            << Qt::endl;
+            say(kFailedLine.arg(VisibleText::of(file), VisibleText::of(run.outcome)));
         }
     };
 
@@ -724,6 +841,9 @@ int NivoCli::processFiles(const QStringList& files, const QString& password,
             controller->setUserNivoId(userNivoId);
         }
         controller->setRequireVerified(m_requireVerified);
+        if (names[static_cast<qsizetype>(index)] != files[static_cast<qsizetype>(index)]) {
+            controller->setInputName(names[static_cast<qsizetype>(index)]);
+        }
         controller->setOutputPathsInUse(outputsInUse);
         // Only the first file not yet printed shows its progress: the bar is that of one file.
         QObject::connect(controller, &ProcessController::progress, &loop,
@@ -751,7 +871,7 @@ int NivoCli::processFiles(const QStringList& files, const QString& password,
                     m_console.endProgress();
                 }
                 for (; printed < runs.size() && runs[printed].done; ++printed) {
-                    printLine(files[static_cast<qsizetype>(printed)], runs[printed]);
+                    printLine(names[static_cast<qsizetype>(printed)], runs[printed]);
                 }
                 startMore();
                 if (printed == runs.size() || (interrupted && underWay == 0)) {
@@ -859,7 +979,7 @@ int NivoCli::contacts(const QStringList& arguments) {
         const QList<Contact> list = NivoGXUtil::getContactList();
         const qsizetype at = RecipientChoice::indexOf(list, nivoId);
         if (at < 0) {
-            m_console.err() << kNoSuchContact.arg(nivoId) << Qt::endl;
+            say(kNoSuchContact.arg(nivoId));
             return Failure;
         }
         const Contact& contact = list.at(at);
@@ -888,7 +1008,7 @@ int NivoCli::contacts(const QStringList& arguments) {
         const auto it = std::find_if(list.begin(), list.end(),
                                      [&nivoId](const Contact& c) { return c.NivoID == nivoId; });
         if (it == list.end()) {
-            m_console.err() << kNoSuchContact.arg(nivoId) << Qt::endl;
+            say(kNoSuchContact.arg(nivoId));
             return Failure;
         }
         NivoGXUtil::deleteContact(it->ID);
@@ -911,7 +1031,7 @@ int NivoCli::contacts(const QStringList& arguments) {
         return Failure;
     }
     if (!skipped.isEmpty()) {
-        m_console.err() << ContactDB::notImportedMessage(skipped) << Qt::endl;
+        warn(ContactDB::notImportedMessage(skipped));
     }
     m_console.out() << kImported.arg(argument) << Qt::endl;
     return Success;
@@ -1041,7 +1161,7 @@ int NivoCli::inspect(const QStringList& arguments) {
     const QString path = parser.positionalArguments().constFirst();
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
-        m_console.err() << kFailedLine.arg(VisibleText::of(path), file.errorString()) << Qt::endl;
+        say(kFailedLine.arg(VisibleText::of(path), file.errorString()));
         return Failure;
     }
 
@@ -1060,10 +1180,24 @@ int NivoCli::inspect(const QStringList& arguments) {
             certificates << own->Cer;
         }
     }
-    const CmsOutline inspection = CmsOutline::inspect(file, certificates);
+    // Armour is looked through: the message it carries is inspected.
+    QTemporaryFile unwrapped;
+    QIODevice* message = &file;
+    if (CmsArmour::isArmoured(path)) {
+        if (!unwrapped.open()) {
+            say(kFailedLine.arg(VisibleText::of(path), unwrapped.errorString()));
+            return Failure;
+        }
+        if (const QString failure = CmsArmour::unwrap(file, unwrapped); !failure.isEmpty()) {
+            say(kFailedLine.arg(VisibleText::of(path), failure));
+            return Failure;
+        }
+        unwrapped.seek(0);
+        message = &unwrapped;
+    }
+    const CmsOutline inspection = CmsOutline::inspect(*message, certificates);
     if (!inspection.failure.isEmpty()) {
-        m_console.err() << kFailedLine.arg(VisibleText::of(path), VisibleText::of(inspection.failure))
-                        << Qt::endl;
+        say(kFailedLine.arg(VisibleText::of(path), VisibleText::of(inspection.failure)));
         return Failure;
     }
     const auto nameOf = [&names](const CmsOutline::Recipient& r) {

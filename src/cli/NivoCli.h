@@ -4,9 +4,11 @@
 #include <QList>
 #include <QString>
 #include <QStringList>
+#include <memory>
 #include <optional>
 
 #include "CliConsole.h"
+#include "CliPipe.h"
 #include "contacts/Contact.h"
 
 // The commands of nivogx-cli over the core, on the same folders, database, log and credential
@@ -46,8 +48,9 @@ private:
                                            std::optional<qsizetype> positionalCount = std::nullopt);
     // The command's help, its name in the usage line.
     [[nodiscard]] QString helpText(const QCommandLineParser& parser) const;
+    // Reports a usage error on standard error, followed by the help, and gives UsageError.
     int usageError(const QString& message, const QString& usage);
-    void printGlobalHelp();
+    [[nodiscard]] static QString globalHelp();
 
     // The password from the first line of standard input, or typed twice when `confirm`.
     [[nodiscard]] bool readPassword(bool fromStdin, bool confirm, QString& password,
@@ -65,7 +68,15 @@ private:
     // The run's output folder (-o, else the remembered one, else the current folder); empty,
     // with the message printed, when -o names no folder.
     [[nodiscard]] QString runFolder(const QCommandLineParser& parser, const QString& remembered);
+    // For a run on standard input or output: the private folder for its output, and standard
+    // input in place of "-" (named so in `names`). Empty, with the message printed, on failure.
+    [[nodiscard]] QString preparePipe(QStringList& files, QStringList& names);
+    // A message on standard error, each line after the program's name; with --json, a failure
+    // object ({"error", "detail"}) on standard output instead.
     void printAlert(const QString& message, const QString& informativeText);
+    void say(const QString& message);
+    // A warning: on standard error after the program's name, also with --json.
+    void warn(const QString& message);
     // Subject, issuer, validity and fingerprint of a DER certificate, a line each.
     void printCertificate(const QByteArray& der);
     // The contact with a typed NIVO ID; an unknown one is looked up on the server and kept.
@@ -73,14 +84,21 @@ private:
     [[nodiscard]] bool findRecipient(const QString& typed, Contact& contact, bool& added);
 
     // Runs the files through the processing run, two small ones at a time, and prints their
-    // results in the order given; Failure when any of them failed. An interrupt cancels the
-    // runs under way, starts no more and gives Interrupted. `placed` says whether any output
-    // went to the folder.
-    [[nodiscard]] int processFiles(const QStringList& files, const QString& password,
+    // results in the order given, naming each input as `names` does; Failure when any of them
+    // failed. An interrupt cancels the runs under way, starts no more and gives Interrupted.
+    // `placed` says whether any output went to the folder. With a pipe, the result goes on to
+    // standard output.
+    [[nodiscard]] int processFiles(const QStringList& files, const QStringList& names,
+                                   const QString& password,
                                    const QList<Contact>& recipients, const QString& outputFolder,
                                    bool toEncrypt, bool json, bool& placed);
 
     CliConsole& m_console;
     const Command* m_command = nullptr;  // the one being run
     bool m_requireVerified = false;      // decrypt --require-verified
+    bool m_json = false;                 // the command has --json set
+    bool m_toStdout = false;             // the result goes to standard output
+    bool m_armor = false;                // encrypt --armor
+    QString m_finalFolder;               // where results made aside go, when not to the output
+    std::unique_ptr<CliPipe> m_pipe;     // standard input and output of such a run
 };

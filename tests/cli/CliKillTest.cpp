@@ -138,7 +138,7 @@ TEST_F(CliKillTest, AnInterruptCancelsTheFileUnderWayAndLeavesNothing) {
         if (process.exitStatus() == QProcess::NormalExit) {
             EXPECT_EQ(process.exitCode(), 130);
             EXPECT_EQ(firstLine(QString::fromUtf8(process.readAllStandardError())),
-                      u"%1: Encryption cancelled"_s.arg(huge));
+                      u"nivogx-cli: %1: Encryption cancelled"_s.arg(huge));
         }
     }
     // The cancel's own line, then that of the stopped work.

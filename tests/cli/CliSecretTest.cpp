@@ -123,7 +123,7 @@ TEST_F(CliSecretTest, ThePasswordAppearsNowhere) {
     CliRun run = cli(nina, {u"signin"_s, u"nina"_s, u"--password-stdin"_s}, kWrongSecret.toUtf8() + '\n');
     EXPECT_EQ(run.exitCode, 1);
     // Among the log lines: the alert.
-    EXPECT_TRUE(run.err.contains(u"\nSign in Failed\nWrong password\n"_s));
+    EXPECT_TRUE(run.err.contains(u"\nnivogx-cli: Sign in Failed\nnivogx-cli: Wrong password\n"_s));
     ASSERT_EQ(cli(nina, {u"signin"_s, u"nina"_s, u"--password-stdin"_s}, secretLine).exitCode, 0);
 
     nina.write(u"plan.txt"_s, "the plan");

@@ -3,6 +3,7 @@
 // record, so users take turns: each step signs its user in first.
 
 #include "CliTestKit.h"
+#include "ScriptedHttpsServer.h"
 
 using namespace Qt::Literals::StringLiterals;
 using namespace clitest;
@@ -49,10 +50,10 @@ TEST_F(CliTest, FilesGoOnlyToTheirRecipientsAndNameTheSender) {
 
     run = alice.cli({u"encrypt"_s, u"-r"_s, u" ALICE "_s, u"report.pdf"_s}, m_url);
     EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(firstLine(run.err), u"Unable to add self."_s);
+    EXPECT_EQ(firstLine(run.err), u"nivogx-cli: Unable to add self."_s);
     run = alice.cli({u"encrypt"_s, u"-r"_s, u"nobody"_s, u"report.pdf"_s}, m_url);
     EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(firstLine(run.err), u"User does not exists"_s);
+    EXPECT_EQ(firstLine(run.err), u"nivogx-cli: User does not exists"_s);
     EXPECT_FALSE(QFileInfo::exists(alice.files() + u"/report(2).pdf.tvf"_s));
 
     // The outside of the file names its recipients; the user and contacts are recognised.
@@ -86,7 +87,7 @@ TEST_F(CliTest, FilesGoOnlyToTheirRecipientsAndNameTheSender) {
     EXPECT_TRUE(run.out.contains(u"\n  bob  key transport"_s)) << run.out.toStdString();
     run = alice.cli({u"inspect"_s, u"report.pdf"_s}, m_url);
     EXPECT_EQ(run.exitCode, 1);
-    EXPECT_TRUE(run.err.startsWith(u"report.pdf: Unrecognized top level CMS encoding"_s))
+    EXPECT_TRUE(run.err.startsWith(u"nivogx-cli: report.pdf: Unrecognized top level CMS encoding"_s))
         << run.err.toStdString();
 
     // Only runs that got under way are logged.
@@ -162,7 +163,7 @@ TEST_F(CliTest, FilesGoOnlyToTheirRecipientsAndNameTheSender) {
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_EQ(run.out, QString());
     EXPECT_EQ(run.err,
-              u"report.pdf.tvf: Decryption failed. You are not the recipient of the file.\n"_s)
+              u"nivogx-cli: report.pdf.tvf: Decryption failed. You are not the recipient of the file.\n"_s)
         << run.err.toStdString();
     EXPECT_FALSE(QFileInfo::exists(carol.files() + u"/report.pdf"_s));
 }
@@ -202,13 +203,13 @@ TEST_F(CliTest, ContactsAndProfileCarryOverToAnOfflineSignIn) {
     const User laptop(u"dave"_s, m_root.path() + u"/laptop"_s);
     run = laptop.signIn(m_url);
     EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(firstLine(run.err), u"Unable to connect to NIVO Server"_s);
+    EXPECT_EQ(firstLine(run.err), u"nivogx-cli: Unable to connect to NIVO Server"_s);
 
     run = laptop.cli(
         {u"signin"_s, u"dave"_s, u"--password-stdin"_s, u"--profile-file"_s, profileFile}, m_url,
         "wrong password\n");
     EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(run.err, u"Sign in Failed\nInvalid password\n"_s);
+    EXPECT_EQ(run.err, u"nivogx-cli: Sign in Failed\nnivogx-cli: Invalid password\n"_s);
     run = laptop.cli(
         {u"signin"_s, u"dave"_s, u"--password-stdin"_s, u"--profile-file"_s, profileFile}, m_url,
         kPassword.toUtf8() + '\n');
@@ -230,7 +231,7 @@ TEST_F(CliTest, ContactsAndProfileCarryOverToAnOfflineSignIn) {
         << "no terminal to ask on";
     run = laptop.cli({u"decrypt"_s, u"--password-stdin"_s, u"notes.txt.tvf"_s}, m_url, "not it\n");
     EXPECT_EQ(run.exitCode, 1);
-    EXPECT_TRUE(run.err.startsWith(u"notes.txt.tvf: "_s)) << run.err.toStdString();
+    EXPECT_TRUE(run.err.startsWith(u"nivogx-cli: notes.txt.tvf: "_s)) << run.err.toStdString();
     run = laptop.cli({u"decrypt"_s, u"--password-stdin"_s, u"notes.txt.tvf"_s}, m_url,
                      kPassword.toUtf8() + '\n');
     EXPECT_EQ(run.out, u"notes.txt.tvf -> %1/notes(2).txt (from dave)\n"_s.arg(laptop.files()))
@@ -246,7 +247,7 @@ TEST(CliUsage, RefusesBadInputWithTheSystemsTexts) {
 
     CliRun run = user.cli({u"frobnicate"_s}, nowhere);
     EXPECT_EQ(run.exitCode, 2);
-    EXPECT_EQ(firstLine(run.err), u"Unknown command: frobnicate"_s);
+    EXPECT_EQ(firstLine(run.err), u"nivogx-cli: Unknown command: frobnicate"_s);
     EXPECT_EQ(user.cli({u"encrypt"_s}, nowhere).exitCode, 2);
     EXPECT_EQ(user.cli({u"contacts"_s, u"add"_s}, nowhere).exitCode, 2);
     EXPECT_EQ(user.cli({u"decrypt"_s, u"--bogus"_s, u"x.tvf"_s}, nowhere).exitCode, 2);
@@ -258,15 +259,46 @@ TEST(CliUsage, RefusesBadInputWithTheSystemsTexts) {
 
     run = user.cli({u"signin"_s, u"   "_s, u"--password-stdin"_s}, nowhere, "secret\n");
     EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(run.err, u"Username required\nPlease enter your NIVO username.\n"_s);
+    EXPECT_EQ(run.err, u"nivogx-cli: Username required\nnivogx-cli: Please enter your NIVO username.\n"_s);
     run = user.cli({u"signin"_s, u"frank"_s, u"--password-stdin"_s}, nowhere, "  \n");
-    EXPECT_EQ(run.err, u"Password required\nPlease enter your NIVO password.\n"_s);
+    EXPECT_EQ(run.err, u"nivogx-cli: Password required\nnivogx-cli: Please enter your NIVO password.\n"_s);
     run = user.cli({u"signin"_s, u"frank"_s}, nowhere);
     EXPECT_EQ(run.exitCode, 1) << "no terminal to ask on";
 
     run = user.cli({u"signup"_s, u"frank!"_s, u"--password-stdin"_s}, nowhere, "secret\n");
     EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(firstLine(run.err), u"Username is not considered valid"_s);
+    EXPECT_EQ(firstLine(run.err), u"nivogx-cli: Username is not considered valid"_s);
+
+    // A usage error leaves standard output to the results.
+    run = user.cli({}, nowhere);
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(run.out, QString());
+    EXPECT_TRUE(run.err.startsWith(u"nivogx-cli: No command given.\nUsage: "_s))
+        << run.err.toStdString();
+    // With --json a failure is an object too.
+    run = user.cli({u"inspect"_s, u"--json"_s, u"missing.tvf"_s}, nowhere);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(json(run.out).value(u"error"_s).toString().startsWith(u"missing.tvf: "_s))
+        << run.out.toStdString();
+    EXPECT_EQ(run.err, QString());
+}
+
+// Whatever stands in the server's place, the person learns what answered.
+TEST(CliUsage, AnErrorPageInsteadOfTheServerIsNamed) {
+    QTemporaryDir root;
+    const User user(u"gina"_s, root.path());
+    ScriptedHttpsServer proxy;
+    proxy.answer("<html><body><h1>502 Bad Gateway</h1></body></html>", "text/html", 502);
+    const QString badGateway = u"nivogx-cli: The account server answered 502 Bad Gateway.\n"_s;
+
+    CliRun run = user.cli({u"signin"_s, u"gina"_s, u"--password-stdin"_s}, proxy.baseUrl(),
+                          "secret\n");
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.err, u"nivogx-cli: Sign in Failed\n"_s + badGateway);
+    run = user.cli({u"signup"_s, u"gina"_s, u"--password-stdin"_s}, proxy.baseUrl(),
+                   kPassword.toUtf8() + '\n');
+    EXPECT_EQ(run.exitCode, 1) << "no account was made";
+    EXPECT_TRUE(run.err.endsWith(badGateway)) << run.err.toStdString();
 }
 
 }  // namespace

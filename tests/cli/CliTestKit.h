@@ -31,6 +31,7 @@ struct CliRun {
     int exitCode = -1;
     QString out;
     QString err;
+    QByteArray rawOut;  // standard output as bytes, for results written there
 };
 
 // One simulated person: a home of their own, and the tool run as them.
@@ -77,7 +78,8 @@ public:
             return run;
         }
         run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-        run.out = QString::fromUtf8(process.readAllStandardOutput());
+        run.rawOut = process.readAllStandardOutput();
+        run.out = QString::fromUtf8(run.rawOut);
         run.err = QString::fromUtf8(process.readAllStandardError());
         return run;
     }

@@ -109,7 +109,13 @@ QString ScriptedHttpsServer::baseUrl() const {
 
 void ScriptedHttpsServer::answer(const QByteArray& body, const QByteArray& contentType,
                                  int status) {
-    QByteArray response = "HTTP/1.1 " + QByteArray::number(status) + " Scripted\r\n";
+    // The reason phrases of the statuses tests use; a client must not depend on them.
+    const QByteArray reason = status == 200   ? "OK"
+                              : status == 404 ? "Not Found"
+                              : status == 500 ? "Internal Server Error"
+                              : status == 502 ? "Bad Gateway"
+                                              : "Scripted";
+    QByteArray response = "HTTP/1.1 " + QByteArray::number(status) + ' ' + reason + "\r\n";
     if (!contentType.isEmpty()) {
         response += "Content-Type: " + contentType + "\r\n";
     }

@@ -22,6 +22,9 @@ const QString NivoProfileAdmin::kInvalidNivoIdName = u"Invalid NIVO ID name"_s;
 const QString NivoProfileAdmin::kInvalidNivoIdEmail = u"Invalid NIVO ID email"_s;
 const QString NivoProfileAdmin::kUsernameNotAvailable = u"Username is not available"_s;
 const QString NivoProfileAdmin::kInvalidAccountEntry = u"Invalid Account entry"_s;
+const QString NivoProfileAdmin::kServerAnswered = u"The account server answered %1."_s;
+const QString NivoProfileAdmin::kUntrustedServer =
+    u"The account server's certificate is not trusted (%1)"_s;
 
 namespace {
 
@@ -70,24 +73,6 @@ const QList<Marker>& checkLoginNameMarkers() {
 
 enum class Probe { Profile, ResponseCode };
 
-// The transport's part of a request: the layer's error text, or "" when the answer has no body;
-// none when there is a body to read.
-struct Sent {
-    std::optional<QString> status;
-    QString body;
-};
-
-Sent send(const QString& path, const HttpRequest::Fields& fields) {
-    const HttpRequest::Result result = AccountServer::post(path, fields);
-    if (result.failed()) {
-        return {result.error, {}};
-    }
-    if (result.body.isNull()) {
-        return {QString(u""_s), {}};
-    }
-    return {std::nullopt, result.body};
-}
-
 // The status text of the first marker phrase in the answer, or none. The phrases are searched
 // for in the wrapped text; parsing uses the answer itself.
 std::optional<QString> markedStatus(const QString& body, Probe probe,
@@ -103,10 +88,42 @@ std::optional<QString> markedStatus(const QString& body, Probe probe,
     return std::nullopt;
 }
 
+// The transport's part of a request: a status text when the answer is not one to read (the
+// layer's error, the account server's status, or "" when the answer has no body); none when
+// there is a body to read. An answer with an HTTP status outside 2xx is read only when it holds
+// one of the operation's marker phrases: anything else there, such as a proxy's error page, is
+// no answer of the account server.
+struct Sent {
+    std::optional<QString> status;
+    QString body;
+};
+
+Sent send(const QString& path, const HttpRequest::Fields& fields, Probe probe,
+          const QList<Marker>& markers) {
+    const HttpRequest::Result result = AccountServer::post(path, fields);
+    if (result.tlsFailed()) {
+        return {NivoProfileAdmin::kUntrustedServer.arg(AccountServer::baseUrl().host()), {}};
+    }
+    if (result.failed()) {
+        return {result.error, {}};
+    }
+    if (!result.statusOk() &&
+        (result.body.isNull() || !markedStatus(result.body, probe, markers))) {
+        const QString status = result.statusReason.isEmpty()
+                                   ? QString::number(result.status)
+                                   : u"%1 %2"_s.arg(result.status).arg(result.statusReason);
+        return {NivoProfileAdmin::kServerAnswered.arg(status), {}};
+    }
+    if (result.body.isNull()) {
+        return {QString(u""_s), {}};
+    }
+    return {std::nullopt, result.body};
+}
+
 // The outcome of a request answered with plain text: a marker's status, else "" (success).
 QString textStatus(const QString& path, const HttpRequest::Fields& fields,
                    const QList<Marker>& markers) {
-    const Sent sent = send(path, fields);
+    const Sent sent = send(path, fields, Probe::ResponseCode, markers);
     if (sent.status) {
         return *sent.status;
     }
@@ -119,10 +136,17 @@ NivoProfile emptyProfile(const QString& status) {
 
 }  // namespace
 
+bool NivoProfileAdmin::isUnreachable(const QString& status) {
+    const QString untrustedStart = kUntrustedServer.section(u"%1"_s, 0, 0);
+    return status == HttpRequest::kConnectionFailure ||
+           (status.startsWith(untrustedStart) && status.endsWith(u')'));
+}
+
 NivoProfile NivoProfileAdmin::downloadProfileWithLogInName(const QString& loginName,
                                                            const QString& password) {
     const Sent sent = send(u"/nivo/GetProfile.aspx"_s, {{u"logInName"_s, loginName.toLower()},
-                                                        {u"logInPassword"_s, password}});
+                                                        {u"logInPassword"_s, password}},
+                           Probe::Profile, getProfileMarkers());
     return sent.status ? emptyProfile(*sent.status)
                        : profileFromAnswer(sent.body, loginName, password);
 }
@@ -149,7 +173,8 @@ NivoProfile NivoProfileAdmin::downloadNivoIdWithRequesterLogInName(
     const Sent sent = send(u"/nivo/GetId.aspx"_s, {{u"logInName"_s, requesterLoginName},
                                                    {u"logInPassword"_s, u""_s},
                                                    {u"logInNameToRetrieve"_s, loginNameToRetrieve},
-                                                   {u"emailToRetrieve"_s, u""_s}});
+                                                   {u"emailToRetrieve"_s, u""_s}},
+                           Probe::Profile, getIdMarkers());
     return sent.status ? emptyProfile(*sent.status) : nivoIdFromAnswer(sent.body);
 }
 

@@ -21,6 +21,15 @@ public:
     static const QString kInvalidNivoIdEmail;
     static const QString kUsernameNotAvailable;
     static const QString kInvalidAccountEntry;
+    // An answer outside 2xx that holds none of the operation's marker phrases; "%1" is the
+    // status and its reason, "502 Bad Gateway".
+    static const QString kServerAnswered;
+    // A failed TLS handshake; "%1" is the server's host.
+    static const QString kUntrustedServer;
+
+    // Whether a status text says the server could not be reached at all: no connection, or a
+    // server whose certificate is not trusted.
+    [[nodiscard]] static bool isUnreachable(const QString& status);
 
     // GetProfile: the signed-in user's profile, or an empty one carrying the status text.
     [[nodiscard]] static NivoProfile downloadProfileWithLogInName(const QString& loginName,

@@ -69,7 +69,7 @@ bool SignIn::succeeded(const NivoProfile& profile) noexcept {
 }
 
 bool SignIn::offersProfileFile(const NivoProfile& profile) {
-    return profile.StatusText == HttpRequest::kConnectionFailure;
+    return NivoProfileAdmin::isUnreachable(profile.StatusText);
 }
 
 void SignIn::keep(const QString& loginName, const QString& password, const NivoProfile& profile) {

@@ -14,6 +14,7 @@ using namespace Qt::Literals::StringLiterals;
 const QString HttpRequest::kConnectionFailure = u"A connection failure occurred"_s;
 const QString HttpRequest::kTimedOut = u"The request timed out"_s;
 const QString HttpRequest::kAnswerTooLarge = u"The server's answer is too large."_s;
+const QString HttpRequest::kTlsFailure = u"The TLS handshake failed"_s;
 
 namespace {
 
@@ -22,7 +23,6 @@ bool isConnectionFailure(QNetworkReply::NetworkError error) {
         case QNetworkReply::ConnectionRefusedError:
         case QNetworkReply::RemoteHostClosedError:
         case QNetworkReply::HostNotFoundError:
-        case QNetworkReply::SslHandshakeFailedError:
         case QNetworkReply::TemporaryNetworkFailureError:
         case QNetworkReply::NetworkSessionFailedError:
         case QNetworkReply::UnknownNetworkError:
@@ -36,11 +36,11 @@ bool isConnectionFailure(QNetworkReply::NetworkError error) {
     }
 }
 
-// Protocol-level answers (4xx, 5xx) still carry a body the caller reads.
-bool isHttpStatusError(QNetworkReply::NetworkError error) {
-    return (error >= QNetworkReply::ContentAccessDenied && error <= QNetworkReply::UnknownContentError) ||
-           (error >= QNetworkReply::ProtocolUnknownError && error <= QNetworkReply::ProtocolFailure) ||
-           (error >= QNetworkReply::InternalServerError && error <= QNetworkReply::UnknownServerError);
+// Failures of the exchange itself, even when a status line came before them.
+bool isProtocolFailure(QNetworkReply::NetworkError error) {
+    return error == QNetworkReply::ProtocolUnknownError ||
+           error == QNetworkReply::ProtocolInvalidOperationError ||
+           error == QNetworkReply::ProtocolFailure || error == QNetworkReply::ContentReSendError;
 }
 
 }  // namespace
@@ -143,16 +143,26 @@ HttpRequest::Result HttpRequest::postForm(const QUrl& url, const Fields& fields,
 
     Result result;
     const QNetworkReply::NetworkError error = reply->error();
+    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
     if (tooLarge) {
         result.error = kAnswerTooLarge;
     } else if (error == QNetworkReply::OperationCanceledError ||
                error == QNetworkReply::TimeoutError) {
         result.error = kTimedOut;
+    } else if (error == QNetworkReply::SslHandshakeFailedError) {
+        result.error = kTlsFailure;
+        result.unreachable = true;
     } else if (isConnectionFailure(error)) {
         result.error = kConnectionFailure;
-    } else if (error != QNetworkReply::NoError && !isHttpStatusError(error)) {
+        result.unreachable = true;
+    } else if (isProtocolFailure(error) || (error != QNetworkReply::NoError && !status.isValid())) {
         result.error = reply->errorString();
     } else {
+        result.status = status.toInt();
+        result.statusReason =
+            QString::fromLatin1(reply->attribute(QNetworkRequest::HttpReasonPhraseAttribute)
+                                    .toByteArray())
+                .trimmed();
         result.body = decodeBody(reply->readAll(),
                                  reply->rawHeader("Content-Type"));
     }

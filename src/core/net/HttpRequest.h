@@ -20,11 +20,22 @@ public:
     static const QString kConnectionFailure;
     static const QString kTimedOut;
     static const QString kAnswerTooLarge;
+    // The TLS handshake failed, mostly because no trusted CA stands behind the server.
+    static const QString kTlsFailure;
 
     struct Result {
         QString error;  // empty when the request completed
         QString body;   // decoded answer; null when the bytes do not decode in the named charset
+        int status = 0;        // the answer's HTTP status; 0 without one
+        QString statusReason;  // its reason phrase as the server sent it; may be empty
+        // The server was never reached: refused, unknown host, no route, failed TLS.
+        bool unreachable = false;
         [[nodiscard]] bool failed() const { return !error.isEmpty(); }
+        [[nodiscard]] bool tlsFailed() const { return error == kTlsFailure; }
+        // A 2xx status, or none at all (an answer that is no HTTP one).
+        [[nodiscard]] bool statusOk() const {
+            return status == 0 || (status >= 200 && status < 300);
+        }
     };
 
     // The CAs the system trusts: those of SSL_CERT_FILE and SSL_CERT_DIR when either is set,
@@ -37,8 +48,9 @@ public:
     };
 
     // POSTs the fields in order as "application/x-www-form-urlencoded; charset=utf-8" (empty
-    // values included) and waits for the answer. The HTTP status is not looked at: an answer is
-    // an answer.
+    // values included) and waits for the answer. An answer with any HTTP status is an answer,
+    // with its body and status; a failure below HTTP (no connection, TLS, a protocol failure, a
+    // body that would have to be sent again) is an error.
     [[nodiscard]] static Result postForm(const QUrl& url, const Fields& fields,
                                          const Options& options);
 

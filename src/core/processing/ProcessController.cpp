@@ -1,7 +1,11 @@
 #include "processing/ProcessController.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <QFile>
 #include <QFileInfo>
+#include <QTemporaryFile>
 #include <QFutureWatcher>
 #include <QLoggingCategory>
 #include <QPointer>
@@ -15,6 +19,7 @@
 
 #include "account/NivoProfileCommon.h"
 #include "contacts/ContactDB.h"
+#include "crypto/CmsArmour.h"
 #include "crypto/NivoCryptoOperation.h"
 #include "crypto/TVXException.h"
 #include "processing/PathText.h"
@@ -141,6 +146,57 @@ QString decryptedName(const QString& fileName) {
     return name.isEmpty() ? fileName : name;
 }
 
+// A protected file in text armour (PEM, S/MIME), decoded into a file of no name in the output's
+// folder (a named one where the system has none), which goes away with this object.
+class UnwrappedInput {
+public:
+    UnwrappedInput(const QString& inputPath, const QString& folder) {
+        QFile in(inputPath);
+        if (!in.open(QIODevice::ReadOnly)) {
+            m_failure = in.errorString();
+            return;
+        }
+        QFile out;
+#ifdef O_TMPFILE
+        m_fd = ::open(QFile::encodeName(folder).constData(), O_TMPFILE | O_RDWR | O_CLOEXEC,
+                      0600);
+#endif
+        if (m_fd >= 0) {
+            (void)out.open(m_fd, QIODevice::WriteOnly, QFileDevice::DontCloseHandle);
+            m_path = u"/proc/self/fd/%1"_s.arg(m_fd);
+        } else {
+            m_named = std::make_unique<QTemporaryFile>(folder + u"/.armour.nivogx-XXXXXX"_s);
+            if (!m_named->open()) {
+                m_failure = m_named->errorString();
+                return;
+            }
+            m_path = m_named->fileName();
+        }
+        QIODevice& target = m_named ? static_cast<QIODevice&>(*m_named) : out;
+        m_failure = CmsArmour::unwrap(in, target);
+        if (m_named) {
+            m_named->close();
+        }
+    }
+    ~UnwrappedInput() {
+        if (m_fd >= 0) {
+            ::close(m_fd);
+        }
+    }
+    UnwrappedInput(const UnwrappedInput&) = delete;
+    UnwrappedInput& operator=(const UnwrappedInput&) = delete;
+
+    // "" when the message is ready at path().
+    [[nodiscard]] const QString& failure() const { return m_failure; }
+    [[nodiscard]] const QString& path() const { return m_path; }
+
+private:
+    int m_fd = -1;
+    std::unique_ptr<QTemporaryFile> m_named;
+    QString m_path;
+    QString m_failure;
+};
+
 // Called on the worker thread with bytes done and the total.
 using ProgressReport = NivoCryptoOperation::Progress;
 
@@ -169,9 +225,18 @@ Outcome work(const Job& job, const ProgressReport& report) {
                     return contacts.contactExists(nivoId) >= 0;
                 };
             }
-            outcome.text =
-                NivoCryptoOperation::decryptFile(job.inputPath, job.profile, job.password,
-                                                 job.outputPath, outcome.sender, context, run);
+            // Armoured files are opened as the message their text carries.
+            std::optional<UnwrappedInput> unwrapped;
+            if (CmsArmour::isArmoured(job.inputPath)) {
+                unwrapped.emplace(job.inputPath, QFileInfo(job.outputPath).absolutePath());
+                if (!unwrapped->failure().isEmpty()) {
+                    outcome.text = unwrapped->failure();
+                    return outcome;
+                }
+            }
+            outcome.text = NivoCryptoOperation::decryptFile(
+                unwrapped ? unwrapped->path() : job.inputPath, job.profile, job.password,
+                job.outputPath, outcome.sender, context, run);
         }
     } catch (const TVXException& e) {
         outcome.text = e.description();
@@ -224,6 +289,9 @@ void ProcessController::processFile(const QString& inputPath, const NivoProfile&
     m_password = password;
     m_toEncrypt = toEncrypt;
     m_inputPath = inputPath;
+    if (m_inputName.isEmpty()) {
+        m_inputName = inputPath;
+    }
 
     if (!QFileInfo::exists(inputPath)) {
         // Reported like any outcome, from the event loop, so the caller sees one way of finishing.
@@ -248,10 +316,10 @@ void ProcessController::processFile(const QString& inputPath, const NivoProfile&
     m_running = true;
 
     if (toEncrypt) {
-        Q_EMIT statusChanged(kEncryptingLabel.arg(inputPath), kEncryptingTitle);
+        Q_EMIT statusChanged(kEncryptingLabel.arg(m_inputName), kEncryptingTitle);
         encryptProcess(certificates);
     } else {
-        Q_EMIT statusChanged(kDecryptingLabel.arg(inputPath), kDecryptingTitle);
+        Q_EMIT statusChanged(kDecryptingLabel.arg(m_inputName), kDecryptingTitle);
         decryptProcess();
     }
 }
@@ -291,7 +359,7 @@ void ProcessController::startInBackground(QList<QByteArray> certificates) {
     // What the completion needs, so that it can run after this controller is gone (a cancelled
     // run's window is closed while its work goes on).
     const bool toEncrypt = m_toEncrypt;
-    const QString inputPath = m_inputPath;
+    const QString inputPath = m_inputName;
     const QStringList encryptionNames = encryptionLogNames();
     const QPointer<ProcessController> self(this);
 
@@ -345,10 +413,10 @@ void ProcessController::cancel() {
     // The work stops at its next block and discards what it wrote.
     m_cancelled->store(true);
     if (m_toEncrypt) {
-        NivoGXUtil::writeToLog(kEncryptAction, m_inputPath, encryptionLogNames(), kCancelled);
+        NivoGXUtil::writeToLog(kEncryptAction, m_inputName, encryptionLogNames(), kCancelled);
         Q_EMIT processingCompleted(kEncryptionCancelled);
     } else {
-        NivoGXUtil::writeToLog(kDecryptAction, m_inputPath, {}, kCancelled);
+        NivoGXUtil::writeToLog(kDecryptAction, m_inputName, {}, kCancelled);
         Q_EMIT processingCompleted(kDecryptionCancelled);
     }
 }

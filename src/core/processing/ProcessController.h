@@ -82,6 +82,10 @@ public:
     // once: this run picks none of them, as their files appear only once complete and so escape
     // the check for existing ones. Call it before processFile.
     void setOutputPathsInUse(QSet<QString> paths);
+    // The name of the input in the log line and the status label, for an input whose path means
+    // nothing to the person, such as standard input copied to a temporary file; the path by
+    // default. Call it before processFile.
+    void setInputName(const QString& name) { m_inputName = name; }
     // Makes a decrypted file whose sender is not verified a failure, leaving no output. Call it
     // before processFile.
     void setRequireVerified(bool required) noexcept { m_requireVerified = required; }
@@ -119,6 +123,7 @@ private:
     QString m_password;
     bool m_toEncrypt = true;
     QString m_inputPath;
+    QString m_inputName;
     QString m_outputPath;
     QList<Contact> m_recipientList;
     QString m_userNivoId;

@@ -50,12 +50,15 @@ TEST(AccountRulesTest, SignUpReportsTheFirstProblemOnly) {
         QStringLiteral("Please ensure that both Password and Re-type password are the same."));
 }
 
-TEST(AccountRulesTest, OnlyAConnectionFailureOffersTheProfileFile) {
+TEST(AccountRulesTest, OnlyAnUnreachableServerOffersTheProfileFile) {
     const auto failure = [](const char* text) {
         return NivoProfile::failure(QString::fromLatin1(text));
     };
     EXPECT_TRUE(SignIn::offersProfileFile(failure("A connection failure occurred")));
+    EXPECT_TRUE(SignIn::offersProfileFile(
+        failure("The account server's certificate is not trusted (example.org)")));
     EXPECT_FALSE(SignIn::offersProfileFile(failure("a connection failure occurred")));
+    EXPECT_FALSE(SignIn::offersProfileFile(failure("The account server answered 502 Bad Gateway.")));
     EXPECT_FALSE(SignIn::offersProfileFile(failure("The request timed out")));
     EXPECT_FALSE(SignIn::offersProfileFile(failure("Wrong password")));
 

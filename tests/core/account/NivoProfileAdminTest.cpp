@@ -2,7 +2,9 @@
 // sent, and how malformed answers end. The real server's behaviour is tested in tests/server.
 #include <gtest/gtest.h>
 
+#include <QProcess>
 #include <QStringList>
+#include <QTemporaryDir>
 #include <QTcpServer>
 #include <QUrlQuery>
 
@@ -225,6 +227,42 @@ TEST_F(NivoProfileAdminTest, TransportFailuresAreTheLayersTexts) {
     EXPECT_EQ(download().StatusText, QStringLiteral("A connection failure occurred"));
     EXPECT_EQ(NivoProfileAdmin::checkLogInNameAvailability(QStringLiteral("a")),
               QStringLiteral("A connection failure occurred"));
+
+    // A server nobody vouches for is named, and counts as out of reach.
+    QTemporaryDir dir;
+    QProcess openssl;
+    openssl.setWorkingDirectory(dir.path());
+    openssl.start(QStringLiteral("openssl"),
+                  QStringLiteral("req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes "
+                                 "-keyout key.pem -out cert.pem -days 2 -subj /CN=localhost "
+                                 "-addext subjectAltName=IP:127.0.0.1")
+                      .split(u' '));
+    ASSERT_TRUE(openssl.waitForFinished(30000));
+    ASSERT_EQ(openssl.exitCode(), 0);
+    ScriptedHttpsServer untrusted(dir.filePath(QStringLiteral("cert.pem")),
+                                  dir.filePath(QStringLiteral("key.pem")));
+    untrusted.answer("{}");
+    AccountServer::setBaseUrl(untrusted.baseUrl());
+    const QString status = download().StatusText;
+    EXPECT_EQ(status, QStringLiteral("The account server's certificate is not trusted (127.0.0.1)"));
+    EXPECT_TRUE(NivoProfileAdmin::isUnreachable(status));
+    EXPECT_TRUE(untrusted.requests().isEmpty());
+}
+
+TEST_F(NivoProfileAdminTest, AnErrorStatusWithoutAMarkerNamesTheStatus) {
+    const QString badGateway = QStringLiteral("The account server answered 502 Bad Gateway.");
+    server.answer("<html><h1>502 Bad Gateway</h1></html>", "text/html", 502);
+    EXPECT_EQ(download().StatusText, badGateway);
+    EXPECT_EQ(lookUp().StatusText, badGateway);
+    EXPECT_EQ(NivoProfileAdmin::createProfileWithLoginName(
+                  QStringLiteral("a"), QStringLiteral("p"), {}, {}, {}),
+              badGateway);  // no longer an account created
+    server.answer({}, {}, 404);
+    EXPECT_EQ(NivoProfileAdmin::checkLogInNameAvailability(QStringLiteral("a")),
+              QStringLiteral("The account server answered 404 Not Found."));
+    // The server's own refusals still read as such, whatever their status.
+    server.answer("Service not available", "text/plain", 500);
+    EXPECT_EQ(download().StatusText, QStringLiteral("Server unable to process request"));
 }
 
 }  // namespace

@@ -1,0 +1,125 @@
+// Files through standard input and output: round trips, the release of decrypted content only
+// once it checked out, and the refusals.
+
+#include "CliTestKit.h"
+
+using namespace Qt::Literals::StringLiterals;
+using namespace clitest;
+
+namespace {
+
+TEST_F(CliTest, PipesCarryFilesBothWaysAndReleaseOnlyVerifiedContent) {
+    signUp({"alice", "bob"});
+    const User& alice = *m_users[0];
+    const User& bob = *m_users[1];
+    QByteArray content;
+    for (int i = 0; i < 40000; ++i) {
+        content += QByteArray::number(i * 7919) + (i % 13 == 0 ? '\0' : '\n');
+    }
+
+    ASSERT_EQ(alice.signIn(m_url).exitCode, 0);
+    CliRun run = alice.cli({u"encrypt"_s, u"-r"_s, u"bob"_s, u"-"_s}, m_url, content);
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_EQ(run.err, QString()) << "standard output carries the result, nothing else";
+    const QByteArray protectedBytes = run.rawOut;
+    EXPECT_GT(protectedBytes.size(), content.size());
+    EXPECT_EQ(QDir(alice.files()).entryList(QDir::Files | QDir::Hidden), QStringList());
+    EXPECT_EQ(json(alice.cli({u"log"_s, u"--json"_s}, m_url).out).value(u"file"_s).toString(),
+              u"(standard input)"_s);
+
+    ASSERT_EQ(bob.signIn(m_url).exitCode, 0);
+    run = bob.cli({u"decrypt"_s, u"-"_s}, m_url, protectedBytes);
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_TRUE(run.rawOut == content);
+    EXPECT_EQ(run.err, u"nivogx-cli: (standard input) -> (standard output) (from alice)\n"_s);
+
+    // A named file to standard output.
+    bob.write(u"x.tvf"_s, protectedBytes);
+    run = bob.cli({u"decrypt"_s, u"--stdout"_s, u"x.tvf"_s}, m_url);
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_TRUE(run.rawOut == content);
+
+    // One byte changed near the end: the signature fails after most of the content went by,
+    // and none of it comes out.
+    QByteArray tampered = protectedBytes;
+    tampered[tampered.size() - 300] = static_cast<char>(tampered[tampered.size() - 300] ^ 0x01);
+    run = bob.cli({u"decrypt"_s, u"-"_s}, m_url, tampered);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.rawOut.isEmpty()) << run.rawOut.size() << " bytes came out";
+    EXPECT_TRUE(run.err.startsWith(u"nivogx-cli: (standard input): "_s)) << run.err.toStdString();
+    EXPECT_EQ(QDir(bob.dataHome() + u"/NIVO-GX"_s).entryList({u".std*"_s}, QDir::AllEntries |
+                                                                            QDir::Hidden),
+              QStringList())
+        << "no temporary left behind";
+
+    // One file at a time, and standard input holds either the file or the password.
+    EXPECT_EQ(bob.cli({u"decrypt"_s, u"-"_s, u"x.tvf"_s}, m_url).exitCode, 2);
+    EXPECT_EQ(bob.cli({u"decrypt"_s, u"--json"_s, u"--stdout"_s, u"x.tvf"_s}, m_url).exitCode, 2);
+    EXPECT_EQ(bob.cli({u"decrypt"_s, u"--password-stdin"_s, u"-"_s}, m_url).exitCode, 2);
+}
+
+// Runs the openssl command in `dir`; its standard output.
+QByteArray openssl(const QString& dir, const QStringList& arguments) {
+    QProcess process;
+    process.setWorkingDirectory(dir);
+    process.start(u"openssl"_s, arguments);
+    EXPECT_TRUE(process.waitForFinished(kRunBoundMs));
+    EXPECT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
+    return process.readAllStandardOutput();
+}
+
+TEST_F(CliTest, ArmouredFilesOpenHereAndWithOpenssl) {
+    signUp({"alice", "bob"});
+    const User& alice = *m_users[0];
+    const User& bob = *m_users[1];
+    const QByteArray content = QByteArray("for the mail\n").repeated(3000);
+    ASSERT_EQ(alice.signIn(m_url).exitCode, 0);
+    alice.write(u"note.txt"_s, content);
+    CliRun run = alice.cli({u"encrypt"_s, u"--armor"_s, u"-r"_s, u"bob"_s, u"note.txt"_s}, m_url);
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_EQ(run.out, u"note.txt -> %1/note.txt.tvf\n"_s.arg(alice.files()));
+    QFile armoured(alice.files() + u"/note.txt.tvf"_s);
+    ASSERT_TRUE(armoured.open(QIODevice::ReadOnly));
+    const QList<QByteArray> lines = armoured.readAll().split('\n');
+    ASSERT_GT(lines.size(), 3);
+    EXPECT_EQ(lines.first(), "-----BEGIN CMS-----");
+    EXPECT_EQ(lines.at(lines.size() - 2), "-----END CMS-----");
+    EXPECT_EQ(lines.at(1).size(), 64);
+    // The same to standard output.
+    run = alice.cli({u"encrypt"_s, u"--armor"_s, u"-r"_s, u"bob"_s, u"--stdout"_s, u"note.txt"_s},
+                    m_url);
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_TRUE(run.rawOut.startsWith("-----BEGIN CMS-----\n"));
+
+    // openssl opens it with bob's key.
+    ASSERT_EQ(bob.signIn(m_url).exitCode, 0);
+    const QString work = bob.files();
+    const QString nivo = bob.dataHome() + u"/NIVO-GX"_s;
+    openssl(work, {u"pkcs12"_s, u"-in"_s, nivo + u"/pfx/bob.pfx"_s, u"-passin"_s,
+                   u"pass:"_s + kPassword, u"-nodes"_s, u"-out"_s, u"bob.pem"_s});
+    openssl(work, {u"cms"_s, u"-decrypt"_s, u"-inform"_s, u"PEM"_s, u"-in"_s,
+                   armoured.fileName(), u"-inkey"_s, u"bob.pem"_s, u"-out"_s, u"signed.der"_s});
+    EXPECT_TRUE(openssl(work, {u"cms"_s, u"-verify"_s, u"-noverify"_s, u"-inform"_s, u"DER"_s,
+                               u"-in"_s, u"signed.der"_s}) == content);
+
+    // Here: PEM under either label, and S/MIME as openssl writes it.
+    QFile::copy(armoured.fileName(), work + u"/cms.tvf"_s);
+    armoured.seek(0);
+    bob.write(u"pkcs7.tvf"_s, armoured.readAll().replace("CMS-----", "PKCS7-----"));
+    openssl(work, {u"cms"_s, u"-cmsout"_s, u"-inform"_s, u"PEM"_s, u"-in"_s, u"cms.tvf"_s,
+                   u"-outform"_s, u"SMIME"_s, u"-out"_s, u"smime.eml"_s});
+    for (const QString& name : {u"cms.tvf"_s, u"pkcs7.tvf"_s, u"smime.eml"_s}) {
+        run = bob.cli({u"decrypt"_s, u"--stdout"_s, name}, m_url);
+        EXPECT_EQ(run.exitCode, 0) << name.toStdString() << ": " << run.err.toStdString();
+        EXPECT_TRUE(run.rawOut == content) << name.toStdString();
+    }
+    run = bob.cli({u"inspect"_s, u"--json"_s, u"smime.eml"_s}, m_url);
+    EXPECT_EQ(json(run.out).value(u"recipients"_s).toArray().size(), 2) << run.out.toStdString();
+
+    bob.write(u"broken.tvf"_s, "-----BEGIN CMS-----\nnot base64!\n-----END CMS-----\n");
+    run = bob.cli({u"decrypt"_s, u"broken.tvf"_s}, m_url);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.err.contains(u"bad PEM or S/MIME armour"_s)) << run.err.toStdString();
+}
+
+}  // namespace
