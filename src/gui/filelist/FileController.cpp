@@ -271,6 +271,11 @@ void FileController::processingChanged(bool processing) {
         m_runClock.start();
         return;
     }
+    // The run ends inside the last file's report, before this window has heard its outcome.
+    QMetaObject::invokeMethod(this, &FileController::runEnded, Qt::QueuedConnection);
+}
+
+void FileController::runEnded() {
     const QString done = tr(kRunDone).arg(m_runStarted - m_runFailed).arg(m_runStarted);
     statusBar()->showMessage(done, kStatusMessageMs);
     if (m_runClock.elapsed() < kNotifyAfterMs || isActiveWindow()) {

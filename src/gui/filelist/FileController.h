@@ -72,6 +72,7 @@ private:
     void processSelected(bool toEncrypt);
     void filesDropped(const QStringList& paths);
     void processingChanged(bool processing);
+    void runEnded();
     void showRunProgress(qint64 done, qint64 total);
     QAction* addToolBarAction(const char* text, const char* name, const QString& image,
                               void (FileController::*slot)());
