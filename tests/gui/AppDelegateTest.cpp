@@ -17,8 +17,8 @@
 #include "crypto/CertificateTrust.h"
 #include "filelist/FileController.h"
 #include "log/LogViewerController.h"
-#include "shell/DialogPrompter.h"
 #include "shell/AppDelegate.h"
+#include "shell/DialogPrompter.h"
 #include "storage/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
@@ -174,11 +174,11 @@ TEST_F(AppDelegateTest, MenuKeysReachTheirActionsAndAboutNamesTheUsersKey) {
             entries << entry->text() + u' ' + entry->shortcut().toString();
         }
     }
-    EXPECT_EQ(entries, (QStringList{u"Add Files... Ctrl+O"_s, u"Add Folder... Ctrl+Shift+O"_s,
-                                    u"Encrypt Ctrl+E"_s, u"Decrypt Ctrl+D"_s,
-                                    u"Export NIVO Profile... "_s, u"Export Contacts... "_s,
-                                    u"Import Contacts... "_s, u"View Log Ctrl+L"_s,
-                                    u"Quit Ctrl+Q"_s}));
+    EXPECT_EQ(
+        entries,
+        (QStringList{u"Add Files... Ctrl+O"_s, u"Add Folder... Ctrl+Shift+O"_s, u"Encrypt Ctrl+E"_s,
+                     u"Decrypt Ctrl+D"_s, u"Export NIVO Profile... "_s, u"Export Contacts... "_s,
+                     u"Import Contacts... "_s, u"View Log Ctrl+L"_s, u"Quit Ctrl+Q"_s}));
 
     QTest::keySequence(main, QKeySequence(u"Ctrl+O"_s));
     QTest::keySequence(main, QKeySequence(u"Ctrl+Shift+O"_s));
@@ -195,9 +195,9 @@ TEST_F(AppDelegateTest, MenuKeysReachTheirActionsAndAboutNamesTheUsersKey) {
     app.findChild<QAction*>(u"aboutItem"_s)->trigger();
     EXPECT_EQ(prompter.last().kind, ScriptedPrompter::Kind::Inform);
     EXPECT_EQ(prompter.last().message, u"About NIVO-GX"_s);
-    for (const QString& part : {QString::fromLatin1(qVersion()), u"OpenSSL 3"_s,
-                                AccountServer::baseUrl().toString(),
-                                CertificateTrust::fingerprint("key material")}) {
+    for (const QString& part :
+         {QString::fromLatin1(qVersion()), u"OpenSSL 3"_s, AccountServer::baseUrl().toString(),
+          CertificateTrust::fingerprint("key material")}) {
         EXPECT_TRUE(prompter.last().informativeText.contains(part)) << part.toStdString();
     }
 
@@ -209,8 +209,9 @@ TEST_F(AppDelegateTest, MenuKeysReachTheirActionsAndAboutNamesTheUsersKey) {
 }
 
 TEST_F(AppDelegateTest, AlertsShowTheirWholeTextHoweverLong) {
-    const QString path = u"/home/someone/Documents/a folder with a long name/and another one/"
-                         u"quarterly-report-final-final.pdf"_s;
+    const QString path =
+        u"/home/someone/Documents/a folder with a long name/and another one/"
+        u"quarterly-report-final-final.pdf"_s;
     for (const auto& [message, detail] : QList<std::pair<QString, QString>>{
              {u"Do you wish to proceed without other recipients?"_s,
               u"Only you will be able to open the files."_s},

@@ -332,7 +332,8 @@ TEST_F(FileWindowTest, AFolderKeepsItsLayoutThroughEncryptionAndBack) {
     EXPECT_EQ(window->model().rowCount(), 0) << statuses().join(u'/').toStdString();
     EXPECT_EQ(QFile::permissions(QDir(out).filePath(QStringLiteral("photos/2024"))) &
                   (QFile::ReadGroup | QFile::ReadOther | QFile::ExeOther),
-              QFile::Permissions()) << "made for the user alone";
+              QFile::Permissions())
+        << "made for the user alone";
 
     prompter.answerOpen({QDir(out).filePath(QStringLiteral("photos"))});
     window->findChild<QAction*>(QStringLiteral("addFolderAction"))->trigger();
@@ -343,8 +344,7 @@ TEST_F(FileWindowTest, AFolderKeepsItsLayoutThroughEncryptionAndBack) {
     ASSERT_TRUE(eventually([&] { return idle(); }));
     EXPECT_EQ(window->model().rowCount(), 0) << statuses().join(u'/').toStdString();
     for (const QString& name : tree) {
-        EXPECT_EQ(fileBytes(QDir(plain).filePath(QStringLiteral("photos/") + name)),
-                  name.toUtf8());
+        EXPECT_EQ(fileBytes(QDir(plain).filePath(QStringLiteral("photos/") + name)), name.toUtf8());
     }
     EXPECT_FALSE(QFileInfo::exists(QDir(plain).filePath(QStringLiteral("photos/link.jpg"))));
 }

@@ -124,10 +124,11 @@ int main(int argc, char* argv[]) {
     bool ok = true;
     FileController main(hub, prompter);
     // A file that only looks protected, decrypted: its row keeps the failure, in full.
-    const QString broken = QDir(sandbox.root()).filePath(QStringLiteral("inbox/photo-0042.jpg.tvf"));
-    for (const QString& name : {QStringLiteral("inbox/photo-0042.jpg.tvf"),
-                                QStringLiteral("work/budget 2027.xlsx"),
-                                QStringLiteral("work/minutes.txt")}) {
+    const QString broken =
+        QDir(sandbox.root()).filePath(QStringLiteral("inbox/photo-0042.jpg.tvf"));
+    for (const QString& name :
+         {QStringLiteral("inbox/photo-0042.jpg.tvf"), QStringLiteral("work/budget 2027.xlsx"),
+          QStringLiteral("work/minutes.txt")}) {
         const QString path = QDir(sandbox.root()).filePath(name);
         QDir().mkpath(QFileInfo(path).path());
         if (QFile file(path); file.open(QIODevice::WriteOnly)) {
@@ -170,8 +171,8 @@ int main(int argc, char* argv[]) {
     ProcessController run;
     ProcessWindow progress(&run);
     Q_EMIT run.statusChanged(
-        QStringLiteral("Encrypting %1 ...").arg(QDir(sandbox.root()).filePath(
-            QStringLiteral("work/quarterly-report.pdf"))),
+        QStringLiteral("Encrypting %1 ...")
+            .arg(QDir(sandbox.root()).filePath(QStringLiteral("work/quarterly-report.pdf"))),
         QStringLiteral("Encrypting ..."));
     constexpr qint64 kMiB = 1024 * 1024;
     Q_EMIT run.progress(48 * kMiB, 120 * kMiB);

@@ -64,7 +64,8 @@ QList<int> CustomFileTableView::selectedRows() const {
 }
 
 void CustomFileTableView::keyPressEvent(QKeyEvent* event) {
-    if (eventIsDeleteKeyPressed(event) && m_deleteKeyHandler && m_deleteKeyHandler(selectedRows())) {
+    if (eventIsDeleteKeyPressed(event) && m_deleteKeyHandler &&
+        m_deleteKeyHandler(selectedRows())) {
         event->accept();
         return;
     }

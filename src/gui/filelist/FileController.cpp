@@ -1,16 +1,16 @@
 #include "filelist/FileController.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QCloseEvent>
+#include <QDesktopServices>
 #include <QFileInfo>
 #include <QHeaderView>
-#include <QDesktopServices>
 #include <QLabel>
 #include <QMenu>
 #include <QProgressBar>
 #include <QSizePolicy>
 #include <QSplitter>
-#include <QApplication>
 #include <QStatusBar>
 #include <QSystemTrayIcon>
 #include <QToolBar>
@@ -144,16 +144,13 @@ FileController::FileController(NotificationHub& hub, Prompter& prompter, QWidget
     connect(m_removeAction, &QAction::triggered, this, &FileController::removeSelected);
     m_showInFolderAction = new QAction(tr(kShowInFolder), this);
     m_showInFolderAction->setObjectName(u"showSelectedInFolderAction"_s);
-    connect(m_showInFolderAction, &QAction::triggered, this,
-            &FileController::showSelectedInFolder);
+    connect(m_showInFolderAction, &QAction::triggered, this, &FileController::showSelectedInFolder);
     m_encryptSelectedAction = new QAction(tr(kEncryptSelected), this);
     m_encryptSelectedAction->setObjectName(u"encryptSelectedAction"_s);
-    connect(m_encryptSelectedAction, &QAction::triggered, this,
-            [this] { processSelected(true); });
+    connect(m_encryptSelectedAction, &QAction::triggered, this, [this] { processSelected(true); });
     m_decryptSelectedAction = new QAction(tr(kDecryptSelected), this);
     m_decryptSelectedAction->setObjectName(u"decryptSelectedAction"_s);
-    connect(m_decryptSelectedAction, &QAction::triggered, this,
-            [this] { processSelected(false); });
+    connect(m_decryptSelectedAction, &QAction::triggered, this, [this] { processSelected(false); });
     m_fileTableView->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(m_fileTableView, &QWidget::customContextMenuRequested, this,
             &FileController::showContextMenu);
@@ -193,16 +190,15 @@ void FileController::windowDidLoad() {
 
 QList<QAction*> FileController::fileActions() const {
     QList<QAction*> actions;
-    for (const char* name : {"addFilesAction", "addFolderAction", "encryptAction",
-                             "decryptAction"}) {
+    for (const char* name :
+         {"addFilesAction", "addFolderAction", "encryptAction", "decryptAction"}) {
         actions.append(findChild<QAction*>(QString::fromLatin1(name)));
     }
     return actions;
 }
 
 QList<QAction*> FileController::contextActions() const {
-    return {m_removeAction, m_showInFolderAction, m_encryptSelectedAction,
-            m_decryptSelectedAction};
+    return {m_removeAction, m_showInFolderAction, m_encryptSelectedAction, m_decryptSelectedAction};
 }
 
 void FileController::showContextMenu(const QPoint& position) {
@@ -287,9 +283,8 @@ void FileController::runEnded() {
             m_tray = new QSystemTrayIcon(windowIcon(), this);
         }
         m_tray->show();
-        m_tray->showMessage(tr(kTitle),
-                            m_runFailed > 0 ? done + u"\n"_s + tr(kRunFailed).arg(m_runFailed)
-                                            : done);
+        m_tray->showMessage(
+            tr(kTitle), m_runFailed > 0 ? done + u"\n"_s + tr(kRunFailed).arg(m_runFailed) : done);
     }
 }
 
@@ -307,8 +302,8 @@ void FileController::showRunProgress(qint64 done, qint64 total) {
     statusBar()->showMessage(tr(kRunProgress).arg(m_runWord).arg(m_runStarted).arg(all));
     const double share = total > 0 ? double(done) / double(total) : 0.0;
     m_runProgress->setRange(0, 1000);
-    m_runProgress->setValue(
-        all > 0 ? int(1000.0 * (double(m_runStarted - 1) + share) / double(all)) : 0);
+    m_runProgress->setValue(all > 0 ? int(1000.0 * (double(m_runStarted - 1) + share) / double(all))
+                                    : 0);
 }
 
 QStringList FileController::fileList() const {
@@ -441,9 +436,10 @@ void FileController::processStarting(ProcessController* controller, int row) {
     ++m_runStarted;
     m_runWord = m_model->fileList().at(row).status;
     connect(controller, &ProcessController::progress, this, &FileController::showRunProgress);
-    connect(controller, &ProcessController::processingCompleted, this,
-            [this](const QString& result) { m_runFailed += result.isEmpty() ? 0 : 1; },
-            Qt::SingleShotConnection);
+    connect(
+        controller, &ProcessController::processingCompleted, this,
+        [this](const QString& result) { m_runFailed += result.isEmpty() ? 0 : 1; },
+        Qt::SingleShotConnection);
     showRunProgress(0, 0);
     m_resultsPanel->follow(controller);
     // A cancelled run's window has closed already; any other is replaced by the next file's.

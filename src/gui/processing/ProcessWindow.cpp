@@ -100,8 +100,8 @@ QString ProcessWindow::progressText(qint64 done, qint64 total, qint64 elapsedMs)
     QString text = tr(kOfSize).arg(QString::number(percent), locale.formattedDataSize(done, 1),
                                    locale.formattedDataSize(total, 1));
     if (done > 0 && done < total && elapsedMs >= kSettledMs) {
-        const auto left = static_cast<qint64>(double(elapsedMs) * double(total - done) /
-                                              double(done) / 1000.0);
+        const auto left =
+            static_cast<qint64>(double(elapsedMs) * double(total - done) / double(done) / 1000.0);
         text += u", "_s + (left < 90 ? tr(kSecondsLeft).arg(qMax<qint64>(left, 1))
                                      : tr(kMinutesLeft).arg((left + 30) / 60));
     }

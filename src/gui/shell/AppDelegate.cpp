@@ -1,6 +1,6 @@
 #include "shell/AppDelegate.h"
 
-#include "contacts/ContactDB.h"
+#include <openssl/crypto.h>
 
 #include <QAction>
 #include <QCoreApplication>
@@ -12,10 +12,9 @@
 #include <QMenuBar>
 #include <QScreen>
 #include <QStandardPaths>
-#include <openssl/crypto.h>
 
-#include "account/LoginController.h"
 #include "account/AccountServer.h"
+#include "account/LoginController.h"
 #include "contacts/ContactDB.h"
 #include "crypto/CertificateTrust.h"
 #include "filelist/FileController.h"
