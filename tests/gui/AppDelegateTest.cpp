@@ -5,14 +5,23 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QFileOpenEvent>
+#include <QMenu>
+#include <QMenuBar>
+#include <QMessageBox>
 #include <QSignalSpy>
 
 #include "GuiTestKit.h"
+#include "account/AccountServer.h"
 #include "account/LoginController.h"
 #include "account/RegisterController.h"
+#include "crypto/CertificateTrust.h"
 #include "filelist/FileController.h"
+#include "log/LogViewerController.h"
 #include "shell/AppDelegate.h"
+#include "shell/DialogPrompter.h"
 #include "storage/NivoGXUtil.h"
+
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -150,6 +159,74 @@ TEST_F(AppDelegateTest, SignOutForgetsThePasswordAndQuits) {
     EXPECT_TRUE(NivoGXUtil::getNivoPassword().isEmpty());
     EXPECT_FALSE(QFileInfo::exists(pfx));
     EXPECT_EQ(prompter.count(), 0) << "sign-out does not ask";
+}
+
+TEST_F(AppDelegateTest, MenuKeysReachTheirActionsAndAboutNamesTheUsersKey) {
+    leaveCompleteSignIn(QStringLiteral("erin"));
+    app.applicationDidFinishLaunching();
+    FileController* main = app.fileController();
+    ASSERT_NE(main, nullptr);
+    main->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(main));
+    QStringList entries;
+    for (const QAction* entry : main->menuBar()->actions().constFirst()->menu()->actions()) {
+        if (!entry->isSeparator()) {
+            entries << entry->text() + u' ' + entry->shortcut().toString();
+        }
+    }
+    EXPECT_EQ(
+        entries,
+        (QStringList{u"Add Files... Ctrl+O"_s, u"Add Folder... Ctrl+Shift+O"_s, u"Encrypt Ctrl+E"_s,
+                     u"Decrypt Ctrl+D"_s, u"Export NIVO Profile... "_s, u"Export Contacts... "_s,
+                     u"Import Contacts... "_s, u"View Log Ctrl+L"_s, u"Quit Ctrl+Q"_s}));
+
+    QTest::keySequence(main, QKeySequence(u"Ctrl+O"_s));
+    QTest::keySequence(main, QKeySequence(u"Ctrl+Shift+O"_s));
+    QTest::keySequence(main, QKeySequence(u"Ctrl+E"_s));
+    QTest::keySequence(main, QKeySequence(u"Ctrl+D"_s));
+    ASSERT_EQ(prompter.count(), 4);
+    EXPECT_EQ(prompter.prompts().at(0).message, u"Select files for encryption/decryption"_s);
+    EXPECT_TRUE(prompter.prompts().at(1).openPanel.chooseFolders);
+    EXPECT_EQ(prompter.prompts().at(2).message, u"No files to encrypt"_s);
+    EXPECT_EQ(prompter.prompts().at(3).message, u"No files to decrypt"_s);
+    QTest::keySequence(main, QKeySequence(u"Ctrl+L"_s));
+    EXPECT_NE(app.logViewerController(), nullptr);
+
+    app.findChild<QAction*>(u"aboutItem"_s)->trigger();
+    EXPECT_EQ(prompter.last().kind, ScriptedPrompter::Kind::Inform);
+    EXPECT_EQ(prompter.last().message, u"About NIVO-GX"_s);
+    for (const QString& part :
+         {QString::fromLatin1(qVersion()), u"OpenSSL 3"_s, AccountServer::baseUrl().toString(),
+          CertificateTrust::fingerprint("key material")}) {
+        EXPECT_TRUE(prompter.last().informativeText.contains(part)) << part.toStdString();
+    }
+
+    main->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(main));
+    QTest::keySequence(main, QKeySequence(u"Ctrl+Q"_s));
+    EXPECT_EQ(terminate.count(), 1);
+    EXPECT_EQ(NivoGXUtil::getNivoPassword(), u"pw"_s) << "quitting keeps the sign-in";
+}
+
+TEST_F(AppDelegateTest, AlertsShowTheirWholeTextHoweverLong) {
+    const QString path =
+        u"/home/someone/Documents/a folder with a long name/and another one/"
+        u"quarterly-report-final-final.pdf"_s;
+    for (const auto& [message, detail] : QList<std::pair<QString, QString>>{
+             {u"Do you wish to proceed without other recipients?"_s,
+              u"Only you will be able to open the files."_s},
+             {u"Do you wish to remove all files in the list?"_s, u"No files to encrypt"_s},
+             {u"Unable to export Log file. Log file does not exist."_s, QString()},
+             {u"Decryption failed. You are not a recipient of the file, or it was damaged on "
+              u"the way and cannot be read any more."_s,
+              path}}) {
+        for (const bool question : {false, true}) {
+            const std::unique_ptr<QMessageBox> box =
+                question ? DialogPrompter::questionBox(nullptr, message, detail)
+                         : DialogPrompter::alertBox(nullptr, message, detail);
+            EXPECT_EQ(clippedText(*box), QString());
+        }
+    }
 }
 
 TEST_F(AppDelegateTest, ClosingTheMainWindowAsksAboutSignOutAndQuitsEitherWay) {

@@ -9,6 +9,7 @@
 #include <QLabel>
 #include <QMimeData>
 #include <QProgressBar>
+#include <QStatusBar>
 #include <QTableView>
 #include <QThreadPool>
 #include <QToolBar>
@@ -273,14 +274,79 @@ TEST_F(FileWindowTest, DuringARunTheFileBeingProcessedStaysAndCancelEndsItsTurn)
     ASSERT_NE(window->processWindow(), nullptr);
     EXPECT_NE(window->processWindow(), progress) << "each file has a window of its own";
     EXPECT_EQ(window->processWindow()->statusText(), QStringLiteral("Encrypting %1 ...").arg(y));
+    EXPECT_EQ(window->statusBar()->currentMessage(), QStringLiteral("Encrypting 2 of 2"));
+
+    // Both rows selected: the finished one goes, the one being processed stays, and the run
+    // still knows which row is its own.
+    CustomFileTableView* table = window->fileTableView();
+    table->selectAll();
+    QTest::keyClick(table, Qt::Key_Delete);
+    EXPECT_EQ(window->fileList(), QStringList{y});
 
     ASSERT_TRUE(eventually([&] { return idle(); }));
-    EXPECT_EQ(window->fileList(), QStringList{x});
+    EXPECT_EQ(window->fileList(), QStringList()) << statuses().join(u'/').toStdString();
     EXPECT_TRUE(eventually([&] { return window->processWindow() == nullptr; }));
     // The cancelled work still ends with a line of its own.
     ASSERT_TRUE(eventually([&] { return loggedEvents().size() == 3; }));
     EXPECT_EQ(loggedEvents().constFirst(),
               QStringLiteral("Encrypt | %1 | alice | Cancelled").arg(x));
+}
+
+TEST_F(FileWindowTest, AFolderKeepsItsLayoutThroughEncryptionAndBack) {
+    createAccount(QStringLiteral("alice"), QStringLiteral("pw"));
+    signIn(QStringLiteral("alice"));
+    openWindow();
+    const QString photos = folder(QStringLiteral("in/photos"));
+    const QStringList tree{QStringLiteral("a.jpg"), QStringLiteral("2024/b.jpg"),
+                           QStringLiteral("2024/summer/c.jpg")};
+    for (const QString& name : tree) {
+        QDir(photos).mkpath(QFileInfo(name).path());
+        ASSERT_TRUE(putFile(QDir(photos).filePath(name), name.toUtf8()));
+    }
+    // Left out: hidden files and folders, links.
+    ASSERT_TRUE(putFile(QDir(photos).filePath(QStringLiteral(".hidden")), "h"));
+    QDir(photos).mkpath(QStringLiteral(".cache"));
+    ASSERT_TRUE(putFile(QDir(photos).filePath(QStringLiteral(".cache/d.jpg")), "d"));
+    ASSERT_TRUE(QFile::link(QDir(photos).filePath(QStringLiteral("a.jpg")),
+                            QDir(photos).filePath(QStringLiteral("link.jpg"))));
+
+    // A dropped folder is not taken, but no longer without a word.
+    drop({photos});
+    EXPECT_EQ(window->model().rowCount(), 0);
+    EXPECT_EQ(window->statusBar()->currentMessage(),
+              QStringLiteral("Folders are added with Add Folder\u2026"));
+
+    window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window.get()));
+    prompter.answerOpen({photos});
+    QTest::keySequence(window.get(), QKeySequence(QStringLiteral("Ctrl+Shift+O")));
+    EXPECT_EQ(window->model().rowCount(), 3) << window->fileList().join(u' ').toStdString();
+
+    clickToolBar("encryptAction");
+    ASSERT_NE(window->contactController(), nullptr);
+    const QString out = folder(QStringLiteral("out"));
+    prompter.answerAsk(true);
+    prompter.answerOpen({out});
+    clickButton(window->contactController(), "nextButton");
+    ASSERT_TRUE(eventually([&] { return idle(); }));
+    EXPECT_EQ(window->model().rowCount(), 0) << statuses().join(u'/').toStdString();
+    EXPECT_EQ(QFile::permissions(QDir(out).filePath(QStringLiteral("photos/2024"))) &
+                  (QFile::ReadGroup | QFile::ReadOther | QFile::ExeOther),
+              QFile::Permissions())
+        << "made for the user alone";
+
+    prompter.answerOpen({QDir(out).filePath(QStringLiteral("photos"))});
+    window->findChild<QAction*>(QStringLiteral("addFolderAction"))->trigger();
+    ASSERT_EQ(window->model().rowCount(), 3);
+    const QString plain = folder(QStringLiteral("plain"));
+    prompter.answerOpen({plain});
+    clickToolBar("decryptAction");
+    ASSERT_TRUE(eventually([&] { return idle(); }));
+    EXPECT_EQ(window->model().rowCount(), 0) << statuses().join(u'/').toStdString();
+    for (const QString& name : tree) {
+        EXPECT_EQ(fileBytes(QDir(plain).filePath(QStringLiteral("photos/") + name)), name.toUtf8());
+    }
+    EXPECT_FALSE(QFileInfo::exists(QDir(plain).filePath(QStringLiteral("photos/link.jpg"))));
 }
 
 TEST_F(FileWindowTest, ButtonsWithNothingToDoSayWhyAndOfferToClearTheList) {
@@ -346,6 +412,16 @@ TEST_F(FileWindowTest, ProcessWindowShowsBytesWhenKnownAndBusyOtherwise) {
     EXPECT_EQ(bar->value(), bar->maximum() / 4);
     Q_EMIT run.progress(0, 0);
     EXPECT_EQ(bar->maximum(), 0);
+
+    // The line below the bar: sizes and time left only for a file big enough to take a while.
+    EXPECT_EQ(ProcessWindow::progressText(400, 1000, 5000), QStringLiteral("40 %"));
+    constexpr qint64 kMiB = 1024 * 1024;
+    EXPECT_EQ(ProcessWindow::progressText(40 * kMiB, 100 * kMiB, 1000),
+              QStringLiteral("40 %, 40.0 MiB of 100.0 MiB"));
+    EXPECT_EQ(ProcessWindow::progressText(40 * kMiB, 100 * kMiB, 20000),
+              QStringLiteral("40 %, 40.0 MiB of 100.0 MiB, about 30 s left"));
+    EXPECT_EQ(ProcessWindow::progressText(10 * kMiB, 100 * kMiB, 20000),
+              QStringLiteral("10 %, 10.0 MiB of 100.0 MiB, about 3 min left"));
 
     Q_EMIT run.statusChanged(QStringLiteral("Decrypting /a/b.tvf ..."),
                              QStringLiteral("Decrypting ..."));

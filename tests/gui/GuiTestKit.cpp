@@ -2,6 +2,8 @@
 
 #include <QDir>
 #include <QLabel>
+#include <QLayout>
+#include <QMessageBox>
 #include <QProgressBar>
 
 #include "TestFiles.h"
@@ -10,6 +12,7 @@
 #include "account/SignIn.h"
 #include "account/SignUp.h"
 #include "contacts/ContactDB.h"
+#include "shell/DialogPrompter.h"
 #include "storage/NivoGXUtil.h"
 #include "storage/QKKeychain.h"
 #include "storage/QtKeychainStore.h"
@@ -48,6 +51,41 @@ QString fieldText(QWidget* window, const char* field) {
 bool busy(QWidget* window) {
     auto* indicator = window->findChild<QProgressBar*>(QStringLiteral("progressIndicator"));
     return indicator != nullptr && !indicator->isHidden();
+}
+
+QString clippedText(QWidget& window) {
+    window.setAttribute(Qt::WA_DontShowOnScreen);
+    window.show();
+    QCoreApplication::sendPostedEvents();
+    if (window.layout() != nullptr) {
+        window.layout()->activate();
+    }
+    for (const QLabel* label : window.findChildren<QLabel*>()) {
+        if (!label->isVisible() || label->text().isEmpty()) {
+            continue;
+        }
+        const QRect room = label->contentsRect().adjusted(label->margin(), label->margin(),
+                                                          -label->margin(), -label->margin());
+        const int flags = int(label->alignment()) | (label->wordWrap() ? Qt::TextWordWrap : 0);
+        const QRect needed = label->fontMetrics().boundingRect(room, flags, label->text());
+        if (needed.width() > room.width() || needed.height() > room.height()) {
+            return QStringLiteral("%1 (needs %2x%3, has %4x%5)")
+                .arg(label->text())
+                .arg(needed.width())
+                .arg(needed.height())
+                .arg(room.width())
+                .arg(room.height());
+        }
+    }
+    return {};
+}
+
+void expectReadable(const ScriptedPrompter::Prompt& prompt) {
+    const std::unique_ptr<QMessageBox> box =
+        prompt.kind == ScriptedPrompter::Kind::Ask
+            ? DialogPrompter::questionBox(nullptr, prompt.message, prompt.informativeText)
+            : DialogPrompter::alertBox(nullptr, prompt.message, prompt.informativeText);
+    EXPECT_EQ(clippedText(*box), QString()) << "in the box " << prompt.message.toStdString();
 }
 
 void GuiTest::SetUp() {

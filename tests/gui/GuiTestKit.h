@@ -29,6 +29,13 @@ void clickButton(QWidget* window, const char* button);
 // Whether the window's busy indicator is showing.
 [[nodiscard]] bool busy(QWidget* window);
 
+// Shows the window off screen and answers the text of its first label that does not fit in the
+// label, whole, as drawn; empty when every text fits.
+[[nodiscard]] QString clippedText(QWidget& window);
+// Renders the box that the application would show for the alert or question and fails the
+// running test when a text of it does not fit.
+void expectReadable(const ScriptedPrompter::Prompt& prompt);
+
 // A private user, the real account server on 127.0.0.1, a hub and a scripted prompter.
 class GuiTest : public ::testing::Test {
 protected:

@@ -1,11 +1,24 @@
 #include "ScriptedPrompter.h"
 
+void ScriptedPrompter::inform(QWidget*, const QString& message, const QString& informativeText) {
+    m_prompts.append({Kind::Inform, message, informativeText, {}, {}});
+    if (onMessage) {
+        onMessage(m_prompts.constLast());
+    }
+}
+
 void ScriptedPrompter::alert(QWidget*, const QString& message, const QString& informativeText) {
     m_prompts.append({Kind::Alert, message, informativeText, {}, {}});
+    if (onMessage) {
+        onMessage(m_prompts.constLast());
+    }
 }
 
 bool ScriptedPrompter::ask(QWidget*, const QString& message, const QString& informativeText) {
     m_prompts.append({Kind::Ask, message, informativeText, {}, {}});
+    if (onMessage) {
+        onMessage(m_prompts.constLast());
+    }
     return !m_asks.isEmpty() && m_asks.dequeue();
 }
 

@@ -2,6 +2,7 @@
 
 #include <QList>
 #include <QQueue>
+#include <functional>
 
 #include "shell/Prompter.h"
 
@@ -9,7 +10,7 @@
 // get "No", unscripted panels are cancelled.
 class ScriptedPrompter final : public Prompter {
 public:
-    enum class Kind { Alert, Ask, Open, Save };
+    enum class Kind { Inform, Alert, Ask, Open, Save };
 
     struct Prompt {
         Kind kind;
@@ -19,11 +20,15 @@ public:
         SavePanel savePanel;
     };
 
+    void inform(QWidget* parent, const QString& message, const QString& informativeText) override;
     void alert(QWidget* parent, const QString& message, const QString& informativeText) override;
     [[nodiscard]] bool ask(QWidget* parent, const QString& message,
                            const QString& informativeText) override;
     [[nodiscard]] QStringList open(QWidget* parent, const OpenPanel& panel) override;
     [[nodiscard]] QString save(QWidget* parent, const SavePanel& panel) override;
+
+    // Called with every alert and question, as it is asked.
+    static inline std::function<void(const Prompt&)> onMessage;
 
     void answerAsk(bool yes) { m_asks.enqueue(yes); }
     void answerOpen(const QStringList& paths) { m_opens.enqueue(paths); }

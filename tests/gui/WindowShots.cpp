@@ -6,6 +6,7 @@
 #include <QApplication>
 #include <QDir>
 #include <QFile>
+#include <QMessageBox>
 #include <QTableView>
 #include <QTest>
 #include <cstdio>
@@ -20,6 +21,11 @@
 #include "filelist/ResultsPanel.h"
 #include "log/ActivityLog.h"
 #include "log/LogViewerController.h"
+#include "processing/FileListModel.h"
+#include "processing/ProcessController.h"
+#include "processing/ProcessWindow.h"
+#include "shell/AppDelegate.h"
+#include "shell/DialogPrompter.h"
 #include "shell/IconSet.h"
 #include "shell/NotificationHub.h"
 #include "storage/NivoGXUtil.h"
@@ -98,6 +104,7 @@ bool save(QWidget& window, const QString& folder, const char* name) {
 
 int main(int argc, char* argv[]) {
     QApplication app(argc, argv);
+    QApplication::setApplicationVersion(QStringLiteral(NIVOGX_VERSION));
     QApplication::setWindowIcon(IconSet::named(IconSet::kApplication));
     if (argc != 2) {
         std::fprintf(stderr, "usage: gui_window_shots OUTPUT_FOLDER\n");
@@ -107,15 +114,33 @@ int main(int argc, char* argv[]) {
     QDir().mkpath(folder);
     UserSandbox sandbox;
     fillUser(sandbox.root());
+    NivoProfile profile;
+    profile.LoginName = QStringLiteral("alice");
+    profile.Cer = TestPki::serviceCertificate(QStringLiteral("alice"));
+    NivoGXUtil::setNivoProfile(profile);
     NotificationHub hub;
     ScriptedPrompter prompter;
 
     bool ok = true;
     FileController main(hub, prompter);
+    // A file that only looks protected, decrypted: its row keeps the failure, in full.
+    const QString broken =
+        QDir(sandbox.root()).filePath(QStringLiteral("inbox/photo-0042.jpg.tvf"));
+    for (const QString& name :
+         {QStringLiteral("inbox/photo-0042.jpg.tvf"), QStringLiteral("work/budget 2027.xlsx"),
+          QStringLiteral("work/minutes.txt")}) {
+        const QString path = QDir(sandbox.root()).filePath(name);
+        QDir().mkpath(QFileInfo(path).path());
+        if (QFile file(path); file.open(QIODevice::WriteOnly)) {
+            file.write("not a protected file");
+        }
+    }
     main.handleExternalFileArray(
         {QDir(sandbox.root()).filePath(QStringLiteral("work/budget 2027.xlsx")),
-         QDir(sandbox.root()).filePath(QStringLiteral("work/minutes.txt")),
-         QDir(sandbox.root()).filePath(QStringLiteral("inbox/photo-0042.jpg.tvf"))});
+         QDir(sandbox.root()).filePath(QStringLiteral("work/minutes.txt")), broken});
+    NivoGXUtil::saveSettings(QString(), QString(), QString(), QString(), sandbox.root());
+    main.model().startDecryption();
+    (void)QTest::qWaitFor([&main] { return !main.model().isProcessing(); }, 10000);
     // What a session's results look like: a verified sender, one that only claims a contact's
     // name, a protected file and a failure.
     RunResults& results = main.resultsPanel()->model();
@@ -141,6 +166,34 @@ int main(int argc, char* argv[]) {
                  {},
                  {}});
     ok = save(main, folder, "main-window.png") && ok;
+
+    // A file on its way, at 40 %.
+    ProcessController run;
+    ProcessWindow progress(&run);
+    Q_EMIT run.statusChanged(
+        QStringLiteral("Encrypting %1 ...")
+            .arg(QDir(sandbox.root()).filePath(QStringLiteral("work/quarterly-report.pdf"))),
+        QStringLiteral("Encrypting ..."));
+    constexpr qint64 kMiB = 1024 * 1024;
+    Q_EMIT run.progress(48 * kMiB, 120 * kMiB);
+    ok = save(progress, folder, "processing-window.png") && ok;
+    progress.hide();
+
+    // The alerts and questions, as the application words them.
+    const std::unique_ptr<QMessageBox> question = DialogPrompter::questionBox(
+        nullptr, QStringLiteral("Do you wish to proceed without other recipients?"),
+        QStringLiteral("Only you will be able to open the protected files."));
+    ok = save(*question, folder, "question.png") && ok;
+    question->close();
+    const std::unique_ptr<QMessageBox> alert = DialogPrompter::alertBox(
+        nullptr, QStringLiteral("Unable to export Log file. Log file does not exist."), QString());
+    ok = save(*alert, folder, "alert.png") && ok;
+    alert->close();
+    const std::unique_ptr<QMessageBox> about = DialogPrompter::alertBox(
+        nullptr, QStringLiteral("About NIVO-GX"), AppDelegate::aboutText());
+    about->setIcon(QMessageBox::Information);
+    ok = save(*about, folder, "about.png") && ok;
+    about->close();
 
     ContactController recipients(hub, prompter);
     recipients.setAttribute(Qt::WA_DeleteOnClose, false);

@@ -7,6 +7,9 @@
 struct FileDetails {
     QString filePath;
     QString status;
+    // For a file added with its folder: the folders between the output folder and the output,
+    // from the added folder's name down ("photos/2024"); empty for a file added on its own.
+    QString subFolder;
 
     // The last component of filePath.
     [[nodiscard]] QString getFilename() const;

@@ -1,10 +1,14 @@
 #include "processing/FileListModel.h"
 
+#include <QDir>
+#include <QDirIterator>
 #include <QFileInfo>
+#include <QHash>
 #include <algorithm>
 #include <numeric>
 #include <vector>
 
+#include "log/VisibleText.h"
 #include "processing/PathText.h"
 #include "processing/ProcessController.h"
 #include "storage/NivoGXUtil.h"
@@ -70,10 +74,11 @@ QVariant FileListModel::data(const QModelIndex& index, int role) const {
     }
     const FileDetails& entry = m_fileList.at(index.row());
     switch (index.column()) {
+        // A name with a line break or a direction override in it is shown escaped.
         case FileColumn:
-            return entry.filePath;
+            return VisibleText::of(entry.filePath);
         case StatusColumn:
-            return entry.status;
+            return VisibleText::of(entry.status);
         default:
             return {};
     }
@@ -130,6 +135,44 @@ int FileListModel::addDroppedFiles(const QStringList& paths) {
     return addFiles(files);
 }
 
+QStringList FileListModel::filesInFolder(const QString& folder) {
+    QStringList files;
+    // Without QDir::Hidden hidden folders are not entered either; links are neither listed nor
+    // followed.
+    QDirIterator it(folder, QDir::Files | QDir::NoSymLinks, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        files.append(it.next());
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+int FileListModel::addFolderFiles(const QString& folder, const QStringList& files) {
+    const QDir above = QFileInfo(QDir::cleanPath(folder)).dir();
+    const int added = addFiles(files);
+    QHash<QString, QString> subFolders;
+    for (const QString& file : files) {
+        subFolders.insert(file, PathText::withoutLastComponent(above.relativeFilePath(file)));
+    }
+    for (FileDetails& entry : m_fileList) {
+        if (entry.subFolder.isEmpty()) {
+            entry.subFolder = subFolders.value(entry.filePath);
+        }
+    }
+    return added;
+}
+
+QString FileListModel::makeSubFolders(const QString& folder, const QString& subFolder) {
+    QString path = folder;
+    for (const QString& level : subFolder.split(u'/', Qt::SkipEmptyParts)) {
+        path = QDir(path).filePath(level);
+        if (!QFileInfo(path).isDir() && QDir().mkdir(path)) {
+            QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        }
+    }
+    return path;
+}
+
 void FileListModel::clear() {
     beginResetModel();
     m_fileList.clear();
@@ -150,6 +193,16 @@ bool FileListModel::deleteKeyPressedForTableView(int selectedRow) {
     }
     dropRow(selectedRow);
     return true;
+}
+
+int FileListModel::deleteRows(QList<int> rows) {
+    // From the bottom up, so that each row number still names its row.
+    std::sort(rows.begin(), rows.end(), std::greater<>());
+    int removed = 0;
+    for (const int row : std::as_const(rows)) {
+        removed += deleteKeyPressedForTableView(row) ? 1 : 0;
+    }
+    return removed;
 }
 
 // --- the buttons ---
@@ -228,7 +281,8 @@ void FileListModel::setDecryptStatus() {
 void FileListModel::markUnmarked(const QString& status, bool protectedOnly) {
     for (qsizetype i = 0; i < m_fileList.size(); ++i) {
         const FileDetails& entry = m_fileList.at(i);
-        if (!entry.status.isEmpty() || (protectedOnly && !isProtectedFile(entry.filePath))) {
+        if (!entry.status.isEmpty() || (protectedOnly && !isProtectedFile(entry.filePath)) ||
+            (!m_markOnly.isEmpty() && !m_markOnly.contains(entry.filePath))) {
             continue;
         }
         // Rows the run has passed wait for the next run instead.
@@ -286,10 +340,13 @@ void FileListModel::launch(qsizetype row, bool toEncrypt, const RunInputs& input
             });
     // A copy: slots of the signals below may change the list.
     const QString path = m_fileList.at(row).filePath;
+    const QString subFolder = m_fileList.at(row).subFolder;
     Q_EMIT processStarting(controller, static_cast<int>(row));
-    controller->processFile(path, inputs.profile, inputs.password, m_recipientList,
-                            toEncrypt ? inputs.encryptOutputFolder : inputs.decryptOutputFolder,
-                            toEncrypt);
+    controller->processFile(
+        path, inputs.profile, inputs.password, m_recipientList,
+        makeSubFolders(toEncrypt ? inputs.encryptOutputFolder : inputs.decryptOutputFolder,
+                       subFolder),
+        toEncrypt);
 }
 
 void FileListModel::handleProcessingComplete(const QString& processResult) {
@@ -345,6 +402,7 @@ void FileListModel::setProcessing(bool processing) {
     }
     if (!processing) {
         forgetFailedFolders();
+        m_markOnly.clear();
     }
     m_isProcessing = processing;
     Q_EMIT processingChanged(processing);

@@ -93,14 +93,29 @@ public:
     int addFiles(const QStringList& paths);
     // The same for dropped paths, of which only existing files count (no folders).
     int addDroppedFiles(const QStringList& paths);
+    // The regular files under `folder`, at any depth, leaving out hidden files and folders and
+    // symbolic links.
+    [[nodiscard]] static QStringList filesInFolder(const QString& folder);
+    // Adds `files`, found under `folder`, so that each output keeps its place below the folder's
+    // name: photos/2024/a.jpg goes to OUTPUT/photos/2024/a.jpg.tvf.
+    int addFolderFiles(const QString& folder, const QStringList& files);
+    // Creates `subFolder` under `folder`, each new level readable by the user only, and answers
+    // the deepest one; `folder` when `subFolder` is empty.
+    [[nodiscard]] static QString makeSubFolders(const QString& folder, const QString& subFolder);
     // Empties the list; for the "Yes" of the remove-all question, which is never asked during a
     // run.
     void clear();
     // Removes the row `selectedRow` (-1: none selected). Refuses, with false, a row being
     // processed; keeps the run's position on the same file.
     bool deleteKeyPressedForTableView(int selectedRow);
+    // The same for several rows, each under that rule; answers how many went.
+    int deleteRows(QList<int> rows);
 
     // --- the buttons ---
+
+    // Until the next run ends, marking leaves every row but these alone; empty: no limit. For
+    // encrypting or decrypting a few chosen rows.
+    void setMarkOnly(const QStringList& paths) { m_markOnly = QSet<QString>(paths.begin(), paths.end()); }
 
     [[nodiscard]] Request encryptRequested();
     [[nodiscard]] Request decryptRequested();
@@ -154,6 +169,7 @@ private:
     QList<FileDetails> m_fileList;
     // The paths of m_fileList, for the check that a path is listed already.
     QSet<QString> m_listedPaths;
+    QSet<QString> m_markOnly;
     QList<Contact> m_recipientList;
     qsizetype m_fileIndexCounter = 0;
     bool m_isProcessing = false;

@@ -7,11 +7,32 @@
 #include <QItemSelectionModel>
 #include <QKeyEvent>
 #include <QMimeData>
+#include <QStyledItemDelegate>
 #include <QUrl>
+#include <algorithm>
+
+#include "processing/FileListModel.h"
+
+namespace {
+
+// A status reads from its start: a long one loses its end, never its middle (the whole text is
+// the row's tooltip). Paths keep eliding in the middle, where their folder is.
+class StatusDelegate final : public QStyledItemDelegate {
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+protected:
+    void initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const override {
+        QStyledItemDelegate::initStyleOption(option, index);
+        option->textElideMode = Qt::ElideRight;
+    }
+};
+
+}  // namespace
 
 CustomFileTableView::CustomFileTableView(QWidget* parent) : QTableView(parent) {
     setSelectionBehavior(QAbstractItemView::SelectRows);
-    setSelectionMode(QAbstractItemView::SingleSelection);
+    setSelectionMode(QAbstractItemView::ExtendedSelection);
     setEditTriggers(QAbstractItemView::NoEditTriggers);
     setAlternatingRowColors(true);
     setShowGrid(false);
@@ -23,20 +44,28 @@ CustomFileTableView::CustomFileTableView(QWidget* parent) : QTableView(parent) {
     viewport()->setAcceptDrops(true);
     verticalHeader()->hide();
     horizontalHeader()->setHighlightSections(false);
+    setItemDelegateForColumn(FileListModel::StatusColumn, new StatusDelegate(this));
+    setContextMenuPolicy(Qt::DefaultContextMenu);
 }
 
 bool CustomFileTableView::eventIsDeleteKeyPressed(const QKeyEvent* event) {
     return event->key() == Qt::Key_Delete || event->key() == Qt::Key_Backspace;
 }
 
-int CustomFileTableView::selectedRow() const {
-    const QModelIndexList rows =
-        selectionModel() != nullptr ? selectionModel()->selectedRows() : QModelIndexList();
-    return rows.isEmpty() ? -1 : rows.constFirst().row();
+QList<int> CustomFileTableView::selectedRows() const {
+    QList<int> rows;
+    if (selectionModel() != nullptr) {
+        for (const QModelIndex& index : selectionModel()->selectedRows()) {
+            rows.append(index.row());
+        }
+    }
+    std::sort(rows.begin(), rows.end());
+    return rows;
 }
 
 void CustomFileTableView::keyPressEvent(QKeyEvent* event) {
-    if (eventIsDeleteKeyPressed(event) && m_deleteKeyHandler && m_deleteKeyHandler(selectedRow())) {
+    if (eventIsDeleteKeyPressed(event) && m_deleteKeyHandler &&
+        m_deleteKeyHandler(selectedRows())) {
         event->accept();
         return;
     }

@@ -10,14 +10,16 @@ class CustomFileTableView final : public QTableView {
     Q_OBJECT
 
 public:
-    // Answers whether the selected row (-1: none) was removed; a removed row consumes the key.
-    using DeleteKeyHandler = std::function<bool(int selectedRow)>;
+    // Answers whether any of the selected rows (ascending; empty: none) was removed; a removal
+    // consumes the key.
+    using DeleteKeyHandler = std::function<bool(const QList<int>& selectedRows)>;
 
     explicit CustomFileTableView(QWidget* parent = nullptr);
 
     void setDeleteKeyHandler(DeleteKeyHandler handler) { m_deleteKeyHandler = std::move(handler); }
     [[nodiscard]] static bool eventIsDeleteKeyPressed(const QKeyEvent* event);
-    [[nodiscard]] int selectedRow() const;
+    // The selected rows, ascending.
+    [[nodiscard]] QList<int> selectedRows() const;
 
 Q_SIGNALS:
     // Local paths of everything dropped, as dragged; the receiver decides which to keep.

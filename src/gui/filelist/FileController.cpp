@@ -1,17 +1,25 @@
 #include "filelist/FileController.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QCloseEvent>
+#include <QDesktopServices>
 #include <QFileInfo>
 #include <QHeaderView>
 #include <QLabel>
+#include <QMenu>
+#include <QProgressBar>
 #include <QSizePolicy>
 #include <QSplitter>
+#include <QStatusBar>
+#include <QSystemTrayIcon>
 #include <QToolBar>
+#include <QUrl>
 
 #include "contacts/ContactController.h"
 #include "filelist/CustomFileTableView.h"
 #include "filelist/ResultsPanel.h"
+#include "log/VisibleText.h"
 #include "processing/FileListModel.h"
 #include "processing/ProcessController.h"
 #include "processing/ProcessWindow.h"
@@ -29,6 +37,23 @@ const char* const kToolBar = QT_TRANSLATE_NOOP("FileController", "Main");
 const char* const kAddFiles = QT_TRANSLATE_NOOP("FileController", "Add Files...");
 const char* const kEncrypt = QT_TRANSLATE_NOOP("FileController", "Encrypt");
 const char* const kDecrypt = QT_TRANSLATE_NOOP("FileController", "Decrypt");
+const char* const kAddFolder = QT_TRANSLATE_NOOP("FileController", "Add Folder...");
+const char* const kRemove = QT_TRANSLATE_NOOP("FileController", "Remove");
+const char* const kShowInFolder = QT_TRANSLATE_NOOP("FileController", "Show in Folder");
+const char* const kEncryptSelected = QT_TRANSLATE_NOOP("FileController", "Encrypt These");
+const char* const kDecryptSelected = QT_TRANSLATE_NOOP("FileController", "Decrypt These");
+const char* const kSelectFolder =
+    QT_TRANSLATE_NOOP("FileController", "Select a folder to add with everything in it");
+const char* const kManyFiles = QT_TRANSLATE_NOOP("FileController", "Add %n files?");
+const char* const kManyFilesDetail = QT_TRANSLATE_NOOP(
+    "FileController", "The folder %1 holds %2 files, counting those in its subfolders.");
+const char* const kEmptyFolder =
+    QT_TRANSLATE_NOOP("FileController", "The folder %1 holds no files to add.");
+const char* const kFoldersSkipped =
+    QT_TRANSLATE_NOOP("FileController", "Folders are added with Add Folder…");
+const char* const kRunDone = QT_TRANSLATE_NOOP("FileController", "%1 of %2 files done");
+const char* const kRunFailed = QT_TRANSLATE_NOOP("FileController", "%1 failed: see the list.");
+const char* const kRunProgress = QT_TRANSLATE_NOOP("FileController", "%1 %2 of %3");
 const char* const kExportProfile = QT_TRANSLATE_NOOP("FileController", "Export Profile...");
 const char* const kSignOut = QT_TRANSLATE_NOOP("FileController", "Sign Out");
 const char* const kSignedInAs = QT_TRANSLATE_NOOP("FileController", "Signed in as %1");
@@ -38,7 +63,11 @@ const char* const kSelectFiles =
 const char* const kSelectDecryptFolder =
     QT_TRANSLATE_NOOP("FileController", "Select folder to store decrypted file");
 
-constexpr int kStatusColumnWidth = 220;
+constexpr int kFileColumnWidth = 420;
+constexpr qsizetype kManyFilesLimit = 1000;
+constexpr int kStatusMessageMs = 8000;
+// A run this long is one the user may have turned away from.
+constexpr qint64 kNotifyAfterMs = 5000;
 constexpr int kProcessWindowMargin = 48;
 
 }  // namespace
@@ -57,9 +86,10 @@ FileController::FileController(NotificationHub& hub, Prompter& prompter, QWidget
     m_fileTableView->setObjectName(u"fileTableView"_s);
     m_fileTableView->setModel(m_model);
     QHeaderView* header = m_fileTableView->horizontalHeader();
-    header->setSectionResizeMode(FileListModel::FileColumn, QHeaderView::Stretch);
-    header->setSectionResizeMode(FileListModel::StatusColumn, QHeaderView::Interactive);
-    header->resizeSection(FileListModel::StatusColumn, kStatusColumnWidth);
+    // The status, often a sentence, takes whatever width the path leaves.
+    header->setSectionResizeMode(FileListModel::FileColumn, QHeaderView::Interactive);
+    header->resizeSection(FileListModel::FileColumn, kFileColumnWidth);
+    header->setSectionResizeMode(FileListModel::StatusColumn, QHeaderView::Stretch);
     // The list above, what became of the files below.
     auto* splitter = new QSplitter(Qt::Vertical, this);
     splitter->setObjectName(u"listAndResults"_s);
@@ -76,12 +106,20 @@ FileController::FileController(NotificationHub& hub, Prompter& prompter, QWidget
     toolBar->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
     toolBar->setIconSize(QSize(32, 32));
     addToolBarAction(kAddFiles, "addFilesAction", IconSet::kAddFiles,
-                     &FileController::FileButtonTapped);
+                     &FileController::FileButtonTapped)
+        ->setShortcut(QKeySequence::Open);
+    m_addFolderAction = new QAction(tr(kAddFolder), this);
+    m_addFolderAction->setObjectName(u"addFolderAction"_s);
+    m_addFolderAction->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_O));
+    connect(m_addFolderAction, &QAction::triggered, this, &FileController::FolderButtonTapped);
+    addAction(m_addFolderAction);
     toolBar->addSeparator();
     addToolBarAction(kEncrypt, "encryptAction", IconSet::kEncrypt,
-                     &FileController::EncryptButtonTapped);
+                     &FileController::EncryptButtonTapped)
+        ->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_E));
     addToolBarAction(kDecrypt, "decryptAction", IconSet::kDecrypt,
-                     &FileController::DecryptButtonTapped);
+                     &FileController::DecryptButtonTapped)
+        ->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_D));
     toolBar->addSeparator();
     addToolBarAction(kExportProfile, "exportProfileAction", IconSet::kExportProfile,
                      &FileController::exportProfileRequested);
@@ -95,7 +133,28 @@ FileController::FileController(NotificationHub& hub, Prompter& prompter, QWidget
     toolBar->addWidget(m_userToolBarItem);
     addToolBarAction(kSignOut, "logoutAction", IconSet::kSignOut,
                      &FileController::LogoutButtonTapped);
-    resize(820, 600);
+    m_runProgress = new QProgressBar(this);
+    m_runProgress->setObjectName(u"runProgress"_s);
+    m_runProgress->setMaximumWidth(200);
+    m_runProgress->hide();
+    statusBar()->addPermanentWidget(m_runProgress);
+
+    m_removeAction = new QAction(tr(kRemove), this);
+    m_removeAction->setObjectName(u"removeAction"_s);
+    connect(m_removeAction, &QAction::triggered, this, &FileController::removeSelected);
+    m_showInFolderAction = new QAction(tr(kShowInFolder), this);
+    m_showInFolderAction->setObjectName(u"showSelectedInFolderAction"_s);
+    connect(m_showInFolderAction, &QAction::triggered, this, &FileController::showSelectedInFolder);
+    m_encryptSelectedAction = new QAction(tr(kEncryptSelected), this);
+    m_encryptSelectedAction->setObjectName(u"encryptSelectedAction"_s);
+    connect(m_encryptSelectedAction, &QAction::triggered, this, [this] { processSelected(true); });
+    m_decryptSelectedAction = new QAction(tr(kDecryptSelected), this);
+    m_decryptSelectedAction->setObjectName(u"decryptSelectedAction"_s);
+    connect(m_decryptSelectedAction, &QAction::triggered, this, [this] { processSelected(false); });
+    m_fileTableView->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(m_fileTableView, &QWidget::customContextMenuRequested, this,
+            &FileController::showContextMenu);
+    resize(900, 600);
     windowDidLoad();
 }
 
@@ -119,13 +178,132 @@ void FileController::windowDidLoad() {
     connect(&m_hub, &NotificationHub::selectionCompleted, this,
             &FileController::handleRecipientSelectionComplete);
     connect(m_model, &FileListModel::processStarting, this, &FileController::processStarting);
-    connect(m_fileTableView, &CustomFileTableView::filesDropped, m_model,
-            &FileListModel::addDroppedFiles);
+    connect(m_model, &FileListModel::processingChanged, this, &FileController::processingChanged);
+    connect(m_fileTableView, &CustomFileTableView::filesDropped, this,
+            &FileController::filesDropped);
     m_fileTableView->setDeleteKeyHandler(
-        [this](int selectedRow) { return m_model->deleteKeyPressedForTableView(selectedRow); });
+        [this](const QList<int>& rows) { return m_model->deleteRows(rows) > 0; });
     const QString userName = NivoGXUtil::getNivoUsername();
     m_userToolBarItem->setText(userName);
     m_userToolBarItem->setToolTip(tr(kSignedInAs).arg(userName));
+}
+
+QList<QAction*> FileController::fileActions() const {
+    QList<QAction*> actions;
+    for (const char* name :
+         {"addFilesAction", "addFolderAction", "encryptAction", "decryptAction"}) {
+        actions.append(findChild<QAction*>(QString::fromLatin1(name)));
+    }
+    return actions;
+}
+
+QList<QAction*> FileController::contextActions() const {
+    return {m_removeAction, m_showInFolderAction, m_encryptSelectedAction, m_decryptSelectedAction};
+}
+
+void FileController::showContextMenu(const QPoint& position) {
+    const QModelIndex under = m_fileTableView->indexAt(position);
+    if (!under.isValid()) {
+        return;
+    }
+    if (!m_fileTableView->selectionModel()->isRowSelected(under.row(), {})) {
+        m_fileTableView->selectRow(under.row());
+    }
+    QMenu menu(this);
+    menu.addAction(m_encryptSelectedAction);
+    menu.addAction(m_decryptSelectedAction);
+    menu.addSeparator();
+    menu.addAction(m_showInFolderAction);
+    menu.addSeparator();
+    menu.addAction(m_removeAction);
+    menu.exec(m_fileTableView->viewport()->mapToGlobal(position));
+}
+
+void FileController::removeSelected() {
+    (void)m_model->deleteRows(m_fileTableView->selectedRows());
+}
+
+void FileController::showSelectedInFolder() {
+    const QList<int> rows = m_fileTableView->selectedRows();
+    if (!rows.isEmpty()) {
+        const FileDetails& entry = m_model->fileList().at(rows.constFirst());
+        QDesktopServices::openUrl(QUrl::fromLocalFile(entry.getFolder()));
+    }
+}
+
+void FileController::processSelected(bool toEncrypt) {
+    QStringList paths;
+    for (const int row : m_fileTableView->selectedRows()) {
+        paths.append(m_model->fileList().at(row).filePath);
+    }
+    if (paths.isEmpty()) {
+        return;
+    }
+    m_markSelectedOnly = true;
+    m_model->setMarkOnly(paths);
+    if (toEncrypt) {
+        EncryptButtonTapped();
+    } else {
+        DecryptButtonTapped();
+    }
+    m_markSelectedOnly = false;
+}
+
+void FileController::filesDropped(const QStringList& paths) {
+    for (const QString& path : paths) {
+        if (QFileInfo(path).isDir()) {
+            statusBar()->showMessage(tr(kFoldersSkipped), kStatusMessageMs);
+            break;
+        }
+    }
+    (void)m_model->addDroppedFiles(paths);
+}
+
+void FileController::processingChanged(bool processing) {
+    m_runProgress->setVisible(processing);
+    if (processing) {
+        m_runStarted = 0;
+        m_runFailed = 0;
+        m_runClock.start();
+        return;
+    }
+    // The run ends inside the last file's report, before this window has heard its outcome.
+    QMetaObject::invokeMethod(this, &FileController::runEnded, Qt::QueuedConnection);
+}
+
+void FileController::runEnded() {
+    const QString done = tr(kRunDone).arg(m_runStarted - m_runFailed).arg(m_runStarted);
+    statusBar()->showMessage(done, kStatusMessageMs);
+    if (m_runClock.elapsed() < kNotifyAfterMs || isActiveWindow()) {
+        return;
+    }
+    QApplication::alert(this);
+    if (QSystemTrayIcon::isSystemTrayAvailable()) {
+        if (m_tray == nullptr) {
+            m_tray = new QSystemTrayIcon(windowIcon(), this);
+        }
+        m_tray->show();
+        m_tray->showMessage(
+            tr(kTitle), m_runFailed > 0 ? done + u"\n"_s + tr(kRunFailed).arg(m_runFailed) : done);
+    }
+}
+
+// "Encrypting 3 of 12" with the whole batch's progress: the files done count whole, the current
+// one by its share.
+void FileController::showRunProgress(qint64 done, qint64 total) {
+    qsizetype pending = 0;
+    for (const FileDetails& entry : m_model->fileList()) {
+        if (entry.status == FileListModel::kPendingEncryption ||
+            entry.status == FileListModel::kPendingDecryption) {
+            ++pending;
+        }
+    }
+    const qsizetype all = m_runStarted + pending;
+    statusBar()->showMessage(tr(kRunProgress).arg(m_runWord).arg(m_runStarted).arg(all));
+    const double share = total > 0 ? double(done) / double(total) : 0.0;
+    m_runProgress->setRange(0, 1000);
+    m_runProgress->setValue(all > 0 ? int(1000.0 * (double(m_runStarted - 1) + share) / double(all))
+                                    : 0);
 }
 
 QStringList FileController::fileList() const {
@@ -158,7 +336,35 @@ void FileController::FileButtonTapped() {
                              QString());
 }
 
+void FileController::FolderButtonTapped() {
+    Prompter::OpenPanel panel;
+    panel.message = tr(kSelectFolder);
+    panel.startFolder = NivoGXUtil::getLastInputFolder();
+    panel.chooseFolders = true;
+    const QStringList chosen = m_prompter.open(this, panel);
+    if (chosen.isEmpty()) {
+        return;
+    }
+    const QString folder = chosen.constFirst();
+    const QStringList files = FileListModel::filesInFolder(folder);
+    const QString shownFolder = VisibleText::of(folder);
+    if (files.isEmpty()) {
+        displayAlertBox(tr(kEmptyFolder).arg(shownFolder));
+        return;
+    }
+    if (files.size() > kManyFilesLimit &&
+        !m_prompter.ask(this, tr(kManyFiles, nullptr, int(files.size())),
+                        tr(kManyFilesDetail).arg(shownFolder).arg(files.size()))) {
+        return;
+    }
+    m_model->addFolderFiles(folder, files);
+    NivoGXUtil::saveSettings(QString(), QString(), QFileInfo(folder).path(), QString(), QString());
+}
+
 void FileController::EncryptButtonTapped() {
+    if (!m_markSelectedOnly) {
+        m_model->setMarkOnly({});
+    }
     switch (m_model->encryptRequested()) {
         case FileListModel::Request::NoFiles:
             displayAlertBox(FileListModel::kNoFilesToEncrypt);
@@ -189,6 +395,9 @@ void FileController::handleRecipientSelectionComplete(const QList<Contact>& resu
 }
 
 void FileController::DecryptButtonTapped() {
+    if (!m_markSelectedOnly) {
+        m_model->setMarkOnly({});
+    }
     switch (m_model->decryptRequested()) {
         case FileListModel::Request::NoFiles:
             displayAlertBox(FileListModel::kNoFilesToDecrypt);
@@ -224,7 +433,14 @@ void FileController::askToClearList(const QString& informativeText) {
 }
 
 void FileController::processStarting(ProcessController* controller, int row) {
-    Q_UNUSED(row);
+    ++m_runStarted;
+    m_runWord = m_model->fileList().at(row).status;
+    connect(controller, &ProcessController::progress, this, &FileController::showRunProgress);
+    connect(
+        controller, &ProcessController::processingCompleted, this,
+        [this](const QString& result) { m_runFailed += result.isEmpty() ? 0 : 1; },
+        Qt::SingleShotConnection);
+    showRunProgress(0, 0);
     m_resultsPanel->follow(controller);
     // A cancelled run's window has closed already; any other is replaced by the next file's.
     if (m_processWindow) {

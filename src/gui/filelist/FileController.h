@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QMainWindow>
 #include <QPointer>
 #include <QStringList>
@@ -15,6 +16,8 @@ class ProcessWindow;
 class Prompter;
 class QAction;
 class QLabel;
+class QProgressBar;
+class QSystemTrayIcon;
 class ResultsPanel;
 
 // The main window of a signed-in user: the list of files with their statuses, and the buttons
@@ -29,6 +32,7 @@ public:
     ~FileController() override;
 
     void FileButtonTapped();
+    void FolderButtonTapped();
     void EncryptButtonTapped();
     void DecryptButtonTapped();
     void LogoutButtonTapped();
@@ -44,6 +48,11 @@ public:
     [[nodiscard]] ProcessWindow* processWindow() const;
     [[nodiscard]] ContactController* contactController() const;
     [[nodiscard]] ResultsPanel* resultsPanel() const noexcept { return m_resultsPanel; }
+    // The window's own actions, for the application menu: Add Files, Add Folder, Encrypt,
+    // Decrypt.
+    [[nodiscard]] QList<QAction*> fileActions() const;
+    // The actions of the list's context menu, for the rows selected when it opens.
+    [[nodiscard]] QList<QAction*> contextActions() const;
 
 Q_SIGNALS:
     // Sign-out or a closed window: the application should quit.
@@ -56,6 +65,15 @@ protected:
 
 private:
     void windowDidLoad();
+    void showContextMenu(const QPoint& position);
+    void removeSelected();
+    void showSelectedInFolder();
+    // Encrypt or Decrypt for the selected rows only: the other unmarked rows sit this run out.
+    void processSelected(bool toEncrypt);
+    void filesDropped(const QStringList& paths);
+    void processingChanged(bool processing);
+    void runEnded();
+    void showRunProgress(qint64 done, qint64 total);
     QAction* addToolBarAction(const char* text, const char* name, const QString& image,
                               void (FileController::*slot)());
     void processStarting(ProcessController* controller, int row);
@@ -69,6 +87,18 @@ private:
     CustomFileTableView* m_fileTableView;
     ResultsPanel* m_resultsPanel;
     QLabel* m_userToolBarItem;
+    QAction* m_addFolderAction = nullptr;
+    QAction* m_removeAction = nullptr;
+    QAction* m_showInFolderAction = nullptr;
+    QAction* m_encryptSelectedAction = nullptr;
+    QAction* m_decryptSelectedAction = nullptr;
+    QProgressBar* m_runProgress;
+    int m_runStarted = 0;
+    int m_runFailed = 0;
+    QElapsedTimer m_runClock;
+    QSystemTrayIcon* m_tray = nullptr;
+    bool m_markSelectedOnly = false;
+    QString m_runWord;
     QPointer<ProcessWindow> m_processWindow;
     QPointer<ContactController> m_contactController;
     bool m_terminating = false;

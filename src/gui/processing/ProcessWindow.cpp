@@ -2,6 +2,7 @@
 
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QLocale>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QStyle>
@@ -18,6 +19,15 @@ const char* const kCancel = QT_TRANSLATE_NOOP("ProcessWindow", "Cancel");
 // The bar counts in thousandths: a byte count does not fit an int.
 constexpr int kSteps = 1000;
 constexpr int kWidth = 440;
+// Below this a file is done before sizes and times could be read.
+constexpr qint64 kBigFile = qint64(4) * 1024 * 1024;
+// Before this the speed is still a guess.
+constexpr qint64 kSettledMs = 1500;
+
+const char* const kPercent = QT_TRANSLATE_NOOP("ProcessWindow", "%1 %");
+const char* const kOfSize = QT_TRANSLATE_NOOP("ProcessWindow", "%1 %, %2 of %3");
+const char* const kSecondsLeft = QT_TRANSLATE_NOOP("ProcessWindow", "about %1 s left");
+const char* const kMinutesLeft = QT_TRANSLATE_NOOP("ProcessWindow", "about %1 min left");
 
 }  // namespace
 
@@ -27,19 +37,21 @@ ProcessWindow::ProcessWindow(ProcessController* controller, QWidget* parent)
       m_controller(controller),
       m_fieldStatus(new QLabel(this)),
       m_progressIndicator(new QProgressBar(this)),
+      m_fieldProgress(new QLabel(this)),
       m_cancelButton(new QPushButton(tr(kCancel), this)) {
     setObjectName(u"ProcessWindow"_s);
     setAttribute(Qt::WA_DeleteOnClose);
     m_fieldStatus->setObjectName(u"fieldStatus"_s);
     m_progressIndicator->setObjectName(u"progressIndicator"_s);
     m_cancelButton->setObjectName(u"cancelButton"_s);
+    m_fieldProgress->setObjectName(u"fieldProgress"_s);
 
     m_fieldStatus->setText(QString());
     m_progressIndicator->setTextVisible(false);
     m_progressIndicator->setRange(0, 0);
 
     auto* buttons = new QHBoxLayout;
-    buttons->addStretch();
+    buttons->addWidget(m_fieldProgress, 1);
     buttons->addWidget(m_cancelButton);
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(m_fieldStatus);
@@ -76,13 +88,38 @@ void ProcessWindow::setStatus(const QString& label, const QString& title) {
     setWindowTitle(title);
 }
 
+QString ProcessWindow::progressText(qint64 done, qint64 total, qint64 elapsedMs) {
+    if (total <= 0) {
+        return {};
+    }
+    const QLocale locale;
+    const auto percent = static_cast<int>(done * 100 / total);
+    if (total < kBigFile) {
+        return tr(kPercent).arg(percent);
+    }
+    QString text = tr(kOfSize).arg(QString::number(percent), locale.formattedDataSize(done, 1),
+                                   locale.formattedDataSize(total, 1));
+    if (done > 0 && done < total && elapsedMs >= kSettledMs) {
+        const auto left =
+            static_cast<qint64>(double(elapsedMs) * double(total - done) / double(done) / 1000.0);
+        text += u", "_s + (left < 90 ? tr(kSecondsLeft).arg(qMax<qint64>(left, 1))
+                                     : tr(kMinutesLeft).arg((left + 30) / 60));
+    }
+    return text;
+}
+
 void ProcessWindow::setProgress(qint64 done, qint64 total) {
     if (total <= 0) {
         m_progressIndicator->setRange(0, 0);
+        m_fieldProgress->clear();
         return;
+    }
+    if (!m_clock.isValid()) {
+        m_clock.start();
     }
     m_progressIndicator->setRange(0, kSteps);
     m_progressIndicator->setValue(static_cast<int>(done * kSteps / total));
+    m_fieldProgress->setText(progressText(done, total, m_clock.elapsed()));
 }
 
 void ProcessWindow::cancelButtonTapped() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QPointer>
 #include <QWidget>
 
@@ -20,6 +21,9 @@ public:
 
     [[nodiscard]] QString statusText() const;
     [[nodiscard]] ProcessController* controller() const;
+    // What the line under the bar says after `elapsedMs` with `done` of `total` bytes read:
+    // the percentage, and for a big file the sizes and, once it can be told, the time left.
+    [[nodiscard]] static QString progressText(qint64 done, qint64 total, qint64 elapsedMs);
 
 private:
     void setStatus(const QString& label, const QString& title);
@@ -30,5 +34,7 @@ private:
     QString m_statusText;
     QLabel* m_fieldStatus;
     QProgressBar* m_progressIndicator;
+    QLabel* m_fieldProgress;
+    QElapsedTimer m_clock;
     QPushButton* m_cancelButton;
 };

@@ -1,6 +1,6 @@
 #include "shell/AppDelegate.h"
 
-#include "contacts/ContactDB.h"
+#include <openssl/crypto.h>
 
 #include <QAction>
 #include <QCoreApplication>
@@ -11,9 +11,12 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QScreen>
+#include <QStandardPaths>
 
+#include "account/AccountServer.h"
 #include "account/LoginController.h"
 #include "contacts/ContactDB.h"
+#include "crypto/CertificateTrust.h"
 #include "filelist/FileController.h"
 #include "log/LogViewerController.h"
 #include "shell/NIVOGXService.h"
@@ -34,6 +37,28 @@ const char* const kExportContactsItem = QT_TRANSLATE_NOOP("AppDelegate", "Export
 const char* const kImportContactsItem = QT_TRANSLATE_NOOP("AppDelegate", "Import Contacts...");
 const char* const kExportProfileItem = QT_TRANSLATE_NOOP("AppDelegate", "Export NIVO Profile...");
 const char* const kViewLogItem = QT_TRANSLATE_NOOP("AppDelegate", "View Log");
+const char* const kHelpMenu = QT_TRANSLATE_NOOP("AppDelegate", "&Help");
+const char* const kQuitItem = QT_TRANSLATE_NOOP("AppDelegate", "Quit");
+const char* const kAboutItem = QT_TRANSLATE_NOOP("AppDelegate", "About NIVO-GX");
+const char* const kHelpItem = QT_TRANSLATE_NOOP("AppDelegate", "NIVO-GX Help");
+const char* const kAboutText = QT_TRANSLATE_NOOP("AppDelegate",
+                                                 "Version %1\n"
+                                                 "Qt %2, %3\n"
+                                                 "Account server: %4\n"
+                                                 "Your certificate (SHA-256):\n%5");
+const char* const kNobodySignedIn = QT_TRANSLATE_NOOP("AppDelegate", "nobody signed in");
+const char* const kHelpTitle = QT_TRANSLATE_NOOP("AppDelegate", "Using NIVO-GX");
+const char* const kHelpText = QT_TRANSLATE_NOOP(
+    "AppDelegate",
+    "Add files with Add Files... (Ctrl+O) or whole folders with Add Folder... (Ctrl+Shift+O), "
+    "or drop files on the list.\n\n"
+    "Encrypt (Ctrl+E) asks for the people who may open the files and for a folder for the "
+    "protected copies; you can always open them yourself.\n\n"
+    "Decrypt (Ctrl+D) asks for a folder and names who sent each file, and whether the account "
+    "service stands behind that sender.\n\n"
+    "Right-click files for Remove, Show in Folder, or to encrypt or decrypt just those. "
+    "View Log (Ctrl+L) lists everything done so far.\n\n"
+    "The section \"Using the app\" of the README that comes with NIVO-GX says more.");
 const char* const kSaveContactsTo = QT_TRANSLATE_NOOP("AppDelegate", "Save contacts to");
 const char* const kExportProfileTo = QT_TRANSLATE_NOOP("AppDelegate", "Export NIVO Profile to");
 const char* const kSelectContactsFile =
@@ -59,7 +84,21 @@ AppDelegate::AppDelegate(NotificationHub& hub, Prompter& prompter, QObject* pare
       m_exportMenuItem(new QAction(tr(kExportContactsItem), this)),
       m_importMenuItem(new QAction(tr(kImportContactsItem), this)),
       m_exportProfileMenuItem(new QAction(tr(kExportProfileItem), this)),
-      m_viewLogItem(new QAction(tr(kViewLogItem), this)) {
+      m_viewLogItem(new QAction(tr(kViewLogItem), this)),
+      m_quitItem(new QAction(tr(kQuitItem), this)),
+      m_aboutItem(new QAction(tr(kAboutItem), this)),
+      m_helpItem(new QAction(tr(kHelpItem), this)) {
+    m_viewLogItem->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_L));
+    m_quitItem->setObjectName(u"quitItem"_s);
+    m_quitItem->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    m_quitItem->setMenuRole(QAction::QuitRole);
+    m_aboutItem->setObjectName(u"aboutItem"_s);
+    m_aboutItem->setMenuRole(QAction::AboutRole);
+    m_helpItem->setObjectName(u"helpItem"_s);
+    m_helpItem->setShortcut(QKeySequence::HelpContents);
+    connect(m_quitItem, &QAction::triggered, this, &AppDelegate::terminateRequested);
+    connect(m_aboutItem, &QAction::triggered, this, &AppDelegate::about);
+    connect(m_helpItem, &QAction::triggered, this, &AppDelegate::help);
     m_exportMenuItem->setObjectName(u"exportMenuItem"_s);
     m_importMenuItem->setObjectName(u"importMenuItem"_s);
     m_exportProfileMenuItem->setObjectName(u"exportProfileMenuItem"_s);
@@ -83,14 +122,45 @@ QList<QAction*> AppDelegate::userMenuItems() const {
     return {m_exportMenuItem, m_importMenuItem, m_exportProfileMenuItem, m_viewLogItem};
 }
 
-void AppDelegate::installMenu(QMenuBar* menuBar) const {
+void AppDelegate::installMenu(QMenuBar* menuBar, const FileController* window) const {
     QMenu* menu = menuBar->addMenu(tr(kFileMenu));
+    if (window != nullptr) {
+        const QList<QAction*> actions = window->fileActions();
+        menu->addActions(actions.mid(0, 2));  // adding files and folders
+        menu->addSeparator();
+        menu->addActions(actions.mid(2));  // encrypting and decrypting
+        menu->addSeparator();
+    }
     menu->addAction(m_exportProfileMenuItem);
     menu->addSeparator();
     menu->addAction(m_exportMenuItem);
     menu->addAction(m_importMenuItem);
     menu->addSeparator();
     menu->addAction(m_viewLogItem);
+    menu->addSeparator();
+    menu->addAction(m_quitItem);
+    QMenu* help = menuBar->addMenu(tr(kHelpMenu));
+    help->addAction(m_helpItem);
+    help->addAction(m_aboutItem);
+}
+
+QString AppDelegate::aboutText() {
+    const std::optional<NivoProfile> profile = NivoGXUtil::getNivoProfile();
+    const QString fingerprint = profile && !profile->Cer.isEmpty()
+                                    ? CertificateTrust::fingerprint(profile->Cer)
+                                    : tr(kNobodySignedIn);
+    return tr(kAboutText)
+        .arg(QCoreApplication::applicationVersion(), QString::fromLatin1(qVersion()),
+             QString::fromLatin1(OpenSSL_version(OPENSSL_VERSION)),
+             AccountServer::baseUrl().toString(), fingerprint);
+}
+
+void AppDelegate::about() {
+    m_prompter.inform(m_fileController.get(), tr(kAboutItem), aboutText());
+}
+
+void AppDelegate::help() {
+    m_prompter.inform(m_fileController.get(), tr(kHelpTitle), tr(kHelpText));
 }
 
 void AppDelegate::setUserMenuItemsEnabled(bool enabled) {
@@ -129,7 +199,7 @@ void AppDelegate::loginCompleted() {
 void AppDelegate::showMainWindow() {
     setUserMenuItemsEnabled(true);
     m_fileController = std::make_unique<FileController>(m_hub, m_prompter);
-    installMenu(m_fileController->menuBar());
+    installMenu(m_fileController->menuBar(), m_fileController.get());
     connect(m_fileController.get(), &FileController::terminateRequested, this,
             &AppDelegate::terminateRequested);
     connect(m_fileController.get(), &FileController::exportProfileRequested, this,
@@ -209,10 +279,12 @@ void AppDelegate::exportContacts() {
     panel.allowedType = ExportFileName::kContactsType;
     panel.defaultName =
         ExportFileName::contactsName(NivoGXUtil::getNivoUsername(), QDateTime::currentDateTime());
+    panel.startFolder = exportFolder(panel.allowedType);
     const QString chosen = m_prompter.save(nullptr, panel);
     if (chosen.isEmpty()) {
         return;
     }
+    m_exportFolders.insert(panel.allowedType, QFileInfo(chosen).path());
     if (const auto result = UserDataExport::exportContacts(chosen); !result.failure.isEmpty()) {
         displayAlertBox(result.failure);
     }
@@ -224,13 +296,22 @@ void AppDelegate::exportNivoProfile() {
     panel.allowedType = ExportFileName::kProfileType;
     panel.defaultName =
         ExportFileName::profileName(NivoGXUtil::getNivoUsername(), QDateTime::currentDateTime());
+    panel.startFolder = exportFolder(panel.allowedType);
     const QString chosen = m_prompter.save(nullptr, panel);
     if (chosen.isEmpty()) {
         return;
     }
+    m_exportFolders.insert(panel.allowedType, QFileInfo(chosen).path());
     if (const auto result = UserDataExport::exportProfile(chosen); !result.failure.isEmpty()) {
         displayAlertBox(result.failure);
     }
+}
+
+// The folder an export of this type went to last in this session; at first the user's
+// documents folder.
+QString AppDelegate::exportFolder(const QString& type) const {
+    const QString documents = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
+    return m_exportFolders.value(type, QFileInfo(documents).isDir() ? documents : QString());
 }
 
 void AppDelegate::importContacts() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QHash>
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -45,10 +46,15 @@ public:
     void exportNivoProfile();
     void importContacts();
     void viewLog();
+    void about();
+    void help();
     void displayAlertBox(const QString& message);
 
-    // The application menu, with the entries that need a signed-in user.
-    void installMenu(QMenuBar* menuBar) const;
+    // The application menu, with the entries that need a signed-in user, and the main window's
+    // own when it is given.
+    void installMenu(QMenuBar* menuBar, const FileController* window = nullptr) const;
+    // The About box's text below its title.
+    [[nodiscard]] static QString aboutText();
 
     [[nodiscard]] LoginController* loginController() const { return m_loginController.get(); }
     [[nodiscard]] FileController* fileController() const { return m_fileController.get(); }
@@ -74,6 +80,7 @@ private:
     void showMainWindow();
     void deliverWaitingFiles();
     void setUserMenuItemsEnabled(bool enabled);
+    [[nodiscard]] QString exportFolder(const QString& type) const;
 
     NotificationHub& m_hub;
     Prompter& m_prompter;
@@ -88,4 +95,8 @@ private:
     QAction* m_importMenuItem;
     QAction* m_exportProfileMenuItem;
     QAction* m_viewLogItem;
+    QAction* m_quitItem;
+    QAction* m_aboutItem;
+    QAction* m_helpItem;
+    QHash<QString, QString> m_exportFolders;
 };

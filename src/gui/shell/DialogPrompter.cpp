@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFileDialog>
+#include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 
@@ -27,40 +28,66 @@ QString nameFilter(const QStringList& types) {
     return DialogPrompter::tr(kFilesOfType).arg(types.join(u", "_s).toUpper(), patterns.join(u' '));
 }
 
-// The message reads as a heading over its explanation, and a short explanation stays on one line
-// instead of wrapping in a narrow box.
-void style(QMessageBox& box) {
-    box.setStyleSheet(
-        u"QLabel#qt_msgbox_label { font-weight: bold; min-width: 280px; }"
-        u"QLabel#qt_msgbox_informativelabel { min-width: 280px; }"_s);
+// The box's texts are plain text: a file name or a server's answer is never read as markup.
+void setTexts(QMessageBox& box, const QString& message, const QString& informativeText) {
+    box.setTextFormat(Qt::PlainText);
+    box.setText(message);
+    box.setInformativeText(informativeText);
+    // The message reads as a heading over its explanation. The font is set on the label itself,
+    // not through a style sheet, and no width is forced on the labels, so that the box measures
+    // the bold text it will draw and grows or wraps to it instead of cutting it off.
+    if (auto* label = box.findChild<QLabel*>(u"qt_msgbox_label"_s)) {
+        QFont bold = label->font();
+        bold.setBold(true);
+        label->setFont(bold);
+    }
+    if (auto* label = box.findChild<QLabel*>(u"qt_msgbox_informativelabel"_s)) {
+        label->setTextFormat(Qt::PlainText);
+        label->setWordWrap(true);
+    }
 }
 
 }  // namespace
 
+std::unique_ptr<QMessageBox> DialogPrompter::alertBox(QWidget* parent, const QString& message,
+                                                      const QString& informativeText) {
+    auto box = std::make_unique<QMessageBox>(parent);
+    box->setIcon(QMessageBox::Warning);
+    setTexts(*box, message, informativeText);
+    box->setDefaultButton(box->addButton(tr(kOk), QMessageBox::AcceptRole));
+    return box;
+}
+
+std::unique_ptr<QMessageBox> DialogPrompter::questionBox(QWidget* parent, const QString& message,
+                                                         const QString& informativeText) {
+    auto box = std::make_unique<QMessageBox>(parent);
+    box->setIcon(QMessageBox::Question);
+    setTexts(*box, message, informativeText);
+    // Action roles keep the buttons in the order added, whatever the desktop's usual layout.
+    QPushButton* no = box->addButton(tr(kNo), QMessageBox::ActionRole);
+    no->setObjectName(u"noButton"_s);
+    box->addButton(tr(kYes), QMessageBox::ActionRole)->setObjectName(u"yesButton"_s);
+    box->setDefaultButton(no);
+    box->setEscapeButton(no);
+    return box;
+}
+
+void DialogPrompter::inform(QWidget* parent, const QString& message,
+                            const QString& informativeText) {
+    const std::unique_ptr<QMessageBox> box = alertBox(parent, message, informativeText);
+    box->setIcon(QMessageBox::Information);
+    box->exec();
+}
+
 void DialogPrompter::alert(QWidget* parent, const QString& message,
                            const QString& informativeText) {
-    QMessageBox box(parent);
-    box.setIcon(QMessageBox::Warning);
-    style(box);
-    box.setText(message);
-    box.setInformativeText(informativeText);
-    box.setDefaultButton(box.addButton(tr(kOk), QMessageBox::AcceptRole));
-    box.exec();
+    alertBox(parent, message, informativeText)->exec();
 }
 
 bool DialogPrompter::ask(QWidget* parent, const QString& message, const QString& informativeText) {
-    QMessageBox box(parent);
-    box.setIcon(QMessageBox::Question);
-    style(box);
-    box.setText(message);
-    box.setInformativeText(informativeText);
-    // Action roles keep the buttons in the order added, whatever the desktop's usual layout.
-    QPushButton* no = box.addButton(tr(kNo), QMessageBox::ActionRole);
-    QPushButton* yes = box.addButton(tr(kYes), QMessageBox::ActionRole);
-    box.setDefaultButton(no);
-    box.setEscapeButton(no);
-    box.exec();
-    return box.clickedButton() == yes;
+    const std::unique_ptr<QMessageBox> box = questionBox(parent, message, informativeText);
+    box->exec();
+    return box->clickedButton() != nullptr && box->clickedButton()->objectName() == u"yesButton";
 }
 
 QStringList DialogPrompter::open(QWidget* parent, const OpenPanel& panel) {

@@ -31,6 +31,9 @@ public:
     Prompter& operator=(const Prompter&) = delete;
     virtual ~Prompter() = default;
 
+    // Something to read, not a problem: one "OK" button.
+    virtual void inform(QWidget* parent, const QString& message,
+                        const QString& informativeText) = 0;
     // One "OK" button.
     virtual void alert(QWidget* parent, const QString& message, const QString& informativeText) = 0;
     // Buttons "No" (the default) then "Yes"; true for "Yes".
