@@ -113,7 +113,7 @@ int FileListModel::addFiles(const QStringList& paths) {
         beginInsertRows({}, first, first + static_cast<int>(unlisted.size()) - 1);
         m_fileList.reserve(m_fileList.size() + unlisted.size());
         for (const QString& path : std::as_const(unlisted)) {
-            m_fileList.append(FileDetails{path, QString()});
+            m_fileList.append(FileDetails{path, QString(), QString()});
         }
         endInsertRows();
     }

@@ -292,8 +292,8 @@ TEST_F(FileListModelTest, EachPathIsListedOnceThroughAddingRemovingAndAddingAgai
             }
         }
         std::stable_sort(expected.begin(), expected.end(), [](const QString& a, const QString& b) {
-            const int byName = FileDetails{a, {}}.getFilename().compare(
-                FileDetails{b, {}}.getFilename(), Qt::CaseInsensitive);
+            const int byName = FileDetails{a, {}, {}}.getFilename().compare(
+                FileDetails{b, {}, {}}.getFilename(), Qt::CaseInsensitive);
             return byName != 0 ? byName < 0 : a.compare(b, Qt::CaseInsensitive) < 0;
         });
         return count;

@@ -144,13 +144,13 @@ TEST(OutputNaming, PathsOfRunsUnderWayAreSkippedLikeExistingFiles) {
 }
 
 TEST(FileDetails, NamesTheFileAndItsFolder) {
-    const FileDetails inFolder{u"/home/a/report.pdf"_s, {}};
+    const FileDetails inFolder{u"/home/a/report.pdf"_s, {}, {}};
     EXPECT_EQ(inFolder.getFilename(), u"report.pdf"_s);
     EXPECT_EQ(inFolder.getFolder(), u"/home/a"_s);
-    const FileDetails atRoot{u"/report.pdf"_s, {}};
+    const FileDetails atRoot{u"/report.pdf"_s, {}, {}};
     EXPECT_EQ(atRoot.getFilename(), u"report.pdf"_s);
     EXPECT_EQ(atRoot.getFolder(), u"/"_s);
-    const FileDetails bare{u"report.pdf"_s, {}};
+    const FileDetails bare{u"report.pdf"_s, {}, {}};
     EXPECT_EQ(bare.getFolder(), u""_s);
 }
 
