@@ -1,6 +1,7 @@
 #include "server/AccountStore.h"
 
 #include <QAtomicInteger>
+#include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
@@ -29,6 +30,12 @@ struct ThreadConnections {
     ThreadConnections(const ThreadConnections&) = delete;
     ThreadConnections& operator=(const ThreadConnections&) = delete;
     ~ThreadConnections() {
+        // At the process's end (the main thread's own, or a pool thread outliving the
+        // application) Qt SQL's registry and drivers may be gone already; the system takes the
+        // connections back anyway.
+        if (QCoreApplication::instance() == nullptr) {
+            return;
+        }
         for (const QString& name : std::as_const(names)) {
             close(name);
         }
