@@ -65,20 +65,20 @@ private:
     std::unique_ptr<QSettings> m_file;
 };
 
-int administer(const QStringList& arguments, const QString& dataDir) {
+int administer(const QStringList& arguments, const QString& databaseUrl) {
     const QString command = arguments.value(1);
     const QString name = arguments.value(2).toLower();
     const bool wantsName = command == "disable"_L1 || command == "enable"_L1 || command == "delete"_L1;
     if (!(command == "list"_L1 && arguments.size() == 2) && !(wantsName && arguments.size() == 3)) {
         return fail(u"usage: nivogx-server accounts list | disable NAME | enable NAME | delete NAME"_s);
     }
-    const QString path = QDir(dataDir).filePath(u"accounts.db"_s);
+    const QString path = AccountStore::sqlitePath(databaseUrl);
     if (!QFileInfo::exists(path)) {
-        return fail(u"no account database in %1"_s.arg(dataDir));
+        return fail(u"no account database %1"_s.arg(path));
     }
-    AccountStore store(path);
+    AccountStore store(databaseUrl);
     if (!store.open()) {
-        return fail(u"cannot open the account database in %1"_s.arg(dataDir));
+        return fail(store.error());
     }
     QTextStream out(stdout);
     if (command == "list"_L1) {
@@ -120,8 +120,12 @@ int main(int argc, char* argv[]) {
                                  "production."_s);
     const QCommandLineOption listen(u"listen"_s, u"Address and port to listen on."_s,
                                     u"host:port"_s, u"127.0.0.1:8443"_s);
-    const QCommandLineOption dataDir(u"data-dir"_s, u"Folder of the account database."_s,
+    const QCommandLineOption dataDir(u"data-dir"_s,
+                                     u"Folder of the account database accounts.db (unless "
+                                     "--database names another)."_s,
                                      u"dir"_s);
+    const QCommandLineOption database(u"database"_s,
+                                      u"Account database: sqlite:/path/accounts.db."_s, u"url"_s);
     const QCommandLineOption tlsCert(u"tls-cert"_s, u"TLS certificate chain (PEM, leaf first)."_s,
                                      u"file"_s);
     const QCommandLineOption tlsKey(u"tls-key"_s, u"TLS private key (PEM)."_s, u"file"_s);
@@ -157,9 +161,9 @@ int main(int argc, char* argv[]) {
     const QCommandLineOption logRequests(u"log-requests"_s,
                                          u"One line per request on stderr (true or false)."_s,
                                          u"bool"_s, u"true"_s);
-    parser.addOptions({config, dev, listen, dataDir, tlsCert, tlsKey, caCert, caKey, minPassword,
-                       signUpInterval, workers, maxHandshakes, maxConnections, maxPerAddress,
-                       handshakeTimeout, idleTimeout, logRequests});
+    parser.addOptions({config, dev, listen, dataDir, database, tlsCert, tlsKey, caCert, caKey,
+                       minPassword, signUpInterval, workers, maxHandshakes, maxConnections,
+                       maxPerAddress, handshakeTimeout, idleTimeout, logRequests});
     parser.addPositionalArgument(u"accounts"_s, u"Administer the accounts instead of serving."_s,
                                  u"[accounts list|disable|enable|delete NAME]"_s);
     parser.process(app);
@@ -168,10 +172,19 @@ int main(int argc, char* argv[]) {
     if (!settings.fileUsable()) {
         return fail(u"cannot read the settings file %1"_s.arg(parser.value(config)));
     }
-    if (!settings.has(dataDir)) {
-        return fail(u"--data-dir (or data-dir in the settings file) is required"_s);
+    if (!settings.has(dataDir) && !settings.has(database)) {
+        return fail(u"--data-dir or --database (or the same keys in the settings file) is required"_s);
     }
-    const QString data = settings.value(dataDir);
+    const QString databaseUrl =
+        settings.has(database)
+            ? settings.value(database)
+            : AccountStore::sqliteUrl(QDir(settings.value(dataDir)).filePath(u"accounts.db"_s));
+    const QString databasePath = AccountStore::sqlitePath(databaseUrl);
+    if (databasePath.isEmpty()) {
+        return fail(u"--database wants sqlite:/path/accounts.db"_s);
+    }
+    // The folder of the database holds nothing but the server's secrets.
+    const QString data = QFileInfo(databasePath).absolutePath();
     const QStringList positional = parser.positionalArguments();
     if (!positional.isEmpty()) {
         if (positional.constFirst() != "accounts"_L1) {
@@ -180,7 +193,7 @@ int main(int argc, char* argv[]) {
         if (const QString problem = PrivateFiles::checkPrivate(data); !problem.isEmpty()) {
             return fail(problem);
         }
-        return administer(positional, data);
+        return administer(positional, databaseUrl);
     }
 
     // Without --dev every key comes from the operator: the development keys are published.
@@ -236,7 +249,6 @@ int main(int argc, char* argv[]) {
     options.logRequests = logging == "true"_L1;
 
     // The secrets stay the server user's own.
-    const QString databasePath = QDir(data).filePath(u"accounts.db"_s);
     QStringList problems{PrivateFiles::makePrivateFolder(data),
                          PrivateFiles::checkPrivate(databasePath)};
     if (!development) {
@@ -247,9 +259,9 @@ int main(int argc, char* argv[]) {
     if (!problems.isEmpty()) {
         return fail(problems.constFirst());
     }
-    AccountStore store(databasePath);
+    AccountStore store(databaseUrl);
     if (!store.open()) {
-        return fail(u"cannot open the account database in %1"_s.arg(data));
+        return fail(store.error());
     }
     const AccountAuthority authority(caCertPath, caKeyPath);
     if (!authority.isValid()) {

@@ -24,7 +24,7 @@ const QHostAddress kGuesser(u"198.51.100.7"_s);
 class AccountServiceTest : public ::testing::Test {
 protected:
     AccountServiceTest()
-        : store(QDir(dir.path()).filePath(u"accounts.db"_s)),
+        : store(AccountStore::sqliteUrl(QDir(dir.path()).filePath(u"accounts.db"_s))),
           authority(dev("service-root.cer"), dev("service-root.key")),
           service(store, authority, AccountService::Policy{}, [this] { return now; }) {}
 

@@ -6,6 +6,8 @@
 #include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QSqlDatabase>
+#include <QSqlQuery>
 #include <QSslCertificate>
 #include <QTemporaryDir>
 #include <QThread>
@@ -23,6 +25,22 @@ constexpr int kStartBoundMs = 30'000;
 
 QString dev(const char* name) {
     return QStringLiteral(NIVOGX_DEV_CERTS_DIR "/") + QString::fromLatin1(name);
+}
+
+// Runs statements on an SQLite file, as an older or newer server would have left it.
+bool writeDatabase(const QString& path, const QStringList& statements) {
+    const QString name = u"written"_s;
+    bool done = true;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(u"QSQLITE"_s, name);
+        db.setDatabaseName(path);
+        done = db.open();
+        for (const QString& statement : statements) {
+            done = done && QSqlQuery(db).exec(statement);
+        }
+    }
+    QSqlDatabase::removeDatabase(name);
+    return done;
 }
 
 mode_t modeOf(const QString& path) {
@@ -212,6 +230,34 @@ TEST_F(ServerProcessTest, AccountsCanBeListedDisabledEnabledAndDeleted) {
     EXPECT_EQ(admin({u"delete"_s, u"olga"_s}, &output), 1);
     EXPECT_TRUE(output.contains(u"no account named olga"_s));
     EXPECT_EQ(admin({u"rename"_s, u"olga"_s}), 1);
+}
+
+TEST_F(ServerProcessTest, AnOlderDatabaseIsUpdatedInPlaceAndANewerOneRefused) {
+    // A database from before accounts could be disabled and before versions were recorded.
+    ASSERT_TRUE(QDir().mkpath(dataDir()));
+    ASSERT_EQ(::chmod(QFile::encodeName(dataDir()).constData(), 0700), 0);
+    const QString database = QDir(dataDir()).filePath(u"accounts.db"_s);
+    ASSERT_TRUE(writeDatabase(database,
+                              {u"CREATE TABLE ACCOUNT (LoginName TEXT PRIMARY KEY, FirstName TEXT, "
+                               "LastName TEXT, Email TEXT, PasswordSalt BLOB, PasswordHash BLOB, "
+                               "PasswordIterations INTEGER, Pfx BLOB, Cer BLOB, "
+                               "Created TEXT DEFAULT CURRENT_TIMESTAMP)"_s,
+                               u"INSERT INTO ACCOUNT (LoginName, Email) VALUES ('olde', 'o@e.org')"_s}));
+    ASSERT_EQ(::chmod(QFile::encodeName(database).constData(), 0600), 0);
+    const QStringList list{u"accounts"_s, u"list"_s, u"--database"_s, u"sqlite:"_s + database};
+    QString output;
+    ASSERT_EQ(run(list, &output), 0) << output.toStdString();
+    EXPECT_TRUE(output.startsWith(u"olde\tenabled\t"_s)) << output.toStdString();
+    ASSERT_EQ(run({u"accounts"_s, u"disable"_s, u"olde"_s, u"--database"_s, u"sqlite:"_s + database}), 0);
+    EXPECT_EQ(modeOf(database), 0600u);
+
+    // Written by a newer server: refused, and left as it was.
+    ASSERT_TRUE(writeDatabase(database, {u"UPDATE SCHEMA_VERSION SET Version = 99"_s}));
+    EXPECT_EQ(run(list, &output), 1);
+    EXPECT_TRUE(output.contains(u"version 99, newer than this nivogx-server knows"_s))
+        << output.toStdString();
+    EXPECT_EQ(run({u"--dev"_s, u"--listen"_s, u"127.0.0.1:0"_s, u"--data-dir"_s, dataDir()}, &output), 1);
+    EXPECT_TRUE(output.contains(u"newer"_s)) << output.toStdString();
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 struct ServerThread::Parts {
     Parts(const QString& dir, const AccountService::Policy& policy,
           const AccountHttpServer::Options& options)
-        : store(QDir(dir).filePath(QStringLiteral("accounts.db"))),
+        : store(AccountStore::sqliteUrl(QDir(dir).filePath(QStringLiteral("accounts.db")))),
           authority(QStringLiteral(NIVOGX_DEV_CERTS_DIR "/service-root.cer"),
                     QStringLiteral(NIVOGX_DEV_CERTS_DIR "/service-root.key")),
           service(store, authority, policy),
