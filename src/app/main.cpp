@@ -1,5 +1,6 @@
 #include <QApplication>
 #include <QCommandLineParser>
+#include <QDir>
 #include <QFileInfo>
 
 #include "shell/AppDelegate.h"
@@ -62,6 +63,9 @@ int main(int argc, char* argv[]) {
         delegate.application(files);
     }
     delegate.setServiceName(serviceName);
+    delegate.setHelpFile(QDir::cleanPath(QDir(QCoreApplication::applicationDirPath())
+                                             .filePath(QStringLiteral(NIVOGX_DOC_FROM_BIN))) +
+                         u"/README.md"_s);
     delegate.applicationDidFinishLaunching();
     return QApplication::exec();
 }

@@ -9,8 +9,10 @@
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QSignalSpy>
+#include <QUrl>
 
 #include "GuiTestKit.h"
+#include "TestFiles.h"
 #include "account/AccountServer.h"
 #include "account/LoginController.h"
 #include "account/RegisterController.h"
@@ -206,6 +208,67 @@ TEST_F(AppDelegateTest, MenuKeysReachTheirActionsAndAboutNamesTheUsersKey) {
     QTest::keySequence(main, QKeySequence(u"Ctrl+Q"_s));
     EXPECT_EQ(terminate.count(), 1);
     EXPECT_EQ(NivoGXUtil::getNivoPassword(), u"pw"_s) << "quitting keeps the sign-in";
+}
+
+TEST_F(AppDelegateTest, HelpOpensTheInstalledReadmeOrSaysWhereItShouldBe) {
+    const QString readme = QDir(sandbox.root()).filePath(u"README.md"_s);
+    QList<QUrl> opened;
+    bool opens = true;
+    app.setUrlOpener([&](const QUrl& url) {
+        opened.append(url);
+        return opens;
+    });
+    app.setHelpFile(readme);
+    app.findChild<QAction*>(u"helpItem"_s)->trigger();
+    ASSERT_EQ(prompter.count(), 1) << "not installed";
+    EXPECT_EQ(prompter.last().message, u"Using NIVO-GX"_s);
+    EXPECT_TRUE(prompter.last().informativeText.endsWith(u'\n' + readme));
+    EXPECT_TRUE(opened.isEmpty());
+
+    ASSERT_TRUE(putFile(readme, "# NIVO-GX\n"));
+    app.help();
+    EXPECT_EQ(opened, QList<QUrl>{QUrl::fromLocalFile(readme)});
+    EXPECT_EQ(prompter.count(), 1);
+
+    opens = false;  // the desktop has no program for it
+    app.help();
+    ASSERT_EQ(prompter.count(), 2);
+    EXPECT_TRUE(prompter.last().informativeText.endsWith(u'\n' + readme));
+}
+
+TEST_F(AppDelegateTest, EachExportPanelStartsWhereItsOwnLastExportWent) {
+    const QString documents = QDir(sandbox.root()).filePath(u"documents"_s);
+    ASSERT_TRUE(QDir().mkpath(documents));
+    ASSERT_TRUE(putFile(QDir(sandbox.configHome()).filePath(u"user-dirs.dirs"_s),
+                        "XDG_DOCUMENTS_DIR=\"" + documents.toUtf8() + "\"\n"));
+    leaveCompleteSignIn(u"erin"_s);
+    app.applicationDidFinishLaunching();
+    app.viewLog();
+    const std::function<void()> exports[] = {
+        [&] { app.findChild<QAction*>(u"exportProfileMenuItem"_s)->trigger(); },
+        [&] { app.findChild<QAction*>(u"exportMenuItem"_s)->trigger(); },
+        [&] { clickButton(app.logViewerController(), "exportButton"); }};
+    QStringList firstStarts;
+    QStringList secondStarts;
+    for (QStringList* starts : {&firstStarts, &secondStarts}) {
+        int kind = 0;
+        for (const auto& runExport : exports) {
+            const QString folder = QDir(sandbox.root()).filePath(u"export%1"_s.arg(kind++));
+            QDir().mkpath(folder);
+            prompter.answerSave(QDir(folder).filePath(u"copy"_s));
+            runExport();
+            for (const auto& prompt : prompter.prompts()) {
+                if (prompt.kind == ScriptedPrompter::Kind::Save) {
+                    starts->append(prompt.savePanel.startFolder);
+                }
+            }
+            prompter.clear();
+        }
+    }
+    EXPECT_EQ(firstStarts, QStringList(3, documents));
+    EXPECT_EQ(secondStarts, (QStringList{QDir(sandbox.root()).filePath(u"export0"_s),
+                                         QDir(sandbox.root()).filePath(u"export1"_s),
+                                         QDir(sandbox.root()).filePath(u"export2"_s)}));
 }
 
 TEST_F(AppDelegateTest, AlertsShowTheirWholeTextHoweverLong) {

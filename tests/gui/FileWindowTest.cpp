@@ -6,6 +6,7 @@
 #include <QDropEvent>
 #include <QFile>
 #include <QFileInfo>
+#include <QItemSelectionModel>
 #include <QLabel>
 #include <QMimeData>
 #include <QProgressBar>
@@ -86,8 +87,8 @@ protected:
     // The log's lines without their date and time: "Encrypt | /path | bob,alice | Success".
     [[nodiscard]] static QStringList loggedEvents() {
         QStringList events;
-        for (const QString& line : QString::fromUtf8(fileBytes(NivoGXUtil::logPath()))
-                                       .split(u'\n', Qt::SkipEmptyParts)) {
+        for (const QString& line :
+             QString::fromUtf8(fileBytes(NivoGXUtil::logPath())).split(u'\n', Qt::SkipEmptyParts)) {
             events.append(line.section(QStringLiteral(" | "), 2));
         }
         return events;
@@ -347,6 +348,81 @@ TEST_F(FileWindowTest, AFolderKeepsItsLayoutThroughEncryptionAndBack) {
         EXPECT_EQ(fileBytes(QDir(plain).filePath(QStringLiteral("photos/") + name)), name.toUtf8());
     }
     EXPECT_FALSE(QFileInfo::exists(QDir(plain).filePath(QStringLiteral("photos/link.jpg"))));
+}
+
+TEST_F(FileWindowTest, TheContextMenuEncryptsOrDecryptsJustTheSelectedRows) {
+    createAccount(QStringLiteral("alice"), QStringLiteral("pw"));
+    signIn(QStringLiteral("alice"));
+    openWindow();
+    const QString a = writeFile(QStringLiteral("a.txt"), "a");
+    const QString b = writeFile(QStringLiteral("b.txt"), "b");
+    const QString c = writeFile(QStringLiteral("c.txt"), "c");
+    window->handleExternalFileArray({a, b, c});
+    const auto trigger = [&](const char* name, const QStringList& rows) {
+        CustomFileTableView* table = window->fileTableView();
+        table->clearSelection();
+        for (const QString& path : rows) {
+            table->selectionModel()->select(
+                window->model().index(int(window->fileList().indexOf(path)), 0),
+                QItemSelectionModel::Select | QItemSelectionModel::Rows);
+        }
+        for (QAction* action : window->contextActions()) {
+            if (action->objectName() == QLatin1String(name)) {
+                action->trigger();
+            }
+        }
+    };
+
+    trigger("encryptSelectedAction", {a, c});
+    ASSERT_NE(window->contactController(), nullptr);
+    const QString out = folder(QStringLiteral("out"));
+    prompter.answerAsk(true);
+    prompter.answerOpen({out});
+    clickButton(window->contactController(), "nextButton");
+    ASSERT_TRUE(eventually([&] { return idle(); }));
+    EXPECT_EQ(window->fileList(), QStringList{b});
+    EXPECT_EQ(statuses(), QStringList{QString()}) << "left out, not pending";
+    EXPECT_EQ(QDir(out).entryList(QDir::Files, QDir::Name),
+              (QStringList{QStringLiteral("a.txt.tvf"), QStringLiteral("c.txt.tvf")}));
+
+    const QString protectedA = QDir(out).filePath(QStringLiteral("a.txt.tvf"));
+    const QString protectedC = QDir(out).filePath(QStringLiteral("c.txt.tvf"));
+    window->handleExternalFileArray({protectedA, protectedC});
+    const QString plain = folder(QStringLiteral("plain"));
+    prompter.answerOpen({plain});
+    trigger("decryptSelectedAction", {protectedC});
+    ASSERT_TRUE(eventually([&] { return idle(); }));
+    EXPECT_EQ(QDir(plain).entryList(QDir::Files), QStringList{QStringLiteral("c.txt")});
+    EXPECT_EQ(window->fileList().size(), 2);
+    EXPECT_TRUE(window->fileList().contains(protectedA));
+}
+
+TEST_F(FileWindowTest, ARunThatEndsWhileTheAppIsNotInUseSaysHowItWent) {
+    createAccount(QStringLiteral("alice"), QStringLiteral("pw"));
+    signIn(QStringLiteral("alice"));
+    // Never shown, so no window of the application is in use.
+    window = std::make_unique<FileController>(hub, prompter);
+    QStringList notices;
+    window->setRunEndNotifier([&](const QString& summary) { notices.append(summary); },
+                              std::chrono::milliseconds(0));
+    const QString notProtected = writeFile(QStringLiteral("a.txt.tvf"), "plain text");
+    window->handleExternalFileArray({writeFile(QStringLiteral("b.txt"), "b"), notProtected});
+    prompter.answerOpen({folder(QStringLiteral("plain"))});
+    window->DecryptButtonTapped();
+    ASSERT_TRUE(eventually([&] { return idle() && !notices.isEmpty(); }));
+    EXPECT_EQ(notices, QStringList{QStringLiteral("0 of 1 files done\n1 failed: see the list.")});
+
+    // A run shorter than the minimum ends quietly.
+    window->setRunEndNotifier([&](const QString& summary) { notices.append(summary); },
+                              std::chrono::hours(1));
+    NivoGXUtil::saveSettings(QString(), QString(), QString(), folder(QStringLiteral("out")),
+                             QString());
+    ASSERT_EQ(window->model().encryptRequested(), FileListModel::Request::ChooseRecipients);
+    window->handleRecipientSelectionComplete({});
+    ASSERT_TRUE(eventually([&] { return idle(); }));
+    EXPECT_EQ(window->fileList(), QStringList{notProtected});
+    QTest::qWait(50);
+    EXPECT_EQ(notices.size(), 1);
 }
 
 TEST_F(FileWindowTest, ButtonsWithNothingToDoSayWhyAndOfferToClearTheList) {

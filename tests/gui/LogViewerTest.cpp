@@ -22,6 +22,7 @@ namespace {
 using Kind = ScriptedPrompter::Kind;
 
 constexpr int kFileColumn = 3;
+constexpr int kStatusColumn = 5;
 
 class LogViewerTest : public GuiTest {
 protected:
@@ -40,9 +41,8 @@ protected:
     // 30 events over two years and several months, both operations, one recipient with accents,
     // a few failures; every path differs so no two entries tie.
     static void writeLog() {
-        const QStringList recipients[] = {{QStringLiteral("bob")},
-                                          {QStringLiteral("Zoë Müller"), QStringLiteral("bob")},
-                                          {}};
+        const QStringList recipients[] = {
+            {QStringLiteral("bob")}, {QStringLiteral("Zoë Müller"), QStringLiteral("bob")}, {}};
         const QString statuses[] = {QStringLiteral("Success"), QStringLiteral("Failed"),
                                     QStringLiteral("Cancelled")};
         QString text;
@@ -99,9 +99,9 @@ protected:
 
     void clickHeader(int section) const {
         QHeaderView* header = table()->horizontalHeader();
-        const QPoint centre(header->sectionViewportPosition(section) +
-                                header->sectionSize(section) / 2,
-                            header->height() / 2);
+        const QPoint centre(
+            header->sectionViewportPosition(section) + header->sectionSize(section) / 2,
+            header->height() / 2);
         QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, centre);
     }
 
@@ -151,6 +151,13 @@ TEST_F(LogViewerTest, ShowsTheLogAndFiltersItByOperation) {
     clickToolBar("decryptItem");
     EXPECT_EQ(shownPaths(), pathsOf(all));
     EXPECT_EQ(item("decryptItem")->data().toString(), QStringLiteral("decrypt_grey"));
+
+    // The status, often a failure's sentence, takes the width the window gains.
+    QHeaderView* header = table()->horizontalHeader();
+    const int statusWidth = header->sectionSize(kStatusColumn);
+    window->resize(window->width() + 200, window->height());
+    EXPECT_TRUE(eventually([&] { return header->sectionSize(kStatusColumn) == statusWidth + 200; }))
+        << header->sectionSize(kStatusColumn);
 }
 
 TEST_F(LogViewerTest, SearchesTheChosenColumnOnEnterWithinTheFilter) {
@@ -158,15 +165,15 @@ TEST_F(LogViewerTest, SearchesTheChosenColumnOnEnterWithinTheFilter) {
     const QList<LogEntry> all = NivoGXUtil::getLogEntries();
     const auto expect = [&](const QString& column, const QString& text, qsizetype minimum) {
         search(column, text);
-        const QStringList expected = pathsOf(LogQuery::search(all, column, text.trimmed().toLower()));
+        const QStringList expected =
+            pathsOf(LogQuery::search(all, column, text.trimmed().toLower()));
         EXPECT_EQ(shownPaths(), expected) << column.toStdString() << " " << text.toStdString();
         EXPECT_GE(expected.size(), minimum) << column.toStdString();
         EXPECT_LT(expected.size(), all.size()) << column.toStdString();
     };
+    // The rules of a match are the core's; here each choice reaches its column.
     expect(LogQuery::kFile, QStringLiteral(" WORK/report "), 15);
-    expect(LogQuery::kDate, all.at(4).date, 1);
     expect(LogQuery::kTime, all.at(4).time.left(5), 1);
-    // Accents and case are both ignored.
     expect(LogQuery::kRecipient, QStringLiteral("zoe muller"), 10);
     expect(LogQuery::kStatus, QStringLiteral("failed"), 4);
 
@@ -182,8 +189,8 @@ TEST_F(LogViewerTest, SearchesTheChosenColumnOnEnterWithinTheFilter) {
     search(LogQuery::kFile, QStringLiteral("private"));
     clickToolBar("encryptItem");
     const QList<LogEntry> encryptions = LogQuery::ofOperation(all, LogQuery::Operation::Encrypt);
-    EXPECT_EQ(shownPaths(), pathsOf(LogQuery::search(encryptions, LogQuery::kFile,
-                                                     QStringLiteral("private"))));
+    EXPECT_EQ(shownPaths(),
+              pathsOf(LogQuery::search(encryptions, LogQuery::kFile, QStringLiteral("private"))));
     emptySearchField();
     EXPECT_EQ(shownPaths(), pathsOf(encryptions));
 }
@@ -200,11 +207,6 @@ TEST_F(LogViewerTest, HeaderClicksSortAscendingThenDescendingAsTheCoreCompares) 
             clickHeader(section);
             EXPECT_EQ(window->currentOrderingState(), column);
             EXPECT_EQ(shownPaths(), pathsOf(expected)) << section << ascending;
-            const QList<LogEntry>& shown = window->displayList();
-            for (qsizetype i = 1; i < shown.size(); ++i) {
-                EXPECT_EQ(LogQuery::compare(shown.at(i - 1), shown.at(i), column, ascending), -1)
-                    << section << " " << ascending << " at " << i;
-            }
             EXPECT_EQ(header->sortIndicatorSection(), section);
             EXPECT_EQ(header->sortIndicatorOrder(),
                       ascending ? Qt::AscendingOrder : Qt::DescendingOrder);
@@ -241,12 +243,6 @@ TEST_F(LogViewerTest, ExportsUnderTheLogTypeAndSaysWhenThereIsNoLog) {
         << panel.defaultName.toStdString();
     ASSERT_TRUE(QFile::exists(chosen + QStringLiteral(".log")));
     EXPECT_EQ(fileBytes(chosen + QStringLiteral(".log")), fileBytes(NivoGXUtil::logPath()));
-
-    // A name that already ends in the type in capitals keeps it as it is.
-    prompter.answerSave(chosen + QStringLiteral("2.LOG"));
-    clickButton(window.get(), "exportButton");
-    EXPECT_TRUE(QFile::exists(chosen + QStringLiteral("2.LOG")));
-    EXPECT_EQ(prompter.last().kind, Kind::Save);
 
     NivoGXUtil::clearLogFile();
     prompter.answerSave(QDir(sandbox.root()).filePath(QStringLiteral("other.log")));

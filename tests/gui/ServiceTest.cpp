@@ -1,6 +1,7 @@
 // Files that a later launch hands to the running instance over its local socket.
 #include <QDir>
 #include <QSignalSpy>
+#include <QStatusBar>
 #include <QtConcurrent>
 
 #include "GuiTestKit.h"
@@ -58,6 +59,15 @@ TEST_F(ServiceTest, AfterSignInFilesGoToTheMainWindow) {
     ASSERT_TRUE(eventually([&] { return delivered.count() == 1; }));
     EXPECT_EQ(app.fileController()->fileList(), QStringList{file});
     EXPECT_EQ(queued.count(), 0);
+    EXPECT_TRUE(app.fileController()->statusBar()->currentMessage().isEmpty());
+
+    // A folder is left out, and the window says how folders are added.
+    ASSERT_TRUE(handOver({sandbox.root()}));
+    ASSERT_TRUE(eventually([&] {
+        return app.fileController()->statusBar()->currentMessage() ==
+               QStringLiteral("Folders are added with Add Folder\u2026");
+    }));
+    EXPECT_EQ(app.fileController()->fileList(), QStringList{file});
 }
 
 TEST_F(ServiceTest, NobodyListeningMeansTheLaunchStartsItsOwnInstance) {

@@ -1,11 +1,13 @@
-// Draws the main window, the recipient window and the log viewer over a made-up user with a
-// dozen contacts and a few dozen log lines, and saves each as a PNG, for looking at the windows
-// without a full run (run it under Xvfb for the desktop's real style):
+// Draws the main window, the processing window, the alerts, the About box, the recipient window
+// and the log viewer over a made-up user with a dozen contacts and a few dozen log lines, and
+// saves each as a PNG, for looking at the windows without a full run (run it under Xvfb for the
+// desktop's real style):
 //
 //   gui_window_shots OUTPUT_FOLDER
 #include <QApplication>
 #include <QDir>
 #include <QFile>
+#include <QMenuBar>
 #include <QMessageBox>
 #include <QTableView>
 #include <QTest>
@@ -17,6 +19,7 @@
 #include "UserSandbox.h"
 #include "account/AccountServer.h"
 #include "contacts/ContactController.h"
+#include "crypto/NivoCryptoOperation.h"
 #include "filelist/FileController.h"
 #include "filelist/ResultsPanel.h"
 #include "log/ActivityLog.h"
@@ -32,14 +35,18 @@
 
 namespace {
 
+// One name as long as a company's address book gives them, to see that it still reads.
 const QStringList kPeople{
-    QStringLiteral("anna.berg"), QStringLiteral("Bob"),         QStringLiteral("carol-ng"),
-    QStringLiteral("dave"),      QStringLiteral("erin.okafor"), QStringLiteral("frank"),
-    QStringLiteral("grace.li"),  QStringLiteral("heidi"),       QStringLiteral("ivan.petrov"),
-    QStringLiteral("judy"),      QStringLiteral("mallory"),     QStringLiteral("zoe.sanchez")};
+    QStringLiteral("anna.berg"),   QStringLiteral("Bob"),
+    QStringLiteral("carol-ng"),    QStringLiteral("dave"),
+    QStringLiteral("erin.okafor"), QStringLiteral("frank"),
+    QStringLiteral("grace.li"),    QStringLiteral("heidi"),
+    QStringLiteral("ivan.petrov"), QStringLiteral("judy"),
+    QStringLiteral("mallory"),     QStringLiteral("maximiliane.oppenheimer-castellanos"),
+    QStringLiteral("zoe.sanchez")};
 
 void fillUser(const QString& sandboxRoot) {
-    NivoGXUtil::saveNivoCredentials(QStringLiteral("alice"), QStringLiteral("pw"));
+    NivoGXUtil::saveNivoCredentials(QStringLiteral("alice"), TestPki::kPassword);
     (void)NivoGXUtil::generateRequiredDirectory();
     NivoGXUtil::generateUserContactDB(QStringLiteral("alice"));
     QList<qint64> lastChoice;
@@ -80,7 +87,7 @@ void fillUser(const QString& sandboxRoot) {
         if (i % 11 == 7) {
             status = QStringLiteral("Cancelled");
         } else if (i % 13 == 5) {
-            status = QStringLiteral("Unable to decrypt: not a recipient");
+            status = QStringLiteral("Failed");
         }
         log.write(
             ActivityLog::formatLine(start.addSecs(i * 5437),
@@ -114,35 +121,43 @@ int main(int argc, char* argv[]) {
     QDir().mkpath(folder);
     UserSandbox sandbox;
     fillUser(sandbox.root());
-    NivoProfile profile;
-    profile.LoginName = QStringLiteral("alice");
-    profile.Cer = TestPki::serviceCertificate(QStringLiteral("alice"));
-    NivoGXUtil::setNivoProfile(profile);
+    // Alice's key is real, so that files are opened, or refused, as in a real session.
+    const TestPki::Identity alice =
+        TestPki::devService().createUser(QStringLiteral("alice"), TestPki::KeyType::Ec);
+    NivoGXUtil::setNivoProfile(TestPki::profileFor(alice, QStringLiteral("alice")));
     NotificationHub hub;
     ScriptedPrompter prompter;
+    AppDelegate application(hub, prompter);
 
     bool ok = true;
     FileController main(hub, prompter);
-    // A file that only looks protected, decrypted: its row keeps the failure, in full.
-    const QString broken =
-        QDir(sandbox.root()).filePath(QStringLiteral("inbox/photo-0042.jpg.tvf"));
+    application.installMenu(main.menuBar(), &main);
+    // Two files that fail to open keep their rows, each with its reason: one only looks
+    // protected, the other was protected by Bob for Carol alone.
+    const QDir root(sandbox.root());
     for (const QString& name :
          {QStringLiteral("inbox/photo-0042.jpg.tvf"), QStringLiteral("work/budget 2027.xlsx"),
           QStringLiteral("work/minutes.txt")}) {
-        const QString path = QDir(sandbox.root()).filePath(name);
-        QDir().mkpath(QFileInfo(path).path());
-        if (QFile file(path); file.open(QIODevice::WriteOnly)) {
+        QDir().mkpath(QFileInfo(root.filePath(name)).path());
+        if (QFile file(root.filePath(name)); file.open(QIODevice::WriteOnly)) {
             file.write("not a protected file");
         }
     }
-    main.handleExternalFileArray(
-        {QDir(sandbox.root()).filePath(QStringLiteral("work/budget 2027.xlsx")),
-         QDir(sandbox.root()).filePath(QStringLiteral("work/minutes.txt")), broken});
+    const TestPki::Identity bob =
+        TestPki::devService().createUser(QStringLiteral("bob"), TestPki::KeyType::Ec);
+    const QString forCarol = root.filePath(QStringLiteral("inbox/letter-to-carol.pdf.tvf"));
+    (void)NivoCryptoOperation::encryptData(
+        "for Carol's eyes", TestPki::profileFor(bob, QStringLiteral("bob")), TestPki::kPassword,
+        {TestPki::serviceCertificate(QStringLiteral("carol-ng"))}, forCarol);
+    main.handleExternalFileArray({root.filePath(QStringLiteral("work/budget 2027.xlsx")),
+                                  root.filePath(QStringLiteral("work/minutes.txt")),
+                                  root.filePath(QStringLiteral("inbox/photo-0042.jpg.tvf")),
+                                  forCarol});
     NivoGXUtil::saveSettings(QString(), QString(), QString(), QString(), sandbox.root());
     main.model().startDecryption();
     (void)QTest::qWaitFor([&main] { return !main.model().isProcessing(); }, 10000);
-    // What a session's results look like: a verified sender, one that only claims a contact's
-    // name, a protected file and a failure.
+    // What else a session's results show: a verified sender, one that only claims a contact's
+    // name, and a protected file.
     RunResults& results = main.resultsPanel()->model();
     const QString inbox = QDir(sandbox.root()).filePath(QStringLiteral("inbox/"));
     RunResults::Result opened{inbox + QStringLiteral("contract_draft_v3.docx.tvf"),
@@ -153,17 +168,13 @@ int main(int argc, char* argv[]) {
     results.add(opened);
     opened.inputPath = inbox + QStringLiteral("invoice-2026-11.pdf.tvf");
     opened.outputPath = inbox + QStringLiteral("invoice-2026-11.pdf");
-    opened.sender = {QStringLiteral("bob"), SenderVerdict::Trust::SelfSigned, QStringLiteral("bob")};
+    opened.sender = {QStringLiteral("bob"), SenderVerdict::Trust::SelfSigned,
+                     QStringLiteral("bob")};
     results.add(opened);
     results.add({QDir(sandbox.root()).filePath(QStringLiteral("work/design-notes.md")),
                  RunResults::Kind::Protected,
                  {},
                  QDir(sandbox.root()).filePath(QStringLiteral("work/design-notes.md.tvf")),
-                 {}});
-    results.add({inbox + QStringLiteral("old-mail.tvf"),
-                 RunResults::Kind::Failed,
-                 QStringLiteral("Decryption failed. You are not the recipient of the file."),
-                 {},
                  {}});
     ok = save(main, folder, "main-window.png") && ok;
 

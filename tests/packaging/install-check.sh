@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Installs the build's desktop component into a scratch DESTDIR and checks what a desktop reads
 # from it: the program, a valid menu entry that opens files with it, the file types it claims
-# (declared, and compiled by shared-mime-info into the expected patterns) and a well-formed
-# application icon.
+# (declared, and compiled by shared-mime-info into the expected patterns), a well-formed
+# application icon, and the README with its pictures for Help.
 #
 #   install-check.sh CMAKE BUILD_DIR
 set -euo pipefail
@@ -41,5 +41,14 @@ update-mime-database "$root/share/mime" 2>/dev/null || fail "shared-mime-info re
 for pair in x-nivogx-protected:tvf x-nivogx-contacts:cbkm x-nivogx-profile:vts; do
   grep -qF "application/${pair%%:*}:*.${pair##*:}" "$root/share/mime/globs2" ||
     fail "*.${pair##*:} does not map to application/${pair%%:*}"
+done
+# Help opens the README, which shows pictures of the windows from beside it.
+doc=$root/share/doc/nivogx
+[[ -f $doc/README.md ]] || fail "the README is not installed where Help looks for it"
+grep -q '^## Using the app$' "$doc/README.md" || fail "the README has no section Using the app"
+pictures=$(grep -o '](docs/[^)]*\.png)' "$doc/README.md" | sed 's/^](//; s/)$//')
+[[ -n $pictures ]] || fail "the README shows no pictures"
+for picture in $pictures; do
+  [[ -f $doc/$picture ]] || fail "the README shows $picture, which is not installed"
 done
 echo "installed files are in place and valid"

@@ -7,28 +7,8 @@
 #include <QItemSelectionModel>
 #include <QKeyEvent>
 #include <QMimeData>
-#include <QStyledItemDelegate>
 #include <QUrl>
 #include <algorithm>
-
-#include "processing/FileListModel.h"
-
-namespace {
-
-// A status reads from its start: a long one loses its end, never its middle (the whole text is
-// the row's tooltip). Paths keep eliding in the middle, where their folder is.
-class StatusDelegate final : public QStyledItemDelegate {
-public:
-    using QStyledItemDelegate::QStyledItemDelegate;
-
-protected:
-    void initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const override {
-        QStyledItemDelegate::initStyleOption(option, index);
-        option->textElideMode = Qt::ElideRight;
-    }
-};
-
-}  // namespace
 
 CustomFileTableView::CustomFileTableView(QWidget* parent) : QTableView(parent) {
     setSelectionBehavior(QAbstractItemView::SelectRows);
@@ -44,7 +24,6 @@ CustomFileTableView::CustomFileTableView(QWidget* parent) : QTableView(parent) {
     viewport()->setAcceptDrops(true);
     verticalHeader()->hide();
     horizontalHeader()->setHighlightSections(false);
-    setItemDelegateForColumn(FileListModel::StatusColumn, new StatusDelegate(this));
     setContextMenuPolicy(Qt::DefaultContextMenu);
 }
 

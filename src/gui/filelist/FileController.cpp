@@ -15,6 +15,7 @@
 #include <QSystemTrayIcon>
 #include <QToolBar>
 #include <QUrl>
+#include <algorithm>
 
 #include "contacts/ContactController.h"
 #include "filelist/CustomFileTableView.h"
@@ -26,6 +27,7 @@
 #include "shell/IconSet.h"
 #include "shell/NotificationHub.h"
 #include "shell/Prompter.h"
+#include "shell/StatusColumn.h"
 #include "storage/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
@@ -67,7 +69,7 @@ constexpr int kFileColumnWidth = 420;
 constexpr qsizetype kManyFilesLimit = 1000;
 constexpr int kStatusMessageMs = 8000;
 // A run this long is one the user may have turned away from.
-constexpr qint64 kNotifyAfterMs = 5000;
+constexpr std::chrono::milliseconds kNotifyAfter{5000};
 constexpr int kProcessWindowMargin = 48;
 
 }  // namespace
@@ -79,17 +81,18 @@ FileController::FileController(NotificationHub& hub, Prompter& prompter, QWidget
       m_model(new FileListModel(this)),
       m_fileTableView(new CustomFileTableView(this)),
       m_resultsPanel(new ResultsPanel(this)),
-      m_userToolBarItem(new QLabel(this)) {
+      m_userToolBarItem(new QLabel(this)),
+      m_notifyRunEnd([this](const QString& summary) { notifyDesktop(summary); }),
+      m_notifyAfter(kNotifyAfter) {
     setObjectName(u"FileController"_s);
     setWindowTitle(tr(kTitle));
     m_userToolBarItem->setObjectName(u"userToolBarItem"_s);
     m_fileTableView->setObjectName(u"fileTableView"_s);
     m_fileTableView->setModel(m_model);
     QHeaderView* header = m_fileTableView->horizontalHeader();
-    // The status, often a sentence, takes whatever width the path leaves.
     header->setSectionResizeMode(FileListModel::FileColumn, QHeaderView::Interactive);
     header->resizeSection(FileListModel::FileColumn, kFileColumnWidth);
-    header->setSectionResizeMode(FileListModel::StatusColumn, QHeaderView::Stretch);
+    StatusColumn::install(m_fileTableView, FileListModel::StatusColumn);
     // The list above, what became of the files below.
     auto* splitter = new QSplitter(Qt::Vertical, this);
     splitter->setObjectName(u"listAndResults"_s);
@@ -175,6 +178,7 @@ void FileController::windowDidLoad() {
             &FileController::handleExternalFile);
     connect(&m_hub, &NotificationHub::handleExternalFileArray, this,
             &FileController::handleExternalFileArray);
+    connect(&m_hub, &NotificationHub::foldersSkipped, this, &FileController::showFoldersSkipped);
     connect(&m_hub, &NotificationHub::selectionCompleted, this,
             &FileController::handleRecipientSelectionComplete);
     connect(m_model, &FileListModel::processStarting, this, &FileController::processStarting);
@@ -250,13 +254,16 @@ void FileController::processSelected(bool toEncrypt) {
 }
 
 void FileController::filesDropped(const QStringList& paths) {
-    for (const QString& path : paths) {
-        if (QFileInfo(path).isDir()) {
-            statusBar()->showMessage(tr(kFoldersSkipped), kStatusMessageMs);
-            break;
-        }
+    if (std::any_of(paths.cbegin(), paths.cend(),
+                    [](const QString& path) { return QFileInfo(path).isDir(); })) {
+        showFoldersSkipped();
     }
     (void)m_model->addDroppedFiles(paths);
+}
+
+// Folders dropped or handed over by a later launch are not added, but not without a word.
+void FileController::showFoldersSkipped() {
+    statusBar()->showMessage(tr(kFoldersSkipped), kStatusMessageMs);
 }
 
 void FileController::processingChanged(bool processing) {
@@ -271,20 +278,30 @@ void FileController::processingChanged(bool processing) {
     QMetaObject::invokeMethod(this, &FileController::runEnded, Qt::QueuedConnection);
 }
 
+void FileController::setRunEndNotifier(RunEndNotifier notifier, std::chrono::milliseconds minimum) {
+    m_notifyRunEnd = std::move(notifier);
+    m_notifyAfter = minimum;
+}
+
 void FileController::runEnded() {
     const QString done = tr(kRunDone).arg(m_runStarted - m_runFailed).arg(m_runStarted);
     statusBar()->showMessage(done, kStatusMessageMs);
-    if (m_runClock.elapsed() < kNotifyAfterMs || isActiveWindow()) {
+    // Any window of the application in use counts: the file's own window may have been the
+    // active one until the end.
+    if (m_runClock.elapsed() < m_notifyAfter.count() || QApplication::activeWindow() != nullptr) {
         return;
     }
+    m_notifyRunEnd(m_runFailed > 0 ? done + u"\n"_s + tr(kRunFailed).arg(m_runFailed) : done);
+}
+
+void FileController::notifyDesktop(const QString& summary) {
     QApplication::alert(this);
     if (QSystemTrayIcon::isSystemTrayAvailable()) {
         if (m_tray == nullptr) {
             m_tray = new QSystemTrayIcon(windowIcon(), this);
         }
         m_tray->show();
-        m_tray->showMessage(
-            tr(kTitle), m_runFailed > 0 ? done + u"\n"_s + tr(kRunFailed).arg(m_runFailed) : done);
+        m_tray->showMessage(tr(kTitle), summary);
     }
 }
 

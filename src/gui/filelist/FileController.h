@@ -4,6 +4,8 @@
 #include <QMainWindow>
 #include <QPointer>
 #include <QStringList>
+#include <chrono>
+#include <functional>
 
 #include "contacts/Contact.h"
 
@@ -54,6 +56,13 @@ public:
     // The actions of the list's context menu, for the rows selected when it opens.
     [[nodiscard]] QList<QAction*> contextActions() const;
 
+    // How the end of a run is made known when no window of the application is in use, given
+    // the run's summary: by default the desktop is asked to draw attention to the window and, where
+    // there is a notification area, a notification shows the summary. Runs shorter than
+    // `minimum` end without it.
+    using RunEndNotifier = std::function<void(const QString& summary)>;
+    void setRunEndNotifier(RunEndNotifier notifier, std::chrono::milliseconds minimum);
+
 Q_SIGNALS:
     // Sign-out or a closed window: the application should quit.
     void terminateRequested();
@@ -71,8 +80,10 @@ private:
     // Encrypt or Decrypt for the selected rows only: the other unmarked rows sit this run out.
     void processSelected(bool toEncrypt);
     void filesDropped(const QStringList& paths);
+    void showFoldersSkipped();
     void processingChanged(bool processing);
     void runEnded();
+    void notifyDesktop(const QString& summary);
     void showRunProgress(qint64 done, qint64 total);
     QAction* addToolBarAction(const char* text, const char* name, const QString& image,
                               void (FileController::*slot)());
@@ -96,6 +107,8 @@ private:
     int m_runStarted = 0;
     int m_runFailed = 0;
     QElapsedTimer m_runClock;
+    RunEndNotifier m_notifyRunEnd;
+    std::chrono::milliseconds m_notifyAfter;
     QSystemTrayIcon* m_tray = nullptr;
     bool m_markSelectedOnly = false;
     QString m_runWord;

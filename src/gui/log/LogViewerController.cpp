@@ -14,6 +14,7 @@
 
 #include "shell/IconSet.h"
 #include "shell/Prompter.h"
+#include "shell/StatusColumn.h"
 #include "storage/ExportFileName.h"
 #include "storage/NivoGXUtil.h"
 #include "storage/UserDataExport.h"
@@ -25,23 +26,20 @@ namespace {
 const char* const kWindowTitle = QT_TRANSLATE_NOOP("LogViewerController", "Activity Log");
 const char* const kEncryptItem = QT_TRANSLATE_NOOP("LogViewerController", "Encrypt");
 const char* const kDecryptItem = QT_TRANSLATE_NOOP("LogViewerController", "Decrypt");
-const char* const kEncryptTip =
-    QT_TRANSLATE_NOOP("LogViewerController", "Show encryptions only");
-const char* const kDecryptTip =
-    QT_TRANSLATE_NOOP("LogViewerController", "Show decryptions only");
+const char* const kEncryptTip = QT_TRANSLATE_NOOP("LogViewerController", "Show encryptions only");
+const char* const kDecryptTip = QT_TRANSLATE_NOOP("LogViewerController", "Show decryptions only");
 const char* const kSearchIn = QT_TRANSLATE_NOOP("LogViewerController", "Search in");
 const char* const kSearchPlaceholder = QT_TRANSLATE_NOOP("LogViewerController", "Search");
 const char* const kReload = QT_TRANSLATE_NOOP("LogViewerController", "Reload");
 const char* const kExport = QT_TRANSLATE_NOOP("LogViewerController", "Export");
 const char* const kClear = QT_TRANSLATE_NOOP("LogViewerController", "Clear");
-const char* const kExportLogFileTo =
-    QT_TRANSLATE_NOOP("LogViewerController", "Export Log file to");
+const char* const kExportLogFileTo = QT_TRANSLATE_NOOP("LogViewerController", "Export Log file to");
 const char* const kClearQuestion =
     QT_TRANSLATE_NOOP("LogViewerController", "Do you wish to clear log file?");
 
 // The table's columns in order; a column's LogQuery::Column is its index plus one.
-const std::array<const QString*, 6> kColumns = {&LogQuery::kDate, &LogQuery::kTime,
-                                                &LogQuery::kType, &LogQuery::kFile,
+const std::array<const QString*, 6> kColumns = {&LogQuery::kDate,      &LogQuery::kTime,
+                                                &LogQuery::kType,      &LogQuery::kFile,
                                                 &LogQuery::kRecipient, &LogQuery::kStatus};
 // What the header and the combo box show for each column of kColumns.
 const std::array<const char*, 6> kColumnTitles = {
@@ -111,8 +109,7 @@ LogViewerController::LogViewerController(Prompter& prompter, QWidget* parent)
     m_searchField->setClearButtonEnabled(true);
     connect(m_searchField, &QLineEdit::returnPressed, this,
             &LogViewerController::searchWithFieldText);
-    connect(m_searchField, &QLineEdit::textEdited, this,
-            &LogViewerController::searchFieldEdited);
+    connect(m_searchField, &QLineEdit::textEdited, this, &LogViewerController::searchFieldEdited);
     auto* searchRow = new QHBoxLayout;
     searchRow->addWidget(new QLabel(tr(kSearchIn), this));
     searchRow->addWidget(m_comboBox);
@@ -139,12 +136,14 @@ LogViewerController::LogViewerController(Prompter& prompter, QWidget* parent)
     header->setSortIndicator(-1, Qt::AscendingOrder);
     header->setStretchLastSection(false);
     header->setSectionResizeMode(QHeaderView::Interactive);
-    header->setSectionResizeMode(3, QHeaderView::Stretch);
     header->resizeSection(0, 110);
     header->resizeSection(1, 80);
     header->resizeSection(2, 50);
+    header->resizeSection(3, 300);
     header->resizeSection(4, 160);
-    header->resizeSection(5, 100);
+    // Paths elide in the middle, where their folders are; the status is read from its start.
+    m_logTableView->setTextElideMode(Qt::ElideMiddle);
+    StatusColumn::install(m_logTableView, 5);
     connect(header, &QHeaderView::sectionClicked, this,
             &LogViewerController::tableViewDidClickColumn);
 
@@ -288,10 +287,12 @@ void LogViewerController::ExportButtonTapped() {
     panel.defaultName =
         ExportFileName::logName(NivoGXUtil::getNivoUsername(), QDateTime::currentDateTime());
     panel.canCreateFolders = true;
+    panel.startFolder = m_exportFolder.start();
     const QString chosen = m_prompter.save(this, panel);
     if (chosen.isEmpty()) {
         return;
     }
+    m_exportFolder.remember(chosen);
     if (const auto result = UserDataExport::exportLog(chosen); !result.failure.isEmpty()) {
         displayAlertBox(result.failure);
     }

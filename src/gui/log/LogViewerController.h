@@ -7,6 +7,7 @@
 
 #include "log/LogEntry.h"
 #include "log/LogQuery.h"
+#include "shell/ExportFolder.h"
 
 class Prompter;
 class QAction;
@@ -48,6 +49,7 @@ private:
     void reloadData();
 
     Prompter& m_prompter;
+    ExportFolder m_exportFolder;
     QList<LogEntry> m_logList;
     QList<LogEntry> m_displayList;
     bool m_encryptOnly = false;

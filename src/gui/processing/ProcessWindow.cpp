@@ -41,6 +41,8 @@ ProcessWindow::ProcessWindow(ProcessController* controller, QWidget* parent)
       m_cancelButton(new QPushButton(tr(kCancel), this)) {
     setObjectName(u"ProcessWindow"_s);
     setAttribute(Qt::WA_DeleteOnClose);
+    // Each file of a run has a window of its own: none takes the keyboard from the list.
+    setAttribute(Qt::WA_ShowWithoutActivating);
     m_fieldStatus->setObjectName(u"fieldStatus"_s);
     m_progressIndicator->setObjectName(u"progressIndicator"_s);
     m_cancelButton->setObjectName(u"cancelButton"_s);

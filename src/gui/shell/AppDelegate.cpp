@@ -5,13 +5,14 @@
 #include <QAction>
 #include <QCoreApplication>
 #include <QDateTime>
+#include <QDesktopServices>
 #include <QFileInfo>
 #include <QFileOpenEvent>
 #include <QLoggingCategory>
 #include <QMenu>
 #include <QMenuBar>
 #include <QScreen>
-#include <QStandardPaths>
+#include <QUrl>
 
 #include "account/AccountServer.h"
 #include "account/LoginController.h"
@@ -58,7 +59,7 @@ const char* const kHelpText = QT_TRANSLATE_NOOP(
     "service stands behind that sender.\n\n"
     "Right-click files for Remove, Show in Folder, or to encrypt or decrypt just those. "
     "View Log (Ctrl+L) lists everything done so far.\n\n"
-    "The section \"Using the app\" of the README that comes with NIVO-GX says more.");
+    "The section \"Using the app\" of the README that comes with NIVO-GX says more:\n%1");
 const char* const kSaveContactsTo = QT_TRANSLATE_NOOP("AppDelegate", "Save contacts to");
 const char* const kExportProfileTo = QT_TRANSLATE_NOOP("AppDelegate", "Export NIVO Profile to");
 const char* const kSelectContactsFile =
@@ -81,6 +82,7 @@ AppDelegate::AppDelegate(NotificationHub& hub, Prompter& prompter, QObject* pare
     : QObject(parent),
       m_hub(hub),
       m_prompter(prompter),
+      m_openUrl([](const QUrl& url) { return QDesktopServices::openUrl(url); }),
       m_exportMenuItem(new QAction(tr(kExportContactsItem), this)),
       m_importMenuItem(new QAction(tr(kImportContactsItem), this)),
       m_exportProfileMenuItem(new QAction(tr(kExportProfileItem), this)),
@@ -159,8 +161,13 @@ void AppDelegate::about() {
     m_prompter.inform(m_fileController.get(), tr(kAboutItem), aboutText());
 }
 
+// The README opens in the desktop's program for it; where it is missing or cannot be opened,
+// a short help says where it should be.
 void AppDelegate::help() {
-    m_prompter.inform(m_fileController.get(), tr(kHelpTitle), tr(kHelpText));
+    if (QFileInfo(m_helpFile).isFile() && m_openUrl(QUrl::fromLocalFile(m_helpFile))) {
+        return;
+    }
+    m_prompter.inform(m_fileController.get(), tr(kHelpTitle), tr(kHelpText).arg(m_helpFile));
 }
 
 void AppDelegate::setUserMenuItemsEnabled(bool enabled) {
@@ -279,12 +286,12 @@ void AppDelegate::exportContacts() {
     panel.allowedType = ExportFileName::kContactsType;
     panel.defaultName =
         ExportFileName::contactsName(NivoGXUtil::getNivoUsername(), QDateTime::currentDateTime());
-    panel.startFolder = exportFolder(panel.allowedType);
+    panel.startFolder = m_contactsExportFolder.start();
     const QString chosen = m_prompter.save(nullptr, panel);
     if (chosen.isEmpty()) {
         return;
     }
-    m_exportFolders.insert(panel.allowedType, QFileInfo(chosen).path());
+    m_contactsExportFolder.remember(chosen);
     if (const auto result = UserDataExport::exportContacts(chosen); !result.failure.isEmpty()) {
         displayAlertBox(result.failure);
     }
@@ -296,22 +303,15 @@ void AppDelegate::exportNivoProfile() {
     panel.allowedType = ExportFileName::kProfileType;
     panel.defaultName =
         ExportFileName::profileName(NivoGXUtil::getNivoUsername(), QDateTime::currentDateTime());
-    panel.startFolder = exportFolder(panel.allowedType);
+    panel.startFolder = m_profileExportFolder.start();
     const QString chosen = m_prompter.save(nullptr, panel);
     if (chosen.isEmpty()) {
         return;
     }
-    m_exportFolders.insert(panel.allowedType, QFileInfo(chosen).path());
+    m_profileExportFolder.remember(chosen);
     if (const auto result = UserDataExport::exportProfile(chosen); !result.failure.isEmpty()) {
         displayAlertBox(result.failure);
     }
-}
-
-// The folder an export of this type went to last in this session; at first the user's
-// documents folder.
-QString AppDelegate::exportFolder(const QString& type) const {
-    const QString documents = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
-    return m_exportFolders.value(type, QFileInfo(documents).isDir() ? documents : QString());
 }
 
 void AppDelegate::importContacts() {

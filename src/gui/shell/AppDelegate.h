@@ -1,12 +1,14 @@
 #pragma once
 
-#include <QHash>
 #include <QList>
 #include <QObject>
 #include <QString>
 #include <QStringList>
+#include <functional>
 #include <memory>
 #include <optional>
+
+#include "shell/ExportFolder.h"
 
 class FileController;
 class LoginController;
@@ -16,6 +18,7 @@ class NotificationHub;
 class Prompter;
 class QAction;
 class QMenuBar;
+class QUrl;
 
 // The application itself: decides at launch between the sign-in window and the main window,
 // keeps files handed to the application until somebody is signed in and then delivers them to
@@ -30,6 +33,11 @@ public:
     // Where the Services provider listens for files from later launches; set before launching.
     // Empty: it does not listen.
     void setServiceName(const QString& name) { m_serviceName = name; }
+    // The installed README, whose section "Using the app" Help opens.
+    void setHelpFile(const QString& path) { m_helpFile = path; }
+    // Opens a document with the desktop's program for it; false when that fails. By default
+    // QDesktopServices::openUrl.
+    void setUrlOpener(std::function<bool(const QUrl&)> opener) { m_openUrl = std::move(opener); }
     void applicationDidFinishLaunching();
     void loginCompleted();
 
@@ -80,7 +88,6 @@ private:
     void showMainWindow();
     void deliverWaitingFiles();
     void setUserMenuItemsEnabled(bool enabled);
-    [[nodiscard]] QString exportFolder(const QString& type) const;
 
     NotificationHub& m_hub;
     Prompter& m_prompter;
@@ -89,6 +96,8 @@ private:
     std::unique_ptr<LogViewerController> m_logViewerController;
     NIVOGXService* m_nivoGXService = nullptr;
     QString m_serviceName;
+    QString m_helpFile;
+    std::function<bool(const QUrl&)> m_openUrl;
     QString m_externalFile;
     std::optional<QStringList> m_externalFileArray;
     QAction* m_exportMenuItem;
@@ -98,5 +107,6 @@ private:
     QAction* m_quitItem;
     QAction* m_aboutItem;
     QAction* m_helpItem;
-    QHash<QString, QString> m_exportFolders;
+    ExportFolder m_contactsExportFolder;
+    ExportFolder m_profileExportFolder;
 };

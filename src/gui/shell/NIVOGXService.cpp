@@ -83,9 +83,12 @@ void NIVOGXService::accept() {
 }
 
 void NIVOGXService::addToNIVOGX(const QStringList& offered) {
+    bool folderSkipped = false;
     for (const QString& path : offered) {
         const QFileInfo info(path);
-        if (info.exists() && !info.isDir()) {
+        if (info.isDir()) {
+            folderSkipped = true;
+        } else if (info.exists()) {
             m_fileList.append(path);
         }
     }
@@ -93,6 +96,9 @@ void NIVOGXService::addToNIVOGX(const QStringList& offered) {
         sendNotificationToFileController();
     } else {
         sendNotificationToAddExternalFiles();
+    }
+    if (folderSkipped) {
+        m_hub.postFoldersSkipped();
     }
 }
 

@@ -10,7 +10,8 @@ class NotificationHub;
 // Takes files from a later launch of the application (a file manager's "Open with", a second
 // command line) while this instance runs, and passes them on: to the main window when somebody
 // is signed in, else to the application to keep until sign-in. Folders and paths where nothing
-// exists are left out.
+// exists are left out; a folder left out is posted as foldersSkipped, for the main window to say
+// how folders are added.
 class NIVOGXService final : public QObject {
     Q_OBJECT
 

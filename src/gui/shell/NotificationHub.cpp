@@ -50,3 +50,8 @@ void NotificationHub::postContactImportCompleted() {
     assertGuiThread();
     Q_EMIT contactImportCompleted();
 }
+
+void NotificationHub::postFoldersSkipped() {
+    assertGuiThread();
+    Q_EMIT foldersSkipped();
+}

@@ -24,6 +24,8 @@ public:
     void postSelectionCompleted(const QList<Contact>& result);
     void postProcessingCompleted(const QString& processResult);
     void postContactImportCompleted();
+    // Folders were offered with files and left out: they are added with Add Folder only.
+    void postFoldersSkipped();
 
 Q_SIGNALS:
     void loginCompleted();
@@ -34,6 +36,7 @@ Q_SIGNALS:
     void selectionCompleted(const QList<Contact>& result);
     void processingCompleted(const QString& processResult);
     void contactImportCompleted();
+    void foldersSkipped();
 
 private:
     void assertGuiThread() const;
