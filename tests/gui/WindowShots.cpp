@@ -50,11 +50,12 @@ void fillUser(const QString& sandboxRoot) {
     (void)NivoGXUtil::generateRequiredDirectory();
     NivoGXUtil::generateUserContactDB(QStringLiteral("alice"));
     QList<qint64> lastChoice;
+    // Mallory's key came from somewhere else than the service.
+    TestPki elsewhere;
+    const QByteArray mallorysOwn = elsewhere.createSelfSigned(QStringLiteral("mallory")).certDer;
     for (const QString& person : kPeople) {
-        // Mallory's key came from somewhere else than the service.
-        const QByteArray certificate = person == u"mallory"
-                                           ? QByteArray("not a certificate")
-                                           : TestPki::serviceCertificate(person.toLower());
+        const QByteArray certificate =
+            person == u"mallory" ? mallorysOwn : TestPki::serviceCertificate(person.toLower());
         const qint64 id = NivoGXUtil::addContact({0, person, person, certificate});
         if (person.startsWith(u'c') || person.startsWith(u'g') || person.startsWith(u'j')) {
             lastChoice << id;
@@ -214,6 +215,12 @@ int main(int argc, char* argv[]) {
     QTest::mouseClick(available->viewport(), Qt::LeftButton, {},
                       available->visualRect(available->model()->index(2, 0)).center());
     ok = save(recipients, folder, "recipient-window.png") && ok;
+    // A contact whose key the service did not issue, clicked.
+    QTest::mouseClick(
+        available->viewport(), Qt::LeftButton, {},
+        available->visualRect(available->model()->index(int(kPeople.indexOf(u"mallory")), 0))
+            .center());
+    ok = save(recipients, folder, "recipient-window-unverified.png") && ok;
     // A look-up under way: the server takes its time.
     ScriptedHttpsServer slowServer;
     slowServer.hang();

@@ -42,11 +42,15 @@ QVariant ContactTableModel::data(const QModelIndex& index, int role) const {
         case Qt::DisplayRole:
             return contact.NivoID;
         case Qt::ToolTipRole: {
-            if (const QString problem = certificateProblem(contact); !problem.isEmpty()) {
-                return tr(kNotVerified).arg(problem);
-            }
+            QStringList lines{contact.NivoID};
             // The display name says more only where it differs from the account name.
-            return contact.DisplayName != contact.NivoID ? contact.DisplayName : QString();
+            if (contact.DisplayName != contact.NivoID) {
+                lines.append(contact.DisplayName);
+            }
+            if (const QString problem = certificateProblem(contact); !problem.isEmpty()) {
+                lines.append(tr(kNotVerified).arg(problem));
+            }
+            return lines.join(u'\n');
         }
         case Qt::ForegroundRole:
             return certificateProblem(contact).isEmpty() ? QVariant() : QVariant(kWarningColour);

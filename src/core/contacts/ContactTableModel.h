@@ -9,7 +9,9 @@
 #include "contacts/Contact.h"
 
 // One list of contacts as a one-column table of NIVO IDs; a contact whose stored certificate the
-// account service does not stand behind is drawn in orange, with the reason as its tooltip.
+// account service does not stand behind is drawn in orange. The tooltip gives the whole NIVO ID,
+// however narrow the column, then the display name where it differs and the certificate's
+// problem, one a line.
 // The column carries an identifier
 // (header data under IdentifierRole) so that the recipient window's two tables can be told
 // apart; a row past the end shows nothing. The model does not own the list: its owner changes

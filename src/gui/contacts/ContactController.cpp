@@ -203,7 +203,8 @@ ContactController::ContactController(NotificationHub& hub, Prompter& prompter, Q
     layout->addWidget(m_contactDetails);
     layout->addSpacing(4);
     layout->addLayout(bottom);
-    resize(560, 500);
+    // Room for long names; a longer one shows whole in its tooltip and in the details.
+    resize(640, 520);
 }
 
 ContactController::~ContactController() = default;

@@ -136,10 +136,10 @@ LogViewerController::LogViewerController(Prompter& prompter, QWidget* parent)
     header->setSortIndicator(-1, Qt::AscendingOrder);
     header->setStretchLastSection(false);
     header->setSectionResizeMode(QHeaderView::Interactive);
-    header->resizeSection(0, 110);
-    header->resizeSection(1, 80);
+    header->resizeSection(0, 100);
+    header->resizeSection(1, 70);
     header->resizeSection(2, 50);
-    header->resizeSection(3, 300);
+    header->resizeSection(3, 420);
     header->resizeSection(4, 160);
     // Paths elide in the middle, where their folders are; the status is read from its start.
     m_logTableView->setTextElideMode(Qt::ElideMiddle);
@@ -168,7 +168,7 @@ LogViewerController::LogViewerController(Prompter& prompter, QWidget* parent)
     layout->addWidget(m_logTableView, 1);
     layout->addLayout(buttonRow);
     setCentralWidget(central);
-    resize(900, 520);
+    resize(1000, 560);
 
     m_logList = NivoGXUtil::getLogEntries();
     m_displayList = m_logList;
