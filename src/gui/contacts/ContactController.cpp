@@ -1,13 +1,13 @@
 #include "contacts/ContactController.h"
 
-#include <QGridLayout>
 #include <QDateTime>
+#include <QGridLayout>
 #include <QHBoxLayout>
-#include <QLocale>
 #include <QHeaderView>
 #include <QItemSelectionModel>
 #include <QLabel>
 #include <QLineEdit>
+#include <QLocale>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QTableView>
@@ -92,8 +92,7 @@ QPushButton* makeButton(QWidget* parent, const char* text, const QString& name) 
 }
 
 const char* const kContactDetails = QT_TRANSLATE_NOOP(
-    "ContactController",
-    "%1: %7\nSubject: %2   Issuer: %3\nValid from %4 to %5\nSHA-256: %6");
+    "ContactController", "%1: %7\nSubject: %2   Issuer: %3\nValid from %4 to %5\nSHA-256: %6");
 const char* const kVerifiedCertificate =
     QT_TRANSLATE_NOOP("ContactController", "certificate issued by the account service");
 const char* const kUnverifiedCertificate =
@@ -161,7 +160,6 @@ ContactController::ContactController(NotificationHub& hub, Prompter& prompter, Q
             &ContactController::clickInSelectedTable);
     connect(&m_hub, &NotificationHub::contactImportCompleted, this,
             &ContactController::handleImportComplete);
-
 
     auto* tables = new QGridLayout;
     tables->addWidget(m_tableViewAvailable, 0, 0);
