@@ -193,6 +193,10 @@ TEST_F(AppDelegateTest, MenuKeysReachTheirActionsAndAboutNamesTheUsersKey) {
     EXPECT_EQ(prompter.prompts().at(3).message, u"No files to decrypt"_s);
     QTest::keySequence(main, QKeySequence(u"Ctrl+L"_s));
     EXPECT_NE(app.logViewerController(), nullptr);
+    main->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(main));
+    QTest::keySequence(main, QKeySequence::HelpContents);
+    EXPECT_EQ(prompter.last().message, u"Using NIVO-GX"_s) << "no README installed here";
 
     app.findChild<QAction*>(u"aboutItem"_s)->trigger();
     EXPECT_EQ(prompter.last().kind, ScriptedPrompter::Kind::Inform);
