@@ -9,6 +9,7 @@
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QSignalSpy>
+#include <QStatusBar>
 #include <QUrl>
 
 #include "GuiTestKit.h"
@@ -114,6 +115,8 @@ TEST_F(AppDelegateTest, DocumentOpenEventsWaitForSignInThenGoStraightToTheList) 
     ASSERT_NE(app.fileController(), nullptr);
     EXPECT_EQ(app.fileController()->fileList(), QStringList{early});
     EXPECT_TRUE(app.externalFileArray().isEmpty());
+    EXPECT_EQ(app.fileController()->statusBar()->currentMessage(),
+              u"Folders are added with Add Folder\u2026"_s);
 
     const QString later = makeFile(QStringLiteral("later.txt"));
     EXPECT_TRUE(openWithApplication(later));

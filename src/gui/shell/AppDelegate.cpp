@@ -13,6 +13,7 @@
 #include <QMenuBar>
 #include <QScreen>
 #include <QUrl>
+#include <utility>
 
 #include "account/AccountServer.h"
 #include "account/LoginController.h"
@@ -184,6 +185,8 @@ void AppDelegate::applicationDidFinishLaunching() {
     }
     connect(&m_hub, &NotificationHub::loginCompleted, this, &AppDelegate::loginCompleted);
     connect(&m_hub, &NotificationHub::addToExternalFile, this, &AppDelegate::addToExternalFiles);
+    connect(&m_hub, &NotificationHub::foldersSkipped, this,
+            [this] { m_foldersSkipped = m_foldersSkipped || !m_fileController; });
     NivoGXUtil::removeStaleTemporaries();
     if (!NivoGXUtil::generateRequiredDirectory()) {
         m_loginController = std::make_unique<LoginController>(m_hub, m_prompter);
@@ -221,6 +224,9 @@ void AppDelegate::deliverWaitingFiles() {
     }
     if (m_externalFileArray && !m_externalFileArray->isEmpty()) {
         notifyExternalFileArray();
+    }
+    if (std::exchange(m_foldersSkipped, false)) {
+        m_hub.postFoldersSkipped();
     }
 }
 

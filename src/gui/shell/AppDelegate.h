@@ -100,6 +100,8 @@ private:
     std::function<bool(const QUrl&)> m_openUrl;
     QString m_externalFile;
     std::optional<QStringList> m_externalFileArray;
+    // A folder was offered, and left out, while nobody was signed in: the main window says so.
+    bool m_foldersSkipped = false;
     QAction* m_exportMenuItem;
     QAction* m_importMenuItem;
     QAction* m_exportProfileMenuItem;
