@@ -4,7 +4,6 @@
 #include <QSignalSpy>
 
 #include "GuiTestKit.h"
-#include "ScriptedHttpsServer.h"
 #include "account/AccountServer.h"
 #include "account/LoginController.h"
 #include "account/RegisterController.h"
@@ -119,19 +118,6 @@ TEST_F(SignInWindowTest, UnreachableServerOffersTheProfileFileAndACancelledChoic
     EXPECT_EQ(prompter.count(), 2) << "no further sign-in starts";
     login.close();
     EXPECT_EQ(terminate.count(), 1);
-}
-
-TEST_F(SignInWindowTest, AProxysErrorPageShowsItsStatus) {
-    ScriptedHttpsServer proxy;
-    proxy.answer("<html><body><h1>502 Bad Gateway</h1></body></html>", "text/html", 502);
-    AccountServer::setBaseUrl(proxy.baseUrl());
-    login.show();
-    signIn(QStringLiteral("alice"), QStringLiteral("pw"));
-    ASSERT_TRUE(eventually([&] { return prompter.count() > 0; }));
-    EXPECT_EQ(prompter.last().kind, Kind::Alert);
-    EXPECT_EQ(prompter.last().message, kSignInFailed);
-    EXPECT_EQ(prompter.last().informativeText,
-              QStringLiteral("The account server answered 502 Bad Gateway."));
 }
 
 TEST_F(SignInWindowTest, ProfileFileSignInChecksTheFileThenSignsIn) {
