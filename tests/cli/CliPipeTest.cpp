@@ -116,10 +116,22 @@ TEST_F(CliTest, ArmouredFilesOpenHereAndWithOpenssl) {
     run = bob.cli({u"inspect"_s, u"--json"_s, u"smime.eml"_s}, m_url);
     EXPECT_EQ(json(run.out).value(u"recipients"_s).toArray().size(), 2) << run.out.toStdString();
 
+    // Armour that does not hold one whole message is refused, saying why.
+    armoured.seek(0);
+    const QByteArray pem = armoured.readAll();
     bob.write(u"broken.tvf"_s, "-----BEGIN CMS-----\nnot base64!\n-----END CMS-----\n");
-    run = bob.cli({u"decrypt"_s, u"broken.tvf"_s}, m_url);
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_TRUE(run.err.contains(u"bad PEM or S/MIME armour"_s)) << run.err.toStdString();
+    bob.write(u"cut.tvf"_s, pem.left(pem.indexOf("-----END")));
+    bob.write(u"pasted.tvf"_s, QByteArray(pem).replace("-----END CMS", "-----END PKCS7"));
+    for (const auto& [name, why] :
+         {std::pair{u"broken.tvf"_s, u"(bad PEM or S/MIME armour)."_s},
+          std::pair{u"cut.tvf"_s, u"has no END line (bad PEM armour): it was cut short."_s},
+          std::pair{u"pasted.tvf"_s, u"ends with \"-----END PKCS7-----\" instead"_s}}) {
+        run = bob.cli({u"decrypt"_s, name}, m_url);
+        EXPECT_EQ(run.exitCode, 1);
+        EXPECT_TRUE(run.err.contains(why)) << run.err.toStdString();
+    }
+    EXPECT_EQ(QDir(work).entryList({u"broken*"_s, u"cut*"_s, u"pasted*"_s}),
+              (QStringList{u"broken.tvf"_s, u"cut.tvf"_s, u"pasted.tvf"_s}));
 }
 
 }  // namespace
