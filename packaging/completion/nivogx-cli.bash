@@ -46,8 +46,8 @@ _nivogx_cli() {
     signup) options+=" --password-stdin" ;;
     signin) options+=" --password-stdin --profile-file" ;;
     whoami) options+=" --verbose" ;;
-    encrypt) options+=" -r --recipient --last-used --armor --stdout -o --output --json --password-stdin" ;;
-    decrypt) options+=" --require-verified --stdout -o --output --json --password-stdin" ;;
+    encrypt) options+=" -r --recipient --last-used --armor --stdout -R --recursive -o --output --json --password-stdin" ;;
+    decrypt) options+=" --require-verified --stdout -R --recursive -o --output --json --password-stdin" ;;
     contacts|inspect) options+=" --json" ;;
     log) options+=" --type --column --search --sort --desc --json" ;;
     help) COMPREPLY=($(compgen -W "$commands" -- "$cur")); return ;;

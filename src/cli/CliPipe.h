@@ -1,20 +1,25 @@
 #pragma once
 
+#include <QIODevice>
 #include <QString>
-#include <QTemporaryDir>
 #include <memory>
 
+class AtomicFile;
+
 // Standard input and output as the input and output of a run, which works on files. Standard
-// input is first copied into an unnamed temporary file; a result for standard output is made in
-// a private folder, where it appears only complete (a decrypted one only after every signature
-// checked out), and is then unlinked and copied out. Both go in blocks, in constant memory.
+// input is first copied into a temporary file; a result for standard output is held in another
+// until it is complete (a decrypted one until every signature checked out), then copied out.
+// Both are files without a name where the system allows (see AtomicFile), else hidden named ones
+// that the next run clears, so a run killed at any point leaves nothing behind. Both go in
+// blocks, in constant memory.
 class CliPipe {
 public:
     // How logs and messages name the two streams.
     static const QString kStandardInput;
     static const QString kStandardOutput;
 
-    // `folder` holds the temporary files: a private folder on disk, not a RAM-backed /tmp.
+    // `folder` holds the temporary files: a private folder on disk, not a RAM-backed /tmp. From
+    // here on a reader that goes away makes a write fail instead of ending the process.
     explicit CliPipe(QString folder);
     ~CliPipe();
     CliPipe(const CliPipe&) = delete;
@@ -22,24 +27,16 @@ public:
 
     [[nodiscard]] static bool standardOutputIsTerminal();
 
-    // Copies all of standard input into an unnamed file and gives a path that opens it; empty,
-    // with `failure` set, when that fails.
+    // Copies all of standard input into a temporary file and gives a path that opens it while
+    // this object lives; empty, with `failure` set, when that fails.
     [[nodiscard]] QString takeStandardInput(QString& failure);
-    // The private folder for the run's output; empty, with `failure` set, when it cannot be made.
-    [[nodiscard]] QString outputFolder(QString& failure);
-    // Copies the file at `path` to standard output, removing its name first; "" on success,
-    // else the failure.
-    [[nodiscard]] static QString release(const QString& path);
-    // The same for a protected file, written out as PEM text.
-    [[nodiscard]] static QString releaseArmoured(const QString& path);
-    // Puts the protected file at `path` into `folder` as PEM text, under its name or, when that
-    // is taken, the next free one, which `placedPath` then gives; removes the file at `path`.
-    // "" on success, else the failure.
-    [[nodiscard]] static QString placeArmoured(const QString& path, const QString& folder,
-                                               QString& placedPath);
+    // Where a run puts the result it holds for standard output.
+    [[nodiscard]] const QString& folder() const noexcept { return m_folder; }
+    // Copies `result` to standard output, as PEM text when `armoured`; "" on success, else the
+    // failure.
+    [[nodiscard]] static QString release(QIODevice& result, bool armoured);
 
 private:
     QString m_folder;
-    int m_inputFd = -1;
-    std::unique_ptr<QTemporaryDir> m_outputFolder;
+    std::unique_ptr<AtomicFile> m_input;
 };

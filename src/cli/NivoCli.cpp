@@ -1,7 +1,5 @@
 #include "NivoCli.h"
 
-#include "CliPipe.h"
-
 #include <QCoreApplication>
 #include <QDir>
 #include <QEventLoop>
@@ -17,6 +15,7 @@
 #include <memory>
 #include <vector>
 
+#include "CliPipe.h"
 #include "account/AccountServer.h"
 #include "account/SignIn.h"
 #include "account/SignUp.h"
@@ -27,6 +26,7 @@
 #include "crypto/CmsOutline.h"
 #include "log/LogQuery.h"
 #include "log/VisibleText.h"
+#include "processing/FileListModel.h"
 #include "processing/ProcessController.h"
 #include "storage/NivoGXUtil.h"
 #include "storage/UserDataExport.h"
@@ -86,6 +86,13 @@ const QString kStdinName = u"-"_s;
 const QString kArmorOption = u"armor"_s;
 const QString kArmorHelp =
     u"Write PEM text (-----BEGIN CMS-----) instead of binary, for mail and chat."_s;
+const QString kRecursiveOption = u"R"_s;
+const QString kRecursiveLongOption = u"recursive"_s;
+const QString kRecursiveHelp =
+    u"Take the files under each folder given, at any depth, leaving out hidden files and "
+    "symbolic links; outputs keep their places below the folder's name."_s;
+const QString kFolderWithoutRecursive = u"%1 is a folder; -R takes the files under it."_s;
+const QString kNoFilesInFolders = u"No files in the folders given."_s;
 const QString kOneFileToStdout = u"Standard input and output take a single file."_s;
 const QString kNoJsonToStdout = u"--json cannot share standard output with the result."_s;
 const QString kPasswordAndStdin =
@@ -583,8 +590,9 @@ int NivoCli::encrypt(const QStringList& arguments) {
     parser.addOption(QCommandLineOption({kRecipientOption, kRecipientLongOption}, kRecipientHelp,
                                         kRecipientValue));
     QStringList files;
+    QStringList subFolders;
     QString password;
-    if (const auto done = parseFileRun(parser, arguments, files, password)) {
+    if (const auto done = parseFileRun(parser, arguments, files, subFolders, password)) {
         return *done;
     }
     QList<Contact> recipients;
@@ -603,17 +611,9 @@ int NivoCli::encrypt(const QStringList& arguments) {
     }
     QStringList names = files;
     m_armor = parser.isSet(kArmorOption);
-    QString folder;
-    if (!m_toStdout) {
-        folder = runFolder(parser, NivoGXUtil::getLastOutputEncryptFolder());
-        if (folder.isEmpty()) {
-            return Failure;
-        }
-    }
-    // Results for standard output, and armoured ones, are made aside first.
-    m_finalFolder = folder;
-    const QString runIn = m_toStdout || m_armor ? preparePipe(files, names) : folder;
-    if (runIn.isEmpty()) {
+    const QString folder = m_toStdout ? preparePipe(files, names)
+                                      : runFolder(parser, NivoGXUtil::getLastOutputEncryptFolder());
+    if (folder.isEmpty()) {
         return Failure;
     }
     // Remembered before the run, so that the next start clears what a killed run left there.
@@ -629,9 +629,8 @@ int NivoCli::encrypt(const QStringList& arguments) {
         }
     }
     bool placed = false;
-    const int exit =
-        processFiles(files, names, password, recipients, runIn, true, parser.isSet(kJsonOption),
-                     placed);
+    const int exit = processFiles(files, names, subFolders, password, recipients, folder, true,
+                                  parser.isSet(kJsonOption), placed);
     // A folder where every file failed is not offered again.
     if (!placed && exit != Success && !m_toStdout) {
         NivoGXUtil::setLastOutputFolder(true, previous);
@@ -643,8 +642,9 @@ int NivoCli::decrypt(const QStringList& arguments) {
     QCommandLineParser parser;
     parser.addOption(QCommandLineOption(kRequireVerifiedOption, kRequireVerifiedHelp));
     QStringList files;
+    QStringList subFolders;
     QString password;
-    if (const auto done = parseFileRun(parser, arguments, files, password)) {
+    if (const auto done = parseFileRun(parser, arguments, files, subFolders, password)) {
         return *done;
     }
     QStringList names = files;
@@ -660,7 +660,7 @@ int NivoCli::decrypt(const QStringList& arguments) {
     }
     m_requireVerified = parser.isSet(kRequireVerifiedOption);
     bool placed = false;
-    const int exit = processFiles(files, names, password, {}, folder, false,
+    const int exit = processFiles(files, names, subFolders, password, {}, folder, false,
                                   parser.isSet(kJsonOption), placed);
     if (!placed && exit != Success && !m_toStdout) {
         NivoGXUtil::setLastOutputFolder(false, previous);
@@ -669,9 +669,11 @@ int NivoCli::decrypt(const QStringList& arguments) {
 }
 
 std::optional<int> NivoCli::parseFileRun(QCommandLineParser& parser, const QStringList& arguments,
-                                         QStringList& files, QString& password) {
+                                         QStringList& files, QStringList& subFolders,
+                                         QString& password) {
     parser.addOption(
         QCommandLineOption({kOutputOption, kOutputLongOption}, kOutputHelp, kFolderValue));
+    parser.addOption(QCommandLineOption({kRecursiveOption, kRecursiveLongOption}, kRecursiveHelp));
     parser.addOption(QCommandLineOption(kJsonOption, kJsonHelp));
     parser.addOption(QCommandLineOption(kPasswordStdinOption, kRunPasswordStdinHelp));
     parser.addOption(QCommandLineOption(kStdoutOption, kStdoutHelp));
@@ -679,14 +681,33 @@ std::optional<int> NivoCli::parseFileRun(QCommandLineParser& parser, const QStri
     if (const auto done = parse(parser, arguments)) {
         return done;
     }
-    files = parser.positionalArguments();
-    if (files.isEmpty()) {
+    const QStringList given = parser.positionalArguments();
+    if (given.isEmpty()) {
         return usageError(kNoFiles, helpText(parser));
     }
-    const bool fromStdin = files.contains(kStdinName);
+    const bool fromStdin = given.contains(kStdinName);
     m_toStdout = parser.isSet(kStdoutOption) || fromStdin;
+    bool folderGiven = false;
+    files.clear();
+    subFolders.clear();
+    for (const QString& path : given) {
+        if (path == kStdinName || !QFileInfo(path).isDir()) {
+            files.append(path);
+            subFolders.append(QString());
+            continue;
+        }
+        if (!parser.isSet(kRecursiveOption)) {
+            return usageError(kFolderWithoutRecursive.arg(VisibleText::of(path)), QString());
+        }
+        // The desktop's Add Folder rule: the files keep their places below the folder's name.
+        folderGiven = true;
+        for (const QString& file : FileListModel::filesInFolder(path)) {
+            files.append(file);
+            subFolders.append(FileListModel::subFolderOf(path, file));
+        }
+    }
     if (m_toStdout) {
-        if (files.size() != 1) {
+        if (given.size() != 1 || folderGiven) {
             return usageError(kOneFileToStdout, helpText(parser));
         }
         if (parser.isSet(kJsonOption)) {
@@ -699,6 +720,10 @@ std::optional<int> NivoCli::parseFileRun(QCommandLineParser& parser, const QStri
             return usageError(kStdoutIsTerminal, QString());
         }
     }
+    if (files.isEmpty()) {
+        say(kNoFilesInFolders);
+        return Failure;
+    }
     if (!prepareRun(parser.isSet(kPasswordStdinOption), password)) {
         return Failure;
     }
@@ -707,13 +732,8 @@ std::optional<int> NivoCli::parseFileRun(QCommandLineParser& parser, const QStri
 
 QString NivoCli::preparePipe(QStringList& files, QStringList& names) {
     m_pipe = std::make_unique<CliPipe>(NivoGXUtil::applicationFolder());
-    QString failure;
-    const QString folder = m_pipe->outputFolder(failure);
-    if (folder.isEmpty()) {
-        say(failure);
-        return {};
-    }
     if (files.constFirst() == kStdinName) {
+        QString failure;
         const QString path = m_pipe->takeStandardInput(failure);
         if (path.isEmpty()) {
             say(failure);
@@ -722,7 +742,7 @@ QString NivoCli::preparePipe(QStringList& files, QStringList& names) {
         files = {path};
         names = {CliPipe::kStandardInput};
     }
-    return folder;
+    return m_pipe->folder();
 }
 
 QString NivoCli::runFolder(const QCommandLineParser& parser, const QString& remembered) {
@@ -740,7 +760,7 @@ QString NivoCli::runFolder(const QCommandLineParser& parser, const QString& reme
 }
 
 int NivoCli::processFiles(const QStringList& files, const QStringList& names,
-                          const QString& password,
+                          const QStringList& subFolders, const QString& password,
                           const QList<Contact>& recipients, const QString& outputFolder,
                           bool toEncrypt, bool json, bool& placed) {
     placed = false;
@@ -772,18 +792,7 @@ int NivoCli::processFiles(const QStringList& files, const QStringList& names,
     std::vector<std::unique_ptr<ProcessController>> controllers(runs.size());
     std::unique_ptr<ProcessController> retired;
 
-    const auto printLine = [&](const QString& file, Run run) {
-        if (m_pipe && run.outcome.isEmpty()) {
-            // A result made aside goes on to where it belongs.
-            QString failure;
-            if (m_toStdout) {
-                failure = m_armor ? CliPipe::releaseArmoured(run.outputPath)
-                                  : CliPipe::release(run.outputPath);
-            } else {
-                failure = CliPipe::placeArmoured(run.outputPath, m_finalFolder, run.outputPath);
-            }
-            run.outcome = failure;
-        }
+    const auto printLine = [&](const QString& file, const Run& run) {
         const bool succeeded = run.outcome.isEmpty();
         allSucceeded = allSucceeded && succeeded;
         placed = placed || succeeded;
@@ -841,6 +850,14 @@ int NivoCli::processFiles(const QStringList& files, const QStringList& names,
             controller->setUserNivoId(userNivoId);
         }
         controller->setRequireVerified(m_requireVerified);
+        if (m_toStdout) {
+            // Copied out within the run, whose log line then says whether it arrived.
+            controller->setHandOver([armoured = m_armor](QIODevice& result) {
+                return CliPipe::release(result, armoured);
+            });
+        } else {
+            controller->setArmoured(m_armor);
+        }
         if (names[static_cast<qsizetype>(index)] != files[static_cast<qsizetype>(index)]) {
             controller->setInputName(names[static_cast<qsizetype>(index)]);
         }
@@ -878,9 +895,13 @@ int NivoCli::processFiles(const QStringList& files, const QStringList& names,
                     loop.quit();
                 }
             });
+        const QString subFolder = subFolders.value(static_cast<qsizetype>(index));
         controller->processFile(QFileInfo(files[static_cast<qsizetype>(index)]).absoluteFilePath(),
                                 profile.value_or(NivoProfile()), password, recipients,
-                                outputFolder, toEncrypt);
+                                subFolder.isEmpty()
+                                    ? outputFolder
+                                    : FileListModel::makeSubFolders(outputFolder, subFolder),
+                                toEncrypt);
         // A run always reports from the event loop, so its output is known before it ends.
         runs[index].reservedPath = controller->outputPath();
         if (!controller->outputPath().isEmpty()) {

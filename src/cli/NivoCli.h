@@ -61,15 +61,18 @@ private:
     // asked for when the key files are there.
     [[nodiscard]] bool prepareRun(bool passwordFromStdin, QString& password);
     // Adds the options encrypt and decrypt share (after the command's own), parses, and gets the
-    // files and the password. The exit code when the command ends here; none when it goes on.
+    // files and the password. With -R a folder stands for the files under it, each with the
+    // folders from the given one's name down to it in `subFolders` ("" for a file given). The
+    // exit code when the command ends here; none when it goes on.
     [[nodiscard]] std::optional<int> parseFileRun(QCommandLineParser& parser,
                                                   const QStringList& arguments, QStringList& files,
-                                                  QString& password);
+                                                  QStringList& subFolders, QString& password);
     // The run's output folder (-o, else the remembered one, else the current folder); empty,
     // with the message printed, when -o names no folder.
     [[nodiscard]] QString runFolder(const QCommandLineParser& parser, const QString& remembered);
-    // For a run on standard input or output: the private folder for its output, and standard
-    // input in place of "-" (named so in `names`). Empty, with the message printed, on failure.
+    // For a run on standard input or output: the private folder where its output is held, and
+    // standard input in place of "-" (named so in `names`). Empty, with the message printed, on
+    // failure.
     [[nodiscard]] QString preparePipe(QStringList& files, QStringList& names);
     // A message on standard error, each line after the program's name; with --json, a failure
     // object ({"error", "detail"}) on standard output instead.
@@ -84,12 +87,13 @@ private:
     [[nodiscard]] bool findRecipient(const QString& typed, Contact& contact, bool& added);
 
     // Runs the files through the processing run, two small ones at a time, and prints their
-    // results in the order given, naming each input as `names` does; Failure when any of them
+    // results in the order given, naming each input as `names` does; each output goes to the
+    // folder of `subFolders` (made as needed) under the output folder. Failure when any of them
     // failed. An interrupt cancels the runs under way, starts no more and gives Interrupted.
     // `placed` says whether any output went to the folder. With a pipe, the result goes on to
     // standard output.
     [[nodiscard]] int processFiles(const QStringList& files, const QStringList& names,
-                                   const QString& password,
+                                   const QStringList& subFolders, const QString& password,
                                    const QList<Contact>& recipients, const QString& outputFolder,
                                    bool toEncrypt, bool json, bool& placed);
 
@@ -99,6 +103,5 @@ private:
     bool m_json = false;                 // the command has --json set
     bool m_toStdout = false;             // the result goes to standard output
     bool m_armor = false;                // encrypt --armor
-    QString m_finalFolder;               // where results made aside go, when not to the output
     std::unique_ptr<CliPipe> m_pipe;     // standard input and output of such a run
 };

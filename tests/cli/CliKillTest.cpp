@@ -1,8 +1,11 @@
 // nivogx-cli killed outright (SIGKILL) while it protects or opens a large file: nothing may
 // appear under the output's name, and whatever a killed run left half written is gone after
 // the next run of the tool. Interrupted (Ctrl-C), it cancels the file under way as the Cancel
-// button does and leaves nothing at all.
+// button does and leaves nothing at all. A run through pipes leaves nothing wherever it is
+// killed.
+#include <QDirIterator>
 #include <QRandomGenerator>
+#include <QThread>
 #include <csignal>
 #include <functional>
 
@@ -19,6 +22,18 @@ constexpr qint64 kLargeFile = qint64{256} << 20;
 QStringList entries(const QString& folder) {
     return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System |
                                   QDir::NoDotAndDotDot, QDir::Name);
+}
+
+// The same at any depth, as paths below `folder`.
+QStringList tree(const QString& folder) {
+    QStringList paths;
+    QDirIterator it(folder, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        paths.append(QDir(folder).relativeFilePath(it.next()));
+    }
+    paths.sort();
+    return paths;
 }
 
 QString writeLarge(const QString& path) {
@@ -109,6 +124,51 @@ TEST_F(CliKillTest, AKilledRunLeavesNoOutputAndTheNextRunClearsItsTemporaries) {
         EXPECT_EQ(QFileInfo(opened + u"/big.bin"_s).size(), kLargeFile);
     }
     EXPECT_EQ(entries(sealed), QStringList{u"big.bin.tvf"_s});
+}
+
+TEST_F(CliKillTest, APipeRunKilledAnywhereLeavesNothing) {
+    signUp({"pia"});
+    const User& pia = *m_users[0];
+    ASSERT_EQ(pia.signIn(m_url).exitCode, 0);
+    const QString big = writeLarge(pia.files() + u"/big.bin"_s);
+    ASSERT_EQ(pia.cli({u"encrypt"_s, big}, m_url).exitCode, 0);
+    ASSERT_TRUE(QFile::remove(big));
+    const QString result = m_root.path() + u"/result"_s;
+    const QStringList before = tree(pia.dataHome()) + tree(pia.files());
+
+    // Kills while standard input is taken, the file opened and the result copied out, until a
+    // run ends by itself; the last kill goes to a run with named temporaries, which the next
+    // run clears.
+    int kills = 0;
+    bool finished = false;
+    for (int waitMs = 25; waitMs <= 20'000 && !finished; waitMs *= 2) {
+        QProcess process;
+        process.setStandardInputFile(pia.files() + u"/big.bin.tvf"_s);
+        process.setStandardOutputFile(result);
+        pia.start(process, {u"decrypt"_s, u"-"_s}, m_url);
+        finished = process.waitForFinished(waitMs);
+        if (!finished) {
+            process.kill();
+            ASSERT_TRUE(process.waitForFinished(kRunBoundMs));
+            ++kills;
+        }
+        EXPECT_EQ(tree(pia.dataHome()) + tree(pia.files()), before) << "killed at " << waitMs;
+    }
+    EXPECT_TRUE(finished);
+    EXPECT_GE(kills, 3);
+    EXPECT_EQ(QFileInfo(result).size(), kLargeFile);
+
+    QProcessEnvironment named;
+    named.insert(u"NIVOGX_NAMED_TEMPORARY_FILES"_s, u"1"_s);
+    QProcess process;
+    process.setStandardInputFile(pia.files() + u"/big.bin.tvf"_s);
+    process.setStandardOutputFile(result);
+    pia.start(process, {u"decrypt"_s, u"-"_s}, m_url, named);
+    QThread::msleep(1500);
+    process.kill();
+    ASSERT_TRUE(process.waitForFinished(kRunBoundMs));
+    ASSERT_EQ(pia.cli({u"whoami"_s}, m_url).exitCode, 0);
+    EXPECT_EQ(tree(pia.dataHome()) + tree(pia.files()), before);
 }
 
 TEST_F(CliKillTest, AnInterruptCancelsTheFileUnderWayAndLeavesNothing) {

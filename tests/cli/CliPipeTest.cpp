@@ -1,6 +1,11 @@
 // Files through standard input and output: round trips, the release of decrypted content only
 // once it checked out, and the refusals.
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
 #include "CliTestKit.h"
 
 using namespace Qt::Literals::StringLiterals;
@@ -56,6 +61,57 @@ TEST_F(CliTest, PipesCarryFilesBothWaysAndReleaseOnlyVerifiedContent) {
     EXPECT_EQ(bob.cli({u"decrypt"_s, u"-"_s, u"x.tvf"_s}, m_url).exitCode, 2);
     EXPECT_EQ(bob.cli({u"decrypt"_s, u"--json"_s, u"--stdout"_s, u"x.tvf"_s}, m_url).exitCode, 2);
     EXPECT_EQ(bob.cli({u"decrypt"_s, u"--password-stdin"_s, u"-"_s}, m_url).exitCode, 2);
+}
+
+TEST_F(CliTest, AResultThatCannotGoOutFailsTheRunAndATerminalIsRefused) {
+    signUp({"olga"});
+    const User& olga = *m_users[0];
+    ASSERT_EQ(olga.signIn(m_url).exitCode, 0);
+    // More than a pipe holds, so that a reader gone is noticed.
+    olga.write(u"notes.txt"_s, QByteArray("a line of notes\n").repeated(20000));
+    ASSERT_EQ(olga.cli({u"encrypt"_s, u"notes.txt"_s}, m_url).exitCode, 0);
+
+    const auto runTo = [&](const QStringList& arguments, const QString& output) {
+        QProcess process;
+        process.setStandardOutputFile(output);
+        olga.start(process, arguments, m_url);
+        EXPECT_TRUE(process.waitForFinished(kRunBoundMs));
+        return std::pair{process.exitCode(), QString::fromUtf8(process.readAllStandardError())};
+    };
+    for (const QStringList& arguments :
+         {QStringList{u"decrypt"_s, u"--stdout"_s, u"notes.txt.tvf"_s},
+          QStringList{u"encrypt"_s, u"--armor"_s, u"--stdout"_s, u"notes.txt"_s}}) {
+        const auto [exit, err] = runTo(arguments, u"/dev/full"_s);
+        EXPECT_EQ(exit, 1) << err.toStdString();
+        EXPECT_TRUE(err.startsWith(u"nivogx-cli: notes.txt"_s)) << err.toStdString();
+        EXPECT_TRUE(err.endsWith(u": Cannot write to standard output: No space left on device\n"_s))
+            << err.toStdString();
+        const QStringList log = olga.cli({u"log"_s, u"--json"_s}, m_url).out.split(u'\n');
+        EXPECT_EQ(json(log.value(log.size() - 2)).value(u"status"_s).toString(), u"Failed"_s);
+    }
+
+    // A reader that goes away.
+    QProcess shell;
+    olga.start(
+        shell,
+        {u"-c"_s, u"\"$0\" decrypt --stdout notes.txt.tvf | head -c 0; exit ${PIPESTATUS[0]}"_s,
+         QStringLiteral(NIVOGX_CLI_PATH)},
+        m_url, {}, u"bash"_s);
+    ASSERT_TRUE(shell.waitForFinished(kRunBoundMs));
+    EXPECT_EQ(shell.exitCode(), 1);
+    EXPECT_TRUE(shell.readAllStandardError().endsWith("Broken pipe\n"));
+
+    // A terminal: the pseudo-terminal's other side.
+    const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_GE(terminal, 0);
+    ASSERT_EQ(::grantpt(terminal), 0);
+    ASSERT_EQ(::unlockpt(terminal), 0);
+    const auto [exit, err] = runTo({u"decrypt"_s, u"--stdout"_s, u"notes.txt.tvf"_s},
+                                   QString::fromLocal8Bit(::ptsname(terminal)));
+    ::close(terminal);
+    EXPECT_EQ(exit, 2);
+    EXPECT_TRUE(err.startsWith(u"nivogx-cli: Standard output is a terminal"_s))
+        << err.toStdString();
 }
 
 // Runs the openssl command in `dir`; its standard output.
@@ -116,10 +172,22 @@ TEST_F(CliTest, ArmouredFilesOpenHereAndWithOpenssl) {
     run = bob.cli({u"inspect"_s, u"--json"_s, u"smime.eml"_s}, m_url);
     EXPECT_EQ(json(run.out).value(u"recipients"_s).toArray().size(), 2) << run.out.toStdString();
 
+    // Armour that does not hold one whole message is refused, saying why.
+    armoured.seek(0);
+    const QByteArray pem = armoured.readAll();
     bob.write(u"broken.tvf"_s, "-----BEGIN CMS-----\nnot base64!\n-----END CMS-----\n");
-    run = bob.cli({u"decrypt"_s, u"broken.tvf"_s}, m_url);
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_TRUE(run.err.contains(u"bad PEM or S/MIME armour"_s)) << run.err.toStdString();
+    bob.write(u"cut.tvf"_s, pem.left(pem.indexOf("-----END")));
+    bob.write(u"pasted.tvf"_s, QByteArray(pem).replace("-----END CMS", "-----END PKCS7"));
+    for (const auto& [name, why] :
+         {std::pair{u"broken.tvf"_s, u"(bad PEM or S/MIME armour)."_s},
+          std::pair{u"cut.tvf"_s, u"has no END line (bad PEM armour): it was cut short."_s},
+          std::pair{u"pasted.tvf"_s, u"ends with \"-----END PKCS7-----\" instead"_s}}) {
+        run = bob.cli({u"decrypt"_s, name}, m_url);
+        EXPECT_EQ(run.exitCode, 1);
+        EXPECT_TRUE(run.err.contains(why)) << run.err.toStdString();
+    }
+    EXPECT_EQ(QDir(work).entryList({u"broken*"_s, u"cut*"_s, u"pasted*"_s}),
+              (QStringList{u"broken.tvf"_s, u"cut.tvf"_s, u"pasted.tvf"_s}));
 }
 
 }  // namespace

@@ -8,6 +8,11 @@ const QByteArray CmsArmour::kPemLabel = "CMS";
 const QByteArray CmsArmour::kPkcs7PemLabel = "PKCS7";
 const QString CmsArmour::kBadArmour =
     u"The text holds no readable protected file (bad PEM or S/MIME armour)."_s;
+const QString CmsArmour::kEndMismatch =
+    u"The PEM text ends with \"%1\" instead of the END line of its BEGIN line "
+    "(bad PEM armour): it may be two texts pasted together."_s;
+const QString CmsArmour::kNoEnd =
+    u"The PEM text has no END line (bad PEM armour): it was cut short."_s;
 
 namespace {
 
@@ -15,6 +20,8 @@ constexpr qint64 kBlockBytes = 48 * 1024;  // a whole number of base64 lines of 
 constexpr int kColumns = 64;
 constexpr qint64 kLongestLine = 4096;
 constexpr qint64 kHeadBytes = 1024;
+// How much of a wrong END line a message quotes.
+constexpr qsizetype kQuotedEnd = 80;
 
 const QByteArray kPemBegin = "-----BEGIN ";
 const QByteArray kPemEnd = "-----END ";
@@ -127,6 +134,7 @@ QString CmsArmour::unwrap(QIODevice& in, QIODevice& out) {
     bool ended = false;
     bool firstLine = true;
     bool base64Body = false;
+    QByteArray label;
     while (!in.atEnd()) {
         QByteArray line = in.readLine(kLongestLine);
         if (line.size() >= kLongestLine - 1 && !line.endsWith('\n')) {
@@ -143,12 +151,17 @@ QString CmsArmour::unwrap(QIODevice& in, QIODevice& out) {
                 if (trimmed != beginLine(kPemLabel) && trimmed != beginLine(kPkcs7PemLabel)) {
                     return kBadArmour;
                 }
+                label = trimmed.mid(kPemBegin.size(),
+                                    trimmed.size() - kPemBegin.size() - kDashes.size());
                 inBody = true;
                 continue;
             }
         }
         if (pem) {
             if (trimmed.startsWith(kPemEnd)) {
+                if (trimmed != kPemEnd + label + kDashes) {
+                    return kEndMismatch.arg(QString::fromLatin1(trimmed.left(kQuotedEnd)));
+                }
                 ended = true;
                 break;
             }
@@ -179,7 +192,10 @@ QString CmsArmour::unwrap(QIODevice& in, QIODevice& out) {
             return kBadArmour;
         }
     }
-    if ((pem && !ended) || !inBody || !sink.finish() || !sink.wroteAny()) {
+    if (pem && !ended) {
+        return kNoEnd;
+    }
+    if (!inBody || !sink.finish() || !sink.wroteAny()) {
         return kBadArmour;
     }
     return {};

@@ -18,6 +18,10 @@ public:
     static const QByteArray kPkcs7PemLabel;
     // Failure texts of unwrap(), for armour that does not hold a message.
     static const QString kBadArmour;
+    // PEM whose END line names another label than its BEGIN line ("%1" is the END line), or
+    // that has none: text cut short or pasted together, which is not opened as if whole.
+    static const QString kEndMismatch;
+    static const QString kNoEnd;
 
     // The form of a message from its first bytes (a few hundred suffice); Binary for anything
     // that is not text armour.
@@ -28,6 +32,7 @@ public:
     // Writes the DER message read from `in` to `out` as PEM; "" on success, else the failure.
     [[nodiscard]] static QString wrap(QIODevice& in, QIODevice& out);
     // Writes the DER message that the PEM or S/MIME text read from `in` carries to `out`; "" on
-    // success, else the failure (kBadArmour when the text holds no message).
+    // success, else the failure (kBadArmour when the text holds no message, kEndMismatch or kNoEnd
+    // for PEM that does not end as it began).
     [[nodiscard]] static QString unwrap(QIODevice& in, QIODevice& out);
 };

@@ -212,6 +212,24 @@ void ComTruvexIO_FileStream::commit(const std::function<QString(const QString&)>
     m_committed = true;
 }
 
+void ComTruvexIO_FileStream::handOver(const std::function<QString(QIODevice&)>& take) {
+    if (!m_output || m_committed) {
+        nivossl::fail(TVXStreamOperationException, kClosed.arg(m_path));
+    }
+    m_bio.reset();
+    const QString readBack = m_output->readBackPath();
+    if (readBack.isEmpty()) {
+        failPlainly(m_output->errorString());
+    }
+    QFile written(readBack);
+    if (!written.open(QIODevice::ReadOnly)) {
+        failPlainly(kCannotRead.arg(m_path, written.errorString()));
+    }
+    if (const QString failure = take(written); !failure.isEmpty()) {
+        failPlainly(failure);
+    }
+}
+
 void ComTruvexIO_FileStream::close() {
     m_bio.reset();
     m_input.reset();

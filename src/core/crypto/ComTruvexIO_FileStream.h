@@ -11,6 +11,7 @@
 
 class AtomicFile;
 class QFile;
+class QIODevice;
 
 // A stream over a file. A writing stream puts its bytes in a temporary file beside the target that
 // takes the target's name only on commit() (see AtomicFile); closing without commit() leaves
@@ -48,6 +49,10 @@ public:
     // fails. With `nextName` it never replaces a file: a name found taken makes way for the next
     // one it gives, and path() says where the file went.
     void commit(const std::function<QString(const QString& taken)>& nextName = {});
+    // Instead of commit(): hands the written file, read from its start, to `take`, which sends
+    // it on and answers "" or its failure; the file then goes, never having had a name. Throws
+    // `take`'s failure, or that of reading the file back.
+    void handOver(const std::function<QString(QIODevice& written)>& take);
     [[nodiscard]] const QString& path() const noexcept { return m_path; }
 
     void close() override;

@@ -6,6 +6,7 @@
 
 #include "crypto/CertificateTrust.h"
 #include "crypto/CmsAlgorithms.h"
+#include "crypto/CmsArmour.h"
 #include "crypto/ComTruvexIO_FileStream.h"
 #include "crypto/ComTruvexIO_MemoryStream.h"
 #include "crypto/CryptoLog.h"
@@ -138,13 +139,45 @@ QString NivoCryptoOperation::encryptFile(const QString& inputPath, const NivoPro
         throw;
     }
     source->ensureIntact();
-    sink->commit(run.nextName);
-    if (run.placedPath != nullptr) {
-        *run.placedPath = sink->path();
-    }
+    place(*sink, outputPath, run);
     sink->close();
     source->close();
     return u""_s;
+}
+
+void NivoCryptoOperation::place(ComTruvexIO_FileStream& sink, const QString& outputPath,
+                                const FileRun& run) {
+    if (run.handOver) {
+        sink.handOver(run.handOver);
+        return;
+    }
+    if (!run.armoured) {
+        sink.commit(run.nextName);
+        if (run.placedPath != nullptr) {
+            *run.placedPath = sink.path();
+        }
+        return;
+    }
+    // The message, complete, is written once more as text, which appears only complete too.
+    QString placed;
+    sink.handOver([&](QIODevice& message) {
+        AtomicFile text(outputPath);
+        if (!text.open()) {
+            return text.errorString();
+        }
+        if (const QString failure = CmsArmour::wrap(message, *text.device()); !failure.isEmpty()) {
+            return failure;
+        }
+        const bool committed = run.nextName ? text.commitAsNew(run.nextName) : text.commit();
+        if (!committed) {
+            return text.errorString();
+        }
+        placed = text.path();
+        return QString();
+    });
+    if (run.placedPath != nullptr) {
+        *run.placedPath = placed;
+    }
 }
 
 void NivoCryptoOperation::explainFailure(const ComTruvexIO_FileStream& source,
@@ -290,10 +323,7 @@ QString NivoCryptoOperation::decryptFile(const QString& inputPath, const NivoPro
     // A message cut short or grown while it was read fails as such, whatever the decoder said.
     if (outcome.isEmpty()) {
         source->ensureIntact();
-        sink->commit(run.nextName);
-        if (run.placedPath != nullptr) {
-            *run.placedPath = sink->path();
-        }
+        place(*sink, outputPath, run);
         sender = named;
     } else {
         source->ensureIntact();

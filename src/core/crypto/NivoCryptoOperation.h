@@ -10,6 +10,7 @@
 #include "account/NivoProfile.h"
 #include "crypto/SenderVerdict.h"
 
+class QIODevice;
 class TVXStream;
 class TVXCmsParseResult;
 class ComTruvexIO_FileStream;
@@ -62,6 +63,12 @@ public:
         std::function<QString(const QString& taken)> nextName;
         // Where the output went, once placed.
         QString* placedPath;
+        // When given, the complete output (after every check) is handed to it, read from its
+        // start, instead of being placed: for output that goes to a pipe. It answers "" or its
+        // failure, which fails the operation; the output never has a name.
+        std::function<QString(QIODevice& output)> handOver;
+        // Encryption: the output is placed as PEM text instead of binary.
+        bool armoured;
     };
 
     // Forgets every key file opened so far (see comTruvexCrypto_Pkcs12Loader); called at sign-out.
@@ -118,6 +125,9 @@ private:
                                           const SenderContext& context, SenderVerdict& sender);
     [[nodiscard]] static QString judge(const TVXCmsParseResult& result, const NivoProfile& profile,
                                        const SenderContext& context, SenderVerdict& sender);
+    // Puts the complete output where `run` says: under its name (or the next free one), as PEM
+    // text there, or handed over; throws when that fails.
+    static void place(ComTruvexIO_FileStream& sink, const QString& outputPath, const FileRun& run);
     // Throws the clearer cause of a failure when there is one: a cancel, a changed input, a
     // failed write.
     static void explainFailure(const ComTruvexIO_FileStream& source,

@@ -147,12 +147,18 @@ QStringList FileListModel::filesInFolder(const QString& folder) {
     return files;
 }
 
+QString FileListModel::subFolderOf(const QString& folder, const QString& file) {
+    // Both absolute and clean, so that "." or ".." given never makes a level that climbs.
+    const QDir above = QFileInfo(QDir::cleanPath(QFileInfo(folder).absoluteFilePath())).dir();
+    return PathText::withoutLastComponent(
+        above.relativeFilePath(QDir::cleanPath(QFileInfo(file).absoluteFilePath())));
+}
+
 int FileListModel::addFolderFiles(const QString& folder, const QStringList& files) {
-    const QDir above = QFileInfo(QDir::cleanPath(folder)).dir();
     const int added = addFiles(files);
     QHash<QString, QString> subFolders;
     for (const QString& file : files) {
-        subFolders.insert(file, PathText::withoutLastComponent(above.relativeFilePath(file)));
+        subFolders.insert(file, subFolderOf(folder, file));
     }
     for (FileDetails& entry : m_fileList) {
         if (entry.subFolder.isEmpty()) {

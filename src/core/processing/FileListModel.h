@@ -96,8 +96,11 @@ public:
     // The regular files under `folder`, at any depth, leaving out hidden files and folders and
     // symbolic links.
     [[nodiscard]] static QStringList filesInFolder(const QString& folder);
+    // The folders from `folder`'s own name down to `file`, found under it: "photos/2024" for
+    // photos/2024/a.jpg, whose output goes to OUTPUT/photos/2024/a.jpg.tvf.
+    [[nodiscard]] static QString subFolderOf(const QString& folder, const QString& file);
     // Adds `files`, found under `folder`, so that each output keeps its place below the folder's
-    // name: photos/2024/a.jpg goes to OUTPUT/photos/2024/a.jpg.tvf.
+    // name (subFolderOf).
     int addFolderFiles(const QString& folder, const QStringList& files);
     // Creates `subFolder` under `folder`, each new level readable by the user only, and answers
     // the deepest one; `folder` when `subFolder` is empty.

@@ -1,11 +1,7 @@
 #include "processing/ProcessController.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <QFile>
 #include <QFileInfo>
-#include <QTemporaryFile>
 #include <QFutureWatcher>
 #include <QLoggingCategory>
 #include <QPointer>
@@ -23,6 +19,7 @@
 #include "crypto/NivoCryptoOperation.h"
 #include "crypto/TVXException.h"
 #include "processing/PathText.h"
+#include "storage/AtomicFile.h"
 #include "storage/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
@@ -64,6 +61,8 @@ struct Job {
     QList<QByteArray> certificates;
     bool toEncrypt = true;
     bool requireVerified = false;
+    ProcessController::HandOver handOver;
+    bool armoured = false;
     // The output paths of other runs under way, which a taken output name does not move to.
     QSet<QString> outputPathsInUse;
     // Set by cancel(); the work stops at its next block.
@@ -146,53 +145,35 @@ QString decryptedName(const QString& fileName) {
     return name.isEmpty() ? fileName : name;
 }
 
-// A protected file in text armour (PEM, S/MIME), decoded into a file of no name in the output's
-// folder (a named one where the system has none), which goes away with this object.
+// A protected file in text armour (PEM, S/MIME), decoded into a temporary file of the output's
+// folder that never gets a name where the system allows (see AtomicFile), and goes with this
+// object.
 class UnwrappedInput {
 public:
-    UnwrappedInput(const QString& inputPath, const QString& folder) {
+    UnwrappedInput(const QString& inputPath, const QString& folder)
+        : m_message(folder + u"/armour"_s) {
         QFile in(inputPath);
         if (!in.open(QIODevice::ReadOnly)) {
             m_failure = in.errorString();
             return;
         }
-        QFile out;
-#ifdef O_TMPFILE
-        m_fd = ::open(QFile::encodeName(folder).constData(), O_TMPFILE | O_RDWR | O_CLOEXEC,
-                      0600);
-#endif
-        if (m_fd >= 0) {
-            (void)out.open(m_fd, QIODevice::WriteOnly, QFileDevice::DontCloseHandle);
-            m_path = u"/proc/self/fd/%1"_s.arg(m_fd);
-        } else {
-            m_named = std::make_unique<QTemporaryFile>(folder + u"/.armour.nivogx-XXXXXX"_s);
-            if (!m_named->open()) {
-                m_failure = m_named->errorString();
-                return;
-            }
-            m_path = m_named->fileName();
+        if (!m_message.open(AtomicFile::OwnerOnly)) {
+            m_failure = m_message.errorString();
+            return;
         }
-        QIODevice& target = m_named ? static_cast<QIODevice&>(*m_named) : out;
-        m_failure = CmsArmour::unwrap(in, target);
-        if (m_named) {
-            m_named->close();
+        m_failure = CmsArmour::unwrap(in, *m_message.device());
+        if (m_failure.isEmpty()) {
+            m_path = m_message.readBackPath();
+            m_failure = m_message.errorString();
         }
     }
-    ~UnwrappedInput() {
-        if (m_fd >= 0) {
-            ::close(m_fd);
-        }
-    }
-    UnwrappedInput(const UnwrappedInput&) = delete;
-    UnwrappedInput& operator=(const UnwrappedInput&) = delete;
 
     // "" when the message is ready at path().
     [[nodiscard]] const QString& failure() const { return m_failure; }
     [[nodiscard]] const QString& path() const { return m_path; }
 
 private:
-    int m_fd = -1;
-    std::unique_ptr<QTemporaryFile> m_named;
+    AtomicFile m_message;  // never committed
     QString m_path;
     QString m_failure;
 };
@@ -209,6 +190,8 @@ Outcome work(const Job& job, const ProgressReport& report) {
         return ProcessController::nextFreeOutputPath(taken, inUse);
     };
     run.placedPath = &outcome.placedPath;
+    run.handOver = job.handOver;
+    run.armoured = job.armoured;
     try {
         if (job.toEncrypt) {
             outcome.text = NivoCryptoOperation::encryptFile(
@@ -350,6 +333,8 @@ void ProcessController::startInBackground(QList<QByteArray> certificates) {
     job.certificates = std::move(certificates);
     job.toEncrypt = m_toEncrypt;
     job.requireVerified = m_requireVerified;
+    job.handOver = m_handOver;
+    job.armoured = m_armoured && m_toEncrypt;
     job.outputPathsInUse = m_outputPathsInUse;
     job.cancelled = m_cancelled;
     if (!m_toEncrypt) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QIODevice>
 #include <QList>
 #include <QObject>
 #include <QSet>
@@ -8,6 +9,7 @@
 #include <QStringList>
 #include <QtGlobal>
 #include <atomic>
+#include <functional>
 #include <memory>
 
 #include "account/NivoProfile.h"
@@ -89,6 +91,14 @@ public:
     // Makes a decrypted file whose sender is not verified a failure, leaving no output. Call it
     // before processFile.
     void setRequireVerified(bool required) noexcept { m_requireVerified = required; }
+    // Where the complete output goes instead of under a name: it is handed, read from its start
+    // on the working thread, to this, which answers "" or its failure, which fails the run (and
+    // its log line). The output never has a name, and outputPath() stays empty after success.
+    // For output to a pipe; call it before processFile.
+    using HandOver = std::function<QString(QIODevice& output)>;
+    void setHandOver(HandOver handOver) { m_handOver = std::move(handOver); }
+    // Makes an encryption's output PEM text instead of binary. Call it before processFile.
+    void setArmoured(bool armoured) noexcept { m_armoured = armoured; }
     // Logs the run as cancelled, reports the cancel text and stops the work, which leaves no
     // output. Does nothing when no run is under way or it has already been reported.
     void cancel();
@@ -131,6 +141,8 @@ private:
     QSet<QString> m_outputPathsInUse;
     SenderVerdict m_sender;
     bool m_requireVerified = false;
+    HandOver m_handOver;
+    bool m_armoured = false;
     bool m_started = false;
     bool m_running = false;
     std::shared_ptr<std::atomic<bool>> m_cancelled;

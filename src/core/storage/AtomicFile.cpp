@@ -463,6 +463,19 @@ QString AtomicFile::writeFailure() const {
                       : describe(error, kCannotWrite.arg(m_path, systemError(error)));
 }
 
+QString AtomicFile::readBackPath() {
+    if (!m_file.isOpen()) {
+        fail(kNotOpen.arg(m_path));
+        return {};
+    }
+    if (!m_file.flush() || m_file.writeError() != 0) {
+        const QString failure = writeFailure();
+        fail(failure.isEmpty() ? kCannotWrite.arg(m_path, m_file.errorString()) : failure);
+        return {};
+    }
+    return m_temporaryPath.isEmpty() ? u"/proc/self/fd/%1"_s.arg(m_fd) : m_temporaryPath;
+}
+
 bool AtomicFile::finishCommit(bool replace, const NextName& nextName) {
     if (!m_file.isOpen()) {
         return fail(kNotOpen.arg(m_path));

@@ -46,6 +46,11 @@ public:
     // Why a write into device() failed, in the words of errorString(); "" while none did.
     [[nodiscard]] QString writeFailure() const;
     [[nodiscard]] const QString& path() const noexcept { return m_path; }
+    // A path that opens the temporary file for reading back what was written, valid while this
+    // object holds it ("/proc/self/fd/N" while it has no name); for content that goes elsewhere
+    // than under a name, such as to a pipe, and is never committed. Flushes first; "", with
+    // errorString() set, when a write failed.
+    [[nodiscard]] QString readBackPath();
 
     // Writes `data` as the whole file.
     [[nodiscard]] static bool write(const QString& path, const QByteArray& data,
