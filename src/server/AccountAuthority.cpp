@@ -35,11 +35,11 @@ X509Ptr parseCertificate(const QByteArray& bytes) {
     return cert;
 }
 
-PkeyPtr generateRsaKey() {
+PkeyPtr generateRsaKey(int bits) {
     PkeyCtxPtr ctx(EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr));
     EVP_PKEY* key = nullptr;
     if (!ctx || EVP_PKEY_keygen_init(ctx.get()) <= 0 ||
-        EVP_PKEY_CTX_set_rsa_keygen_bits(ctx.get(), AccountAuthority::kUserKeyBits) <= 0 ||
+        EVP_PKEY_CTX_set_rsa_keygen_bits(ctx.get(), bits) <= 0 ||
         EVP_PKEY_keygen(ctx.get(), &key) <= 0) {
         return nullptr;
     }
@@ -115,7 +115,7 @@ std::optional<AccountAuthority::Issued> AccountAuthority::issue(const QString& l
     if (!isValid()) {
         return std::nullopt;
     }
-    PkeyPtr key = generateRsaKey();
+    PkeyPtr key = generateRsaKey(m_userKeyBits);
     X509Ptr cert(X509_new());
     // number << 64 | 64 random bits: unique by the number, unpredictable by the rest.
     BignumPtr serial(BN_new());

@@ -37,6 +37,8 @@ public:
     AccountAuthority& operator=(const AccountAuthority&) = delete;
 
     [[nodiscard]] bool isValid() const noexcept;
+    // Smaller user keys are made in no time: for tests of many sign-ups, never in production.
+    void setUserKeyBits(int bits) { m_userKeyBits = bits; }
 
     // A new RSA key and a certificate whose common name is the login name, packed with the
     // password. The serial number is `number` (unique per issuer) followed by 64 random bits.
@@ -54,4 +56,5 @@ public:
 private:
     struct Ca;
     std::unique_ptr<Ca> m_ca;
+    int m_userKeyBits = kUserKeyBits;
 };

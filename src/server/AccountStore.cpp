@@ -33,6 +33,7 @@ struct ThreadConnections {
     QHash<quint64, QString> names;  // by store
     // A statement failed on this thread: its PostgreSQL connection may be gone.
     bool failed = false;
+    QString lastError;
 
     ThreadConnections() = default;
     ThreadConnections(const ThreadConnections&) = delete;
@@ -65,12 +66,28 @@ quint64 nextStoreId() {
 }
 
 // Runs a statement with its values bound in order; the query is left on its first row, if any.
+// Statements without values are not prepared: PostgreSQL prepares only queries and changes.
 template <typename... Values>
 bool run(QSqlQuery& query, const QString& sql, const Values&... values) {
-    const bool done = query.prepare(sql) &&
-                      ((query.addBindValue(QVariant::fromValue(values)), ...), query.exec());
-    threadConnections().failed |= !done;
+    bool done = false;
+    if constexpr (sizeof...(Values) == 0) {
+        done = query.exec(sql);
+    } else {
+        done = query.prepare(sql) &&
+               ((query.addBindValue(QVariant::fromValue(values)), ...), query.exec());
+    }
+    if (!done) {
+        auto& connections = threadConnections();
+        connections.failed = true;
+        connections.lastError = query.lastError().text();
+    }
     return done;
+}
+
+// Why the last statement on this thread, or else the connection, failed.
+QString lastError(const QSqlDatabase& db) {
+    const QString statement = threadConnections().lastError;
+    return statement.isEmpty() ? db.lastError().text() : statement;
 }
 
 template <typename... Values>
@@ -234,6 +251,7 @@ bool AccountStore::transaction(const std::function<bool(QSqlDatabase&)>& work) {
 
 bool AccountStore::open() {
     m_error.clear();
+    threadConnections().lastError.clear();
     const QString where = m_location.display();
     if (!m_location.isValid()) {
         m_error = u"the database URL is not of the form %1"_s.arg(QLatin1StringView(kUrlForms));
@@ -263,14 +281,15 @@ bool AccountStore::open() {
     // One writer at a time from the start, so that two servers opening the same old database do
     // not both update it.
     if (!execute(db, sqlite ? u"BEGIN IMMEDIATE"_s : u"BEGIN"_s) ||
-        (!sqlite && !execute(db, u"SELECT pg_advisory_xact_lock(?)"_s, kMigrationLock))) {
-        m_error = u"cannot lock the account database %1: %2"_s.arg(where, db.lastError().text());
+        (!sqlite && (!execute(db, u"SET LOCAL client_min_messages = warning"_s) ||
+                     !execute(db, u"SELECT pg_advisory_xact_lock(?)"_s, kMigrationLock)))) {
+        m_error = u"cannot lock the account database %1: %2"_s.arg(where, lastError(db));
         execute(db, u"ROLLBACK"_s);
         return false;
     }
     m_error = migrate(db);
     if (!execute(db, m_error.isEmpty() ? u"COMMIT"_s : u"ROLLBACK"_s) && m_error.isEmpty()) {
-        m_error = u"cannot update the account database %1: %2"_s.arg(where, db.lastError().text());
+        m_error = u"cannot update the account database %1: %2"_s.arg(where, lastError(db));
     }
     return m_error.isEmpty();
 }
@@ -281,7 +300,7 @@ QString AccountStore::migrate(QSqlDatabase& db) {
     const QString where = m_location.display();
     const auto failed = [&](const char* what) {
         return u"cannot %1 in the account database %2: %3"_s.arg(QLatin1StringView(what), where,
-                                                                 db.lastError().text());
+                                                                 lastError(db));
     };
     const bool sqlite = m_location.engine == Engine::Sqlite;
     // A database from before versions were recorded counts as version 0.
@@ -635,9 +654,8 @@ QString AccountStore::copyFrom(AccountStore& from, QStringList* report) {
         return true;
     });
     if (!done) {
-        return problem.isEmpty()
-                   ? u"cannot write %1: %2"_s.arg(display(), connection().lastError().text())
-                   : problem;
+        return problem.isEmpty() ? u"cannot write %1: %2"_s.arg(display(), lastError(connection()))
+                                 : problem;
     }
     if (report != nullptr) {
         *report = lines;

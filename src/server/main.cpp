@@ -211,6 +211,10 @@ int main(int argc, char* argv[]) {
         u"Every connection starts with a PROXY protocol v1 line from a front proxy that passes "
         "TLS through (true or false). Only when nothing but the proxy reaches --listen."_s,
         u"bool"_s, u"false"_s);
+    QCommandLineOption userKeyBits(u"user-key-bits"_s,
+                                   u"With --dev: bits of the users' RSA keys (tests)."_s, u"bits"_s,
+                                   QString::number(AccountAuthority::kUserKeyBits));
+    userKeyBits.setFlags(QCommandLineOption::HiddenFromHelp);
     const QCommandLineOption logRequests(u"log-requests"_s,
                                          u"One line per request on stderr (true or false)."_s,
                                          u"bool"_s, u"true"_s);
@@ -218,7 +222,7 @@ int main(int argc, char* argv[]) {
                        tlsCert,          tlsKey,      caCert,        caKey,          minPassword,
                        signUpInterval,   workers,     maxHandshakes, maxConnections, maxPerAddress,
                        handshakeTimeout, idleTimeout, logRequests,   reusePort,      proxyProtocol,
-                       migrateFrom,      migrateTo});
+                       userKeyBits,      migrateFrom, migrateTo});
     parser.addPositionalArgument(
         u"command"_s, u"Administer the accounts, or copy a database, instead of serving."_s,
         u"[accounts list|disable|enable|delete NAME | migrate]"_s);
@@ -346,9 +350,17 @@ int main(int argc, char* argv[]) {
     if (!store.open()) {
         return fail(store.error());
     }
-    const AccountAuthority authority(caCertPath, caKeyPath);
+    AccountAuthority authority(caCertPath, caKeyPath);
     if (!authority.isValid()) {
         return fail(u"cannot load the CA certificate and key"_s);
+    }
+    if (parser.isSet(userKeyBits)) {
+        const auto bits = settings.number(userKeyBits, 1024);
+        if (!development || !bits || *bits > AccountAuthority::kUserKeyBits) {
+            return fail(u"--user-key-bits is for tests: with --dev only, 1024 to %1"_s.arg(
+                AccountAuthority::kUserKeyBits));
+        }
+        authority.setUserKeyBits(*bits);
     }
     AccountService service(store, authority, policy);
     AccountHttpServer server(service, store, options);
