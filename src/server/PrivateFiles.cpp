@@ -17,8 +17,8 @@ constexpr QFileDevice::Permissions kWorldAccess =
 QString PrivateFiles::makePrivateFolder(const QString& path) {
     if (!QFileInfo::exists(path)) {
         if (!QDir().mkpath(path) ||
-            !QFile::setPermissions(
-                path, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner)) {
+            !QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                             QFileDevice::ExeOwner)) {
             return u"cannot create the folder %1"_s.arg(path);
         }
     }

@@ -1,10 +1,10 @@
 #include "server/SignalWatcher.h"
 
+#include <QSocketNotifier>
+
+#include <csignal>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <QSocketNotifier>
-#include <csignal>
 
 namespace {
 
