@@ -35,11 +35,11 @@ X509Ptr parseCertificate(const QByteArray& bytes) {
     return cert;
 }
 
-PkeyPtr generateRsaKey() {
+PkeyPtr generateRsaKey(int bits) {
     PkeyCtxPtr ctx(EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr));
     EVP_PKEY* key = nullptr;
     if (!ctx || EVP_PKEY_keygen_init(ctx.get()) <= 0 ||
-        EVP_PKEY_CTX_set_rsa_keygen_bits(ctx.get(), AccountAuthority::kUserKeyBits) <= 0 ||
+        EVP_PKEY_CTX_set_rsa_keygen_bits(ctx.get(), bits) <= 0 ||
         EVP_PKEY_keygen(ctx.get(), &key) <= 0) {
         return nullptr;
     }
@@ -67,9 +67,8 @@ QByteArray pack(EVP_PKEY* key, X509* cert, X509* ca, const QString& loginName,
         (void)caRef.release();  // the stack owns it now
     }
     // PBES2 with AES-256-CBC for both bags; the MAC is added separately to get SHA-256.
-    Pkcs12Ptr p12(PKCS12_create(pass.constData(), name.isEmpty() ? nullptr : name.constData(),
-                                key, cert, chain.get(),
-                                NID_aes_256_cbc, NID_aes_256_cbc,
+    Pkcs12Ptr p12(PKCS12_create(pass.constData(), name.isEmpty() ? nullptr : name.constData(), key,
+                                cert, chain.get(), NID_aes_256_cbc, NID_aes_256_cbc,
                                 AccountAuthority::kPkcs12Iterations, -1, 0));
     if (!p12 || PKCS12_set_mac(p12.get(), pass.constData(), -1, nullptr, 0,
                                AccountAuthority::kPkcs12Iterations, EVP_sha256()) != 1) {
@@ -111,14 +110,20 @@ bool AccountAuthority::isValid() const noexcept {
 }
 
 std::optional<AccountAuthority::Issued> AccountAuthority::issue(const QString& loginName,
-                                                                const QString& password) const {
+                                                                const QString& password,
+                                                                quint64 number) const {
     if (!isValid()) {
         return std::nullopt;
     }
-    PkeyPtr key = generateRsaKey();
+    PkeyPtr key = generateRsaKey(m_userKeyBits);
     X509Ptr cert(X509_new());
+    // number << 64 | 64 random bits: unique by the number, unpredictable by the rest.
     BignumPtr serial(BN_new());
-    if (!key || !cert || !serial || BN_rand(serial.get(), 127, BN_RAND_TOP_ANY, BN_RAND_BOTTOM_ANY) != 1 ||
+    BignumPtr random(BN_new());
+    if (!key || !cert || !serial || !random || BN_set_word(serial.get(), number) != 1 ||
+        BN_lshift(serial.get(), serial.get(), 64) != 1 ||
+        BN_rand(random.get(), 64, BN_RAND_TOP_ANY, BN_RAND_BOTTOM_ANY) != 1 ||
+        BN_add(serial.get(), serial.get(), random.get()) != 1 ||
         X509_set_version(cert.get(), X509_VERSION_3) != 1 ||
         BN_to_ASN1_INTEGER(serial.get(), X509_get_serialNumber(cert.get())) == nullptr) {
         ERR_clear_error();

@@ -37,11 +37,14 @@ public:
     AccountAuthority& operator=(const AccountAuthority&) = delete;
 
     [[nodiscard]] bool isValid() const noexcept;
+    // Smaller user keys are made in no time: for tests of many sign-ups, never in production.
+    void setUserKeyBits(int bits) { m_userKeyBits = bits; }
 
     // A new RSA key and a certificate whose common name is the login name, packed with the
-    // password. Empty on failure.
-    [[nodiscard]] std::optional<Issued> issue(const QString& loginName,
-                                              const QString& password) const;
+    // password. The serial number is `number` (unique per issuer) followed by 64 random bits.
+    // Empty on failure.
+    [[nodiscard]] std::optional<Issued> issue(const QString& loginName, const QString& password,
+                                              quint64 number) const;
     // The same key and certificate under a new password. Empty when the old one does not open it.
     [[nodiscard]] static std::optional<QByteArray> reprotect(const QByteArray& pfx,
                                                              const QString& oldPassword,
@@ -53,4 +56,5 @@ public:
 private:
     struct Ca;
     std::unique_ptr<Ca> m_ca;
+    int m_userKeyBits = kUserKeyBits;
 };

@@ -20,12 +20,12 @@ namespace {
 
 using Quick = AccountService::Answer (AccountService::*)(const AccountService::Form&);
 using Slow = AccountService::Answer (AccountService::*)(const AccountService::Form&,
-                                                         const QHostAddress&);
+                                                        const QHostAddress&);
 
 struct Endpoint {
     const char* path;
-    Quick quick;            // answered on the event loop
-    Slow slow;              // answered by a worker
+    Quick quick;  // answered on the event loop
+    Slow slow;    // answered by a worker
     bool checksPassword;
 };
 
@@ -98,7 +98,9 @@ bool AccountHttpServer::setTls(const QString& chainPath, const QString& keyPath)
 quint16 AccountHttpServer::listen(const QHostAddress& address, quint16 port) {
     auto listener = std::make_unique<TlsListener>(m_options.connections);
     listener->setTlsConfiguration(m_tls);
-    if (!listener->listen(address, port)) {
+    listener->setProxyProtocol(m_options.proxyProtocol);
+    if (!(m_options.reusePort ? listener->listenSharingPort(address, port)
+                              : listener->listen(address, port))) {
         return 0;
     }
     m_listener = listener.release();
@@ -113,10 +115,10 @@ void AccountHttpServer::stopListening() {
 }
 
 bool AccountHttpServer::handleRequest(const QHttpServerRequest& request, QTcpSocket* socket) {
-    Logged logged{request.remoteAddress(), request.url().path().left(100).simplified(), {}};
+    Logged logged{
+        TlsListener::clientAddress(socket), request.url().path().left(100).simplified(), {}};
     logged.started.start();
-    if (logged.endpoint == "/healthz"_L1 &&
-        request.method() == QHttpServerRequest::Method::Get) {
+    if (logged.endpoint == "/healthz"_L1 && request.method() == QHttpServerRequest::Method::Get) {
         const bool healthy = m_store.isHealthy();
         makeResponder(request, socket)
             .write(healthy ? "ok\n" : "store not answering\n", "text/plain",
@@ -155,11 +157,11 @@ bool AccountHttpServer::handleRequest(const QHttpServerRequest& request, QTcpSoc
         return true;
     };
     if (m_underWay >= m_options.maxWaiting) {
-        return refuse({"Service not available: busy, try again later.", "text/plain; charset=utf-8"});
+        return refuse(
+            {"Service not available: busy, try again later.", "text/plain; charset=utf-8"});
     }
-    const auto turn = endpoint->checksPassword
-                          ? m_service.reservePasswordCheck(form, logged.client)
-                          : std::optional<qint64>(0);
+    const auto turn = endpoint->checksPassword ? m_service.reservePasswordCheck(form, logged.client)
+                                               : std::optional<qint64>(0);
     if (!turn) {
         return refuse(AccountService::tooManyAttempts());
     }
@@ -212,7 +214,8 @@ bool AccountHttpServer::handleRequest(const QHttpServerRequest& request, QTcpSoc
 
 void AccountHttpServer::missingHandler(const QHttpServerRequest& request, QTcpSocket* socket) {
     makeResponder(request, socket).write(QHttpServerResponder::StatusCode::NotFound);
-    Logged logged{request.remoteAddress(), request.url().path().left(100).simplified(), {}};
+    Logged logged{
+        TlsListener::clientAddress(socket), request.url().path().left(100).simplified(), {}};
     logged.started.start();
     log(logged, "not found");
 }

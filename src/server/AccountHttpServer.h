@@ -4,8 +4,8 @@
 #include <QElapsedTimer>
 #include <QHostAddress>
 #include <QSslConfiguration>
-#include <QThreadPool>
 #include <QString>
+#include <QThreadPool>
 
 #include "server/AccountService.h"
 #include "server/TlsListener.h"
@@ -28,9 +28,11 @@ public:
 
     struct Options {
         TlsListener::Limits connections;
-        int workers = 0;         // 0: one per processor core
-        int maxWaiting = 256;    // requests for the workers under way; more are refused at once
+        int workers = 0;       // 0: one per processor core
+        int maxWaiting = 256;  // requests for the workers under way; more are refused at once
         bool logRequests = true;
+        bool reusePort = false;      // see TlsListener::listenSharingPort
+        bool proxyProtocol = false;  // see TlsListener::setProxyProtocol
     };
 
     AccountHttpServer(AccountService& service, AccountStore& store);

@@ -17,7 +17,8 @@ AccountService::Answer text(const QString& message) {
 }
 
 AccountService::Answer json(const QJsonObject& object) {
-    return {QJsonDocument(object).toJson(QJsonDocument::Compact), "application/json; charset=utf-8"};
+    return {QJsonDocument(object).toJson(QJsonDocument::Compact),
+            "application/json; charset=utf-8"};
 }
 
 QJsonArray byteValues(const QByteArray& bytes) {
@@ -53,7 +54,7 @@ AccountService::AccountService(AccountStore& store, const AccountAuthority& auth
       m_authority(authority),
       m_policy(policy),
       m_clock(std::move(clock)),
-      m_throttle(policy.throttle) {}
+      m_throttle(store, policy.throttle) {}
 
 QDateTime AccountService::now() const {
     return m_clock ? m_clock() : QDateTime::currentDateTimeUtc();
@@ -64,8 +65,9 @@ AccountService::Answer AccountService::serviceNotAvailable() {
 }
 
 AccountService::Answer AccountService::tooManyAttempts() {
-    return text(u"Service not available: too many password attempts for this account, try again "
-                u"later."_s);
+    return text(
+        u"Service not available: too many password attempts for this account, try again "
+        u"later."_s);
 }
 
 std::optional<qint64> AccountService::reservePasswordCheck(const Form& form,
@@ -76,8 +78,10 @@ std::optional<qint64> AccountService::reservePasswordCheck(const Form& form,
 std::variant<AccountStore::Account, AccountService::Answer> AccountService::authenticate(
     const QString& loginName, const QString& password, const QHostAddress& client) {
     if (const qint64 wait = m_throttle.lockedSeconds(loginName, client, now()); wait > 0) {
-        return text(u"Service not available: too many wrong passwords for %1 from your address, "
-                    u"try again in %2 seconds."_s.arg(loginName).arg(wait));
+        return text(
+            u"Service not available: too many wrong passwords for %1 from your address, "
+            u"try again in %2 seconds."_s.arg(loginName)
+                .arg(wait));
     }
     auto account = m_store.find(loginName);
     if (!account || account->disabled) {
@@ -117,8 +121,9 @@ AccountService::Answer AccountService::createProfile(const Form& form, const QHo
     const QString name = form.value(u"logInName"_s).toLower();
     const QString password = form.value(u"logInPassword"_s);
     if (!NivoGXUtil::IsValidAccount(name)) {
-        return text(u"Invalid Account Entry: a login name holds only letters, digits, '.', '_' "
-                    u"and '''."_s);
+        return text(
+            u"Invalid Account Entry: a login name holds only letters, digits, '.', '_' "
+            u"and '''."_s);
     }
     if (password.isEmpty()) {
         return text(kPasswordRequired);
@@ -128,13 +133,15 @@ AccountService::Answer AccountService::createProfile(const Form& form, const QHo
             m_policy.minPasswordLength));
     }
     if (!m_throttle.takeSignUp(client, now())) {
-        return text(u"Service not available: too many sign-ups from your address, try again "
-                    u"later."_s);
+        return text(
+            u"Service not available: too many sign-ups from your address, try again "
+            u"later."_s);
     }
     if (m_store.exists(name)) {
         return text(notAvailable(name));
     }
-    const auto issued = m_authority.issue(name, password);
+    const auto number = m_store.nextCertificateNumber();
+    const auto issued = number ? m_authority.issue(name, password, *number) : std::nullopt;
     const auto hash = AccountAuthority::hashPassword(password);
     if (!issued || hash.hash.isEmpty()) {
         return serviceNotAvailable();
@@ -149,14 +156,13 @@ AccountService::Answer AccountService::createProfile(const Form& form, const QHo
     account.certificate = issued->certificate;
     if (!m_store.insert(account)) {
         // Another request took the name in between, or the store failed.
-        return m_store.exists(name) ? text(notAvailable(name))
-                                    : serviceNotAvailable();
+        return m_store.exists(name) ? text(notAvailable(name)) : serviceNotAvailable();
     }
     return text(u"Profile created for %1."_s.arg(name));
 }
 
 AccountService::Answer AccountService::changePassword(const Form& form,
-                                                     const QHostAddress& client) {
+                                                      const QHostAddress& client) {
     const QString name = form.value(u"logInName"_s).toLower();
     const QString oldPassword = form.value(u"oldLogInPassword"_s);
     const QString newPassword = form.value(u"newLogInPassword"_s);

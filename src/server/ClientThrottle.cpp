@@ -1,12 +1,12 @@
 #include "server/ClientThrottle.h"
 
-#include <QMutexLocker>
 #include <algorithm>
+
+#include "server/AccountStore.h"
 
 namespace {
 
-// Records past this many are pruned of the ones that no longer hold anyone back.
-constexpr qsizetype kPruneAbove = 100'000;
+constexpr qint64 kForgetEveryMs = 60 * 60 * 1000;
 
 }  // namespace
 
@@ -21,92 +21,104 @@ QString ClientThrottle::clientKey(const QHostAddress& client) {
     return QHostAddress(bytes).toString() + QStringLiteral("/64");
 }
 
-ClientThrottle::ClientThrottle() : ClientThrottle(Policy{}) {}
-
-ClientThrottle::ClientThrottle(Policy policy) : m_policy(policy) {}
-
-QString ClientThrottle::pairKey(const QString& account, const QHostAddress& client) {
-    return account + QLatin1Char(' ') + clientKey(client);
-}
+ClientThrottle::ClientThrottle(AccountStore& store, Policy policy)
+    : m_store(store), m_policy(policy) {}
 
 qint64 ClientThrottle::lockedSeconds(const QString& account, const QHostAddress& client,
                                      const QDateTime& now) const {
-    const QMutexLocker lock(&m_mutex);
-    const auto it = m_pairs.constFind(pairKey(account, client));
-    if (it == m_pairs.cend() || !it->lockedUntil.isValid() || it->lockedUntil <= now) {
+    const qint64 at = now.toMSecsSinceEpoch();
+    const auto pair = m_store.pairRecord(account, clientKey(client));
+    if (!pair || pair->lockedUntil <= at) {
         return 0;
     }
-    return std::max<qint64>(1, (now.msecsTo(it->lockedUntil) + 999) / 1000);
+    return std::max<qint64>(1, (pair->lockedUntil - at + 999) / 1000);
 }
 
 std::optional<qint64> ClientThrottle::reserveCheck(const QString& account,
-                                                  const QHostAddress& client,
-                                                  const QDateTime& now) {
+                                                   const QHostAddress& client,
+                                                   const QDateTime& now) {
     if (lockedSeconds(account, client, now) > 0) {
         return 0;
     }
-    const QMutexLocker lock(&m_mutex);
-    const auto it = m_accounts.find(account);
-    if (it == m_accounts.end() || it->failures < kAccountFreeFailures) {
+    // Most accounts are not being guessed at: one read, no lock.
+    const auto seen = m_store.accountRecord(account);
+    if (!seen || seen->failures < kAccountFreeFailures) {
         return 0;
     }
-    const QDateTime turn = it->nextCheck.isValid() && it->nextCheck > now ? it->nextCheck : now;
-    if (now.msecsTo(turn) > kMaxWaitMs) {
-        return std::nullopt;
-    }
-    it->nextCheck = turn.addMSecs(kAccountSpacingMs);
-    return now.msecsTo(turn);
+    const qint64 at = now.toMSecsSinceEpoch();
+    std::optional<qint64> wait = 0;
+    (void)m_store.changeAccount(account, [&](AccountStore::AccountRecord& record) {
+        if (record.failures < kAccountFreeFailures) {
+            return false;
+        }
+        const qint64 turn = std::max(record.nextCheck, at);
+        if (turn - at > kMaxWaitMs) {
+            wait = std::nullopt;
+            return false;
+        }
+        record.nextCheck = turn + kAccountSpacingMs;
+        wait = turn - at;
+        return true;
+    });
+    return wait;
 }
 
 void ClientThrottle::recordFailure(const QString& account, const QHostAddress& client,
                                    const QDateTime& now) {
-    const QMutexLocker lock(&m_mutex);
-    if (m_pairs.size() > kPruneAbove) {
-        // Forgotten after a quiet while as long as the longest wait: a returning guesser starts
-        // over, but only after that long.
-        m_pairs.removeIf([&](const auto& entry) {
-            const PairRecord& pair = entry.value();
-            return pair.lastFailure.addSecs(kMaxLockSeconds) < now &&
-                   (!pair.lockedUntil.isValid() || pair.lockedUntil < now);
-        });
-    }
-    PairRecord& pair = m_pairs[pairKey(account, client)];
-    ++pair.failures;
-    pair.lastFailure = now;
-    if (pair.failures >= kFreeAttempts) {
-        // 1, 2, 4, ... seconds, up to the cap: slow for a guesser, short for a typo.
-        const int exponent = std::min(pair.failures - kFreeAttempts, 20);
-        pair.lockedUntil = now.addSecs(std::min<qint64>(qint64{1} << exponent, kMaxLockSeconds));
-    }
-    ++m_accounts[account].failures;
+    const qint64 at = now.toMSecsSinceEpoch();
+    forgetQuiet(at);
+    (void)m_store.changePair(account, clientKey(client), [&](AccountStore::PairRecord& pair) {
+        ++pair.failures;
+        pair.lastFailure = at;
+        if (pair.failures >= kFreeAttempts) {
+            // 1, 2, 4, ... seconds, up to the cap: slow for a guesser, short for a typo.
+            const qint64 exponent = std::min<qint64>(pair.failures - kFreeAttempts, 20);
+            pair.lockedUntil = at + 1000 * std::min<qint64>(qint64{1} << exponent, kMaxLockSeconds);
+        }
+        return true;
+    });
+    (void)m_store.changeAccount(account, [&](AccountStore::AccountRecord& record) {
+        ++record.failures;
+        record.lastFailure = at;
+        return true;
+    });
 }
 
 void ClientThrottle::recordSuccess(const QString& account, const QHostAddress& client) {
-    const QMutexLocker lock(&m_mutex);
-    m_pairs.remove(pairKey(account, client));
-    m_accounts.remove(account);
+    m_store.forgetFailures(account, clientKey(client));
 }
 
 bool ClientThrottle::takeSignUp(const QHostAddress& client, const QDateTime& now) {
     if (m_policy.signUpIntervalSeconds <= 0) {
         return true;
     }
-    const QMutexLocker lock(&m_mutex);
+    const qint64 at = now.toMSecsSinceEpoch();
     const double interval = m_policy.signUpIntervalSeconds;
-    if (m_signUps.size() > kPruneAbove) {
-        m_signUps.removeIf([&](const auto& entry) {
-            return entry.value().updated.secsTo(now) > interval * kSignUpBurst;
+    bool allowed = false;
+    const bool counted = m_store.changeSignUps(
+        clientKey(client), kSignUpBurst, [&](AccountStore::SignUpRecord& record) {
+            if (record.updated != 0) {
+                const double refill = static_cast<double>(at - record.updated) / 1000.0 / interval;
+                record.tokens =
+                    std::min<double>(kSignUpBurst, record.tokens + std::max(0.0, refill));
+            }
+            record.updated = at;
+            allowed = record.tokens >= 1.0;
+            if (allowed) {
+                record.tokens -= 1.0;
+            }
+            return true;
         });
+    return counted && allowed;
+}
+
+void ClientThrottle::forgetQuiet(qint64 now) {
+    const qint64 last = m_lastForgotten.loadRelaxed();
+    if (now - last < kForgetEveryMs || !m_lastForgotten.testAndSetRelaxed(last, now)) {
+        return;
     }
-    SignUpRecord& record = m_signUps[clientKey(client)];
-    if (record.updated.isValid()) {
-        const double refill = static_cast<double>(record.updated.msecsTo(now)) / 1000.0 / interval;
-        record.tokens = std::min<double>(kSignUpBurst, record.tokens + std::max(0.0, refill));
-    }
-    record.updated = now;
-    if (record.tokens < 1.0) {
-        return false;
-    }
-    record.tokens -= 1.0;
-    return true;
+    const qint64 quiet = qint64{1000} * std::max<qint64>(kQuietSeconds, kMaxLockSeconds);
+    // A sign-up record whose bucket has refilled says no more than no record.
+    const qint64 refilled = qint64{1000} * m_policy.signUpIntervalSeconds * kSignUpBurst;
+    m_store.forgetQuiet(now, now - quiet, now - std::max(quiet, refilled));
 }

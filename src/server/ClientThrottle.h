@@ -1,27 +1,30 @@
 #pragma once
 
+#include <QAtomicInteger>
 #include <QDateTime>
-#include <QHash>
 #include <QHostAddress>
-#include <QMutex>
 #include <QString>
 #include <optional>
 
+class AccountStore;
+
 // How often a client may try a password or sign up, so that a guesser is slowed down without
-// locking the account's owner out. Three kinds of record, each a key and a few numbers (so that
-// they could as well be rows in a shared database):
+// locking the account's owner out. Three kinds of record, kept as rows in the account store so
+// that every server process sharing that database counts the same tries:
 //
 // - per account and client address: after kFreeAttempts wrong passwords in a row from one address
 //   that address waits 1, 2, 4 ... seconds (up to kMaxLockSeconds) before it may try that account
 //   again. Other addresses are not held up by it.
 // - per account: after kAccountFreeFailures wrong passwords in a row from anywhere, password checks
-//   of that account are spaced kAccountSpacingMs apart. A request that comes too early waits for its
-//   turn instead of being refused, so the right password still gets in, only later.
+//   of that account are spaced kAccountSpacingMs apart. A request that comes too early waits for
+//   its turn instead of being refused, so the right password still gets in, only later.
 // - per client (see clientKey): sign-ups come from a bucket of kSignUpBurst that refills at one per
 //   signUpIntervalSeconds.
 //
 // A right password clears the account's record and that of its own address (a guesser elsewhere
-// stays held back). Safe to call from any thread.
+// stays held back). Records of failures are forgotten after kQuietSeconds without one (and once
+// they lock no one out); a sign-up record once its bucket would be full again. Safe to call from
+// any thread.
 class ClientThrottle {
 public:
     static constexpr int kFreeAttempts = 5;
@@ -32,6 +35,7 @@ public:
     // 10 seconds at most for an answer.
     static constexpr int kMaxWaitMs = 6000;
     static constexpr int kSignUpBurst = 5;
+    static constexpr int kQuietSeconds = 24 * 60 * 60;
 
     struct Policy {
         // Seconds for one more sign-up from an address to be allowed; 0 turns the limit off.
@@ -42,8 +46,7 @@ public:
     // the /64 network of an IPv6 address, since one IPv6 client has a whole /64 to pick from.
     [[nodiscard]] static QString clientKey(const QHostAddress& client);
 
-    ClientThrottle();
-    explicit ClientThrottle(Policy policy);
+    ClientThrottle(AccountStore& store, Policy policy);
 
     // Seconds the address must still wait before it may try a password for the account; 0 when
     // it may try now.
@@ -59,29 +62,15 @@ public:
     void recordFailure(const QString& account, const QHostAddress& client, const QDateTime& now);
     void recordSuccess(const QString& account, const QHostAddress& client);
 
-    // True (and one sign-up counted) when the address may sign up now.
+    // True (and one sign-up counted) when the address may sign up now; false too when the
+    // store cannot count it.
     [[nodiscard]] bool takeSignUp(const QHostAddress& client, const QDateTime& now);
 
 private:
-    struct PairRecord {
-        int failures = 0;
-        QDateTime lastFailure;
-        QDateTime lockedUntil;
-    };
-    struct AccountRecord {
-        int failures = 0;
-        QDateTime nextCheck;  // the earliest time the next password check may run
-    };
-    struct SignUpRecord {
-        double tokens = kSignUpBurst;
-        QDateTime updated;
-    };
+    // At most once an hour per process: drops the records that no longer hold anyone back.
+    void forgetQuiet(qint64 now);
 
-    [[nodiscard]] static QString pairKey(const QString& account, const QHostAddress& client);
-
+    AccountStore& m_store;
     Policy m_policy;
-    mutable QMutex m_mutex;
-    QHash<QString, PairRecord> m_pairs;
-    QHash<QString, AccountRecord> m_accounts;
-    QHash<QString, SignUpRecord> m_signUps;
+    QAtomicInteger<qint64> m_lastForgotten = 0;
 };

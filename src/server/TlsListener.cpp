@@ -1,20 +1,25 @@
 #include "server/TlsListener.h"
 
-#include "server/ClientThrottle.h"
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
+#include <QSocketNotifier>
 #include <QSslSocket>
 #include <QTimer>
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <memory>
 
-#ifdef Q_OS_UNIX
-#include <unistd.h>
-#endif
+#include "server/ClientThrottle.h"
 
 namespace {
 
 constexpr char kBusyProperty[] = "nivogx-busy";
 constexpr char kIdleTimerName[] = "nivogx-idle";
+constexpr char kClientProperty[] = "nivogx-client";
 
 }  // namespace
 
@@ -38,16 +43,138 @@ void TlsListener::setBusy(QTcpSocket* socket, bool busy) {
     }
 }
 
+bool TlsListener::listenSharingPort(const QHostAddress& address, quint16 port) {
+    const bool v6 = address.protocol() == QAbstractSocket::IPv6Protocol;
+    sockaddr_storage storage = {};
+    socklen_t length = 0;
+    if (v6) {
+        auto* in6 = reinterpret_cast<sockaddr_in6*>(&storage);
+        in6->sin6_family = AF_INET6;
+        in6->sin6_port = htons(port);
+        const Q_IPV6ADDR bytes = address.toIPv6Address();
+        std::memcpy(&in6->sin6_addr, bytes.c, sizeof bytes.c);
+        length = sizeof *in6;
+    } else {
+        auto* in4 = reinterpret_cast<sockaddr_in*>(&storage);
+        in4->sin_family = AF_INET;
+        in4->sin_port = htons(port);
+        in4->sin_addr.s_addr = htonl(address.toIPv4Address());
+        length = sizeof *in4;
+    }
+    // QTcpServer cannot set the option before it binds: the socket is made here and handed over.
+    const int fd = ::socket(v6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int on = 1;
+    if (fd < 0 || ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+        ::setsockopt(fd, SOL_SOCKET, SO_REUSEPORT, &on, sizeof on) != 0 ||
+        ::bind(fd, reinterpret_cast<sockaddr*>(&storage), length) != 0 ||
+        ::listen(fd, SOMAXCONN) != 0 || !setSocketDescriptor(fd)) {
+        if (fd >= 0) {
+            ::close(fd);
+        }
+        return false;
+    }
+    return true;
+}
+
+QHostAddress TlsListener::clientAddress(const QTcpSocket* socket) {
+    const QVariant proxied = socket->property(kClientProperty);
+    return proxied.isValid() ? QHostAddress(proxied.toString()) : socket->peerAddress();
+}
+
+std::optional<QHostAddress> TlsListener::parseProxyLine(const QByteArray& line) {
+    const QList<QByteArray> parts = line.split(' ');
+    if (parts.size() >= 2 && parts[0] == "PROXY" && parts[1] == "UNKNOWN") {
+        return QHostAddress();
+    }
+    if (parts.size() != 6 || parts[0] != "PROXY" || (parts[1] != "TCP4" && parts[1] != "TCP6")) {
+        return std::nullopt;
+    }
+    const QHostAddress source(QString::fromLatin1(parts[2]));
+    const QHostAddress destination(QString::fromLatin1(parts[3]));
+    const auto family =
+        parts[1] == "TCP4" ? QAbstractSocket::IPv4Protocol : QAbstractSocket::IPv6Protocol;
+    bool portsOk = true;
+    for (const QByteArray& port : {parts[4], parts[5]}) {
+        bool ok = false;
+        portsOk &= port.toUInt(&ok) <= 65535 && ok && !port.startsWith('+');
+    }
+    if (source.protocol() != family || destination.protocol() != family || !portsOk) {
+        return std::nullopt;
+    }
+    return source;
+}
+
 void TlsListener::incomingConnection(qintptr descriptor) {
+    if (m_proxyProtocol) {
+        readProxyLine(descriptor);
+    } else {
+        admit(descriptor, {});
+    }
+}
+
+void TlsListener::readProxyLine(qintptr descriptor) {
+    const int fd = static_cast<int>(descriptor);
+    // Only the proxy reaches this listener, but a stuck one must not pile connections up.
+    if (m_readingProxyLines >= m_limits.maxHandshakes) {
+        ::close(fd);
+        return;
+    }
+    ++m_readingProxyLines;
+    auto* notifier = new QSocketNotifier(descriptor, QSocketNotifier::Read, this);
+    auto* deadline = new QTimer(notifier);
+    deadline->setSingleShot(true);
+    const auto line = std::make_shared<QByteArray>();
+    // Ends the wait: admits the connection for the client named, or closes it.
+    const auto end = [this, notifier, fd](std::optional<QHostAddress> client) {
+        notifier->setEnabled(false);
+        notifier->deleteLater();
+        --m_readingProxyLines;
+        if (client) {
+            admit(fd, *client);
+        } else {
+            ::close(fd);
+        }
+    };
+    connect(deadline, &QTimer::timeout, notifier, [end] { end(std::nullopt); });
+    connect(notifier, &QSocketNotifier::activated, this, [end, line, fd] {
+        // Looked at first and taken only up to the line's end: what follows is the TLS
+        // handshake, for the socket made next.
+        char bytes[kMaxProxyLine];
+        const ssize_t peeked =
+            ::recv(fd, bytes, sizeof bytes - line->size(), MSG_PEEK | MSG_DONTWAIT);
+        if (peeked <= 0) {
+            if (peeked == 0 || (errno != EAGAIN && errno != EINTR)) {
+                end(std::nullopt);
+            }
+            return;
+        }
+        const QByteArray seen = *line + QByteArray(bytes, static_cast<qsizetype>(peeked));
+        const qsizetype stop = seen.indexOf("\r\n");
+        const qsizetype take = stop >= 0 ? stop + 2 - line->size() : peeked;
+        if ((stop < 0 && seen.size() >= kMaxProxyLine) || ::recv(fd, bytes, take, 0) != take) {
+            end(std::nullopt);
+            return;
+        }
+        if (stop < 0) {
+            *line = seen;
+            return;
+        }
+        end(parseProxyLine(seen.left(stop)));
+    });
+    deadline->start(m_limits.handshakeDeadlineMs);
+}
+
+void TlsListener::admit(qintptr descriptor, const QHostAddress& proxiedClient) {
     auto* socket = new QSslSocket(this);
     if (!socket->setSocketDescriptor(descriptor)) {
         delete socket;
-#ifdef Q_OS_UNIX
         ::close(static_cast<int>(descriptor));
-#endif
         return;
     }
-    const QHostAddress peer = socket->peerAddress();
+    if (!proxiedClient.isNull()) {
+        socket->setProperty(kClientProperty, proxiedClient.toString());
+    }
+    const QHostAddress peer = clientAddress(socket);
     const QString client = ClientThrottle::clientKey(peer);
     // One burst of accepts can go past the limit before accepting pauses: the excess is closed,
     // as is what one address has waiting past its share.

@@ -3,9 +3,10 @@
 #include <QHash>
 #include <QHostAddress>
 #include <QList>
-#include <memory>
 #include <QSslConfiguration>
 #include <QTcpServer>
+#include <memory>
+#include <optional>
 
 class QSslSocket;
 class QTcpSocket;
@@ -18,7 +19,8 @@ class QTcpSocket;
 //   waiting included (connections that died while waiting go quickly);
 // - at most maxConnections connections are open at once; past that, accepting pauses (new
 //   clients wait in the kernel's queue) until one closes;
-// - one client address (an IPv6 /64) has at most maxPerAddress connections handshaking or open; as many more
+// - one client address (an IPv6 /64) has at most maxPerAddress connections handshaking or open; as
+// many more
 //   may wait for their turn, and more than that are closed at once;
 // - a connection that completes no answer for idleDeadlineMs is closed (this is also the deadline
 //   for a request's headers and body), unless it is marked busy while its answer is prepared;
@@ -40,6 +42,20 @@ public:
 
     // Used for connections accepted from now on.
     void setTlsConfiguration(const QSslConfiguration& tls);
+    // Each connection starts with a PROXY protocol (version 1) line from a front proxy that
+    // passes TLS through, naming the client; connections without one are closed. Only for a
+    // listener that nothing but the proxy can reach.
+    void setProxyProtocol(bool on) { m_proxyProtocol = on; }
+    // Listens with SO_REUSEPORT, so that several processes share the port (the kernel spreads
+    // the connections). False, with errorString(), when that fails.
+    bool listenSharingPort(const QHostAddress& address, quint16 port);
+
+    // The client of a connection handed on: its peer, or the one its PROXY line named.
+    [[nodiscard]] static QHostAddress clientAddress(const QTcpSocket* socket);
+    // The client named by a PROXY line (without its CR LF); a null address for "PROXY UNKNOWN",
+    // empty when the line is malformed.
+    [[nodiscard]] static std::optional<QHostAddress> parseProxyLine(const QByteArray& line);
+    static constexpr int kMaxProxyLine = 107;  // CR LF included
     [[nodiscard]] QSslConfiguration tlsConfiguration() const { return m_tls; }
 
     [[nodiscard]] int handshakesInProgress() const noexcept { return m_handshakes; }
@@ -52,6 +68,10 @@ protected:
     void incomingConnection(qintptr descriptor) override;
 
 private:
+    // Reads the PROXY line off the descriptor (not a byte more), then admits the connection.
+    void readProxyLine(qintptr descriptor);
+    // `client` null: the peer is the client.
+    void admit(qintptr descriptor, const QHostAddress& client);
     void startHandshakes();
     void handshakeEnded(QSslSocket* socket, bool completed);
     void connectionGone(const QString& client, bool active);
@@ -65,9 +85,11 @@ private:
     int m_handshakes = 0;
     int m_connections = 0;
     bool m_paused = false;
+    bool m_proxyProtocol = false;
+    int m_readingProxyLines = 0;
     struct Waiting {
         QSslSocket* socket;
-        QString client;  // as ClientThrottle counts clients
+        QString client;                // as ClientThrottle counts clients
         std::shared_ptr<bool> active;  // set once its handshake starts
     };
     struct Share {

@@ -38,8 +38,9 @@ class Settings {
 public:
     Settings(const QCommandLineParser& parser, const QString& configPath)
         : m_parser(parser),
-          m_file(configPath.isEmpty() ? nullptr
-                                      : std::make_unique<QSettings>(configPath, QSettings::IniFormat)) {}
+          m_file(configPath.isEmpty()
+                     ? nullptr
+                     : std::make_unique<QSettings>(configPath, QSettings::IniFormat)) {}
 
     [[nodiscard]] bool fileUsable() const {
         return !m_file || m_file->status() == QSettings::NoError;
@@ -53,6 +54,10 @@ public:
         }
         return m_file->value(option.names().constFirst(), m_parser.value(option)).toString();
     }
+    // A key of the settings file that has no option, such as a secret.
+    [[nodiscard]] QString fileValue(const QString& key) const {
+        return m_file ? m_file->value(key).toString() : QString();
+    }
     // The option's value as a number of at least `minimum`; empty when it is not one.
     [[nodiscard]] std::optional<int> number(const QCommandLineOption& option, int minimum) const {
         bool ok = false;
@@ -65,18 +70,21 @@ private:
     std::unique_ptr<QSettings> m_file;
 };
 
-int administer(const QStringList& arguments, const QString& databaseUrl) {
+int administer(const QStringList& arguments, const QString& databaseUrl,
+               const QString& databasePassword) {
     const QString command = arguments.value(1);
     const QString name = arguments.value(2).toLower();
-    const bool wantsName = command == "disable"_L1 || command == "enable"_L1 || command == "delete"_L1;
+    const bool wantsName =
+        command == "disable"_L1 || command == "enable"_L1 || command == "delete"_L1;
     if (!(command == "list"_L1 && arguments.size() == 2) && !(wantsName && arguments.size() == 3)) {
-        return fail(u"usage: nivogx-server accounts list | disable NAME | enable NAME | delete NAME"_s);
+        return fail(
+            u"usage: nivogx-server accounts list | disable NAME | enable NAME | delete NAME"_s);
     }
     const QString path = AccountStore::sqlitePath(databaseUrl);
-    if (!QFileInfo::exists(path)) {
+    if (!path.isEmpty() && !QFileInfo::exists(path)) {
         return fail(u"no account database %1"_s.arg(path));
     }
-    AccountStore store(databaseUrl);
+    AccountStore store(databaseUrl, databasePassword);
     if (!store.open()) {
         return fail(store.error());
     }
@@ -97,6 +105,36 @@ int administer(const QStringList& arguments, const QString& databaseUrl) {
     return 0;
 }
 
+// Copies one database into another (typically SQLite into PostgreSQL); safe to run again.
+int migrate(const QString& fromUrl, const QString& toUrl, const QString& toPassword) {
+    if (fromUrl.isEmpty() || toUrl.isEmpty()) {
+        return fail(u"usage: nivogx-server migrate --from URL --to URL"_s);
+    }
+    const QString fromPath = AccountStore::sqlitePath(fromUrl);
+    if (!fromPath.isEmpty() && !QFileInfo::exists(fromPath)) {
+        return fail(u"no account database %1"_s.arg(fromPath));
+    }
+    AccountStore from(fromUrl);
+    AccountStore to(toUrl, toPassword);
+    if (!from.open()) {
+        return fail(from.error());
+    }
+    if (!to.open()) {
+        return fail(to.error());
+    }
+    QStringList report;
+    if (const QString problem = to.copyFrom(from, &report); !problem.isEmpty()) {
+        return fail(u"nothing copied: "_s + problem);
+    }
+    QTextStream out(stdout);
+    out << "copied " << from.display() << " into " << to.display() << '\n';
+    for (const QString& line : std::as_const(report)) {
+        out << "  " << line << '\n';
+    }
+    out.flush();
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char* argv[]) {
@@ -108,12 +146,13 @@ int main(int argc, char* argv[]) {
     parser.setApplicationDescription(
         u"Reference account server for NIVO-GX.\n\n"
         "  nivogx-server [options]                                 serve\n"
-        "  nivogx-server accounts list|disable|enable|delete NAME  administer the accounts"_s);
+        "  nivogx-server accounts list|disable|enable|delete NAME  administer the accounts\n"
+        "  nivogx-server migrate --from URL --to URL               copy one database into "
+        "another"_s);
     parser.addHelpOption();
     parser.addVersionOption();
-    const QCommandLineOption config(u"config"_s,
-                                    u"Settings file (INI); its keys are the option names."_s,
-                                    u"file"_s);
+    const QCommandLineOption config(
+        u"config"_s, u"Settings file (INI); its keys are the option names."_s, u"file"_s);
     const QCommandLineOption dev(u"dev"_s,
                                  u"Development mode: the published keys from the source tree's "
                                  "certs/dev stand in for TLS and CA files not given. Never in "
@@ -124,17 +163,22 @@ int main(int argc, char* argv[]) {
                                      u"Folder of the account database accounts.db (unless "
                                      "--database names another)."_s,
                                      u"dir"_s);
-    const QCommandLineOption database(u"database"_s,
-                                      u"Account database: sqlite:/path/accounts.db."_s, u"url"_s);
+    const QCommandLineOption database(
+        u"database"_s,
+        u"Account database: sqlite:/path/accounts.db or postgresql://user@host[:port]/dbname"
+        "[?sslmode=...]. Its password goes in the settings file (database-password) or in "
+        "PGPASSFILE, not on the command line."_s,
+        u"url"_s);
+    const QCommandLineOption migrateFrom(u"from"_s, u"migrate: the database to copy."_s, u"url"_s);
+    const QCommandLineOption migrateTo(u"to"_s, u"migrate: the database to copy into."_s, u"url"_s);
     const QCommandLineOption tlsCert(u"tls-cert"_s, u"TLS certificate chain (PEM, leaf first)."_s,
                                      u"file"_s);
     const QCommandLineOption tlsKey(u"tls-key"_s, u"TLS private key (PEM)."_s, u"file"_s);
-    const QCommandLineOption caCert(u"ca-cert"_s, u"CA certificate that issues user certificates."_s,
-                                    u"file"_s);
+    const QCommandLineOption caCert(u"ca-cert"_s,
+                                    u"CA certificate that issues user certificates."_s, u"file"_s);
     const QCommandLineOption caKey(u"ca-key"_s, u"Private key (PEM) of that CA."_s, u"file"_s);
-    const QCommandLineOption minPassword(u"min-password-length"_s,
-                                         u"Shortest password accepted at sign-up."_s, u"n"_s,
-                                         u"8"_s);
+    const QCommandLineOption minPassword(
+        u"min-password-length"_s, u"Shortest password accepted at sign-up."_s, u"n"_s, u"8"_s);
     const QCommandLineOption signUpInterval(
         u"signup-interval"_s,
         u"Seconds for one more sign-up from a client address to be allowed (after a burst of "
@@ -158,52 +202,80 @@ int main(int argc, char* argv[]) {
     const QCommandLineOption idleTimeout(
         u"idle-timeout"_s, u"Seconds a connection may stay without completing a request."_s,
         u"seconds"_s, QString::number(limits.idleDeadlineMs / 1000));
+    const QCommandLineOption reusePort(
+        u"reuse-port"_s,
+        u"Share the port with other nivogx-server processes (SO_REUSEPORT; true or false)."_s,
+        u"bool"_s, u"false"_s);
+    const QCommandLineOption proxyProtocol(
+        u"proxy-protocol"_s,
+        u"Every connection starts with a PROXY protocol v1 line from a front proxy that passes "
+        "TLS through (true or false). Only when nothing but the proxy reaches --listen."_s,
+        u"bool"_s, u"false"_s);
+    QCommandLineOption userKeyBits(u"user-key-bits"_s,
+                                   u"With --dev: bits of the users' RSA keys (tests)."_s, u"bits"_s,
+                                   QString::number(AccountAuthority::kUserKeyBits));
+    userKeyBits.setFlags(QCommandLineOption::HiddenFromHelp);
     const QCommandLineOption logRequests(u"log-requests"_s,
                                          u"One line per request on stderr (true or false)."_s,
                                          u"bool"_s, u"true"_s);
-    parser.addOptions({config, dev, listen, dataDir, database, tlsCert, tlsKey, caCert, caKey,
-                       minPassword, signUpInterval, workers, maxHandshakes, maxConnections,
-                       maxPerAddress, handshakeTimeout, idleTimeout, logRequests});
-    parser.addPositionalArgument(u"accounts"_s, u"Administer the accounts instead of serving."_s,
-                                 u"[accounts list|disable|enable|delete NAME]"_s);
+    parser.addOptions({config,           dev,         listen,        dataDir,        database,
+                       tlsCert,          tlsKey,      caCert,        caKey,          minPassword,
+                       signUpInterval,   workers,     maxHandshakes, maxConnections, maxPerAddress,
+                       handshakeTimeout, idleTimeout, logRequests,   reusePort,      proxyProtocol,
+                       userKeyBits,      migrateFrom, migrateTo});
+    parser.addPositionalArgument(
+        u"command"_s, u"Administer the accounts, or copy a database, instead of serving."_s,
+        u"[accounts list|disable|enable|delete NAME | migrate]"_s);
     parser.process(app);
 
     const Settings settings(parser, parser.value(config));
     if (!settings.fileUsable()) {
         return fail(u"cannot read the settings file %1"_s.arg(parser.value(config)));
     }
+    const QString databasePassword = settings.fileValue(u"database-password"_s);
+    const QStringList positional = parser.positionalArguments();
+    if (positional.value(0) == "migrate"_L1) {
+        if (positional.size() != 1) {
+            return fail(u"usage: nivogx-server migrate --from URL --to URL"_s);
+        }
+        return migrate(parser.value(migrateFrom), parser.value(migrateTo), databasePassword);
+    }
     if (!settings.has(dataDir) && !settings.has(database)) {
-        return fail(u"--data-dir or --database (or the same keys in the settings file) is required"_s);
+        return fail(
+            u"--data-dir or --database (or the same keys in the settings file) is required"_s);
     }
     const QString databaseUrl =
         settings.has(database)
             ? settings.value(database)
             : AccountStore::sqliteUrl(QDir(settings.value(dataDir)).filePath(u"accounts.db"_s));
-    const QString databasePath = AccountStore::sqlitePath(databaseUrl);
-    if (databasePath.isEmpty()) {
-        return fail(u"--database wants sqlite:/path/accounts.db"_s);
+    if (!AccountStore::parseUrl(databaseUrl).isValid()) {
+        return fail(u"--database wants %1"_s.arg(QLatin1StringView(AccountStore::kUrlForms)));
     }
-    // The folder of the database holds nothing but the server's secrets.
-    const QString data = QFileInfo(databasePath).absolutePath();
-    const QStringList positional = parser.positionalArguments();
+    // The folder of an SQLite database holds nothing but the server's secrets.
+    const QString databasePath = AccountStore::sqlitePath(databaseUrl);
+    const QString data =
+        databasePath.isEmpty() ? QString() : QFileInfo(databasePath).absolutePath();
     if (!positional.isEmpty()) {
         if (positional.constFirst() != "accounts"_L1) {
             return fail(u"unknown command %1; see --help"_s.arg(positional.constFirst()));
         }
-        if (const QString problem = PrivateFiles::checkPrivate(data); !problem.isEmpty()) {
-            return fail(problem);
+        if (!data.isEmpty()) {
+            if (const QString problem = PrivateFiles::checkPrivate(data); !problem.isEmpty()) {
+                return fail(problem);
+            }
         }
-        return administer(positional, databaseUrl);
+        return administer(positional, databaseUrl, databasePassword);
     }
 
     // Without --dev every key comes from the operator: the development keys are published.
     const bool development = parser.isSet(dev);
     for (const auto* option : {&tlsCert, &tlsKey, &caCert, &caKey}) {
         if (!development && !settings.has(*option)) {
-            return fail(u"--%1 is not set. Give --tls-cert, --tls-key, --ca-cert and --ca-key (or "
-                        "the same keys in the --config file); --dev uses the published "
-                        "development keys instead, for trying the server out only."_s
-                            .arg(option->names().constFirst()));
+            return fail(
+                u"--%1 is not set. Give --tls-cert, --tls-key, --ca-cert and --ca-key (or "
+                "the same keys in the --config file); --dev uses the published "
+                "development keys instead, for trying the server out only."_s.arg(
+                    option->names().constFirst()));
         }
     }
     const auto pick = [&](const QCommandLineOption& option, const char* devName) {
@@ -232,11 +304,21 @@ int main(int argc, char* argv[]) {
     const auto perAddress = settings.number(maxPerAddress, 1);
     const auto handshakeSeconds = settings.number(handshakeTimeout, 1);
     const auto idleSeconds = settings.number(idleTimeout, 1);
-    const QString logging = settings.value(logRequests);
+    const auto flag = [&](const QCommandLineOption& option) -> std::optional<bool> {
+        const QString value = settings.value(option);
+        if (value == "true"_L1 || value == "false"_L1) {
+            return value == "true"_L1;
+        }
+        return std::nullopt;
+    };
+    const auto logging = flag(logRequests);
+    const auto sharing = flag(reusePort);
+    const auto proxied = flag(proxyProtocol);
     if (!minLength || !interval || !threads || !handshakes || !connections || !perAddress ||
-        !handshakeSeconds || !idleSeconds || (logging != "true"_L1 && logging != "false"_L1)) {
-        return fail(u"a numeric setting is not a number in range, or log-requests is not true "
-                    "or false; see --help"_s);
+        !handshakeSeconds || !idleSeconds || !logging || !sharing || !proxied) {
+        return fail(
+            u"a numeric setting is not a number in range, or log-requests, reuse-port or "
+            "proxy-protocol is not true or false; see --help"_s);
     }
     policy.minPasswordLength = *minLength;
     policy.throttle.signUpIntervalSeconds = *interval;
@@ -246,11 +328,16 @@ int main(int argc, char* argv[]) {
     options.connections.maxPerAddress = *perAddress;
     options.connections.handshakeDeadlineMs = *handshakeSeconds * 1000;
     options.connections.idleDeadlineMs = *idleSeconds * 1000;
-    options.logRequests = logging == "true"_L1;
+    options.logRequests = *logging;
+    options.reusePort = *sharing;
+    options.proxyProtocol = *proxied;
 
     // The secrets stay the server user's own.
-    QStringList problems{PrivateFiles::makePrivateFolder(data),
-                         PrivateFiles::checkPrivate(databasePath)};
+    QStringList problems;
+    if (!data.isEmpty()) {
+        problems << PrivateFiles::makePrivateFolder(data)
+                 << PrivateFiles::checkPrivate(databasePath);
+    }
     if (!development) {
         problems << PrivateFiles::checkPrivate(caKeyPath)
                  << PrivateFiles::checkPrivate(tlsKeyPath, PrivateFiles::Others::NoWorldAccess);
@@ -259,13 +346,21 @@ int main(int argc, char* argv[]) {
     if (!problems.isEmpty()) {
         return fail(problems.constFirst());
     }
-    AccountStore store(databaseUrl);
+    AccountStore store(databaseUrl, databasePassword);
     if (!store.open()) {
         return fail(store.error());
     }
-    const AccountAuthority authority(caCertPath, caKeyPath);
+    AccountAuthority authority(caCertPath, caKeyPath);
     if (!authority.isValid()) {
         return fail(u"cannot load the CA certificate and key"_s);
+    }
+    if (parser.isSet(userKeyBits)) {
+        const auto bits = settings.number(userKeyBits, 1024);
+        if (!development || !bits || *bits > AccountAuthority::kUserKeyBits) {
+            return fail(u"--user-key-bits is for tests: with --dev only, 1024 to %1"_s.arg(
+                AccountAuthority::kUserKeyBits));
+        }
+        authority.setUserKeyBits(*bits);
     }
     AccountService service(store, authority, policy);
     AccountHttpServer server(service, store, options);
