@@ -1,5 +1,6 @@
 #include <QCoreApplication>
 #include <QLoggingCategory>
+#include <cstdio>
 
 #include "NivoCli.h"
 #include "storage/CachingSecretStore.h"
@@ -9,6 +10,16 @@
 using namespace Qt::Literals::StringLiterals;
 
 int main(int argc, char* argv[]) {
+    // What Qt and the core say on standard error goes out under the program's name, as the
+    // tool's own messages do.
+    qInstallMessageHandler(
+        [](QtMsgType type, const QMessageLogContext& context, const QString& message) {
+            QByteArray text;
+            for (const QString& line : qFormatLogMessage(type, context, message).split(u'\n')) {
+                text += "nivogx-cli: " + line.toLocal8Bit() + '\n';
+            }
+            std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stderr);
+        });
     const QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(NivoCli::kApplicationName);
     QCoreApplication::setApplicationVersion(QStringLiteral(NIVOGX_VERSION));

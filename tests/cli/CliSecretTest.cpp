@@ -72,6 +72,10 @@ protected:
         verbose.insert(u"QT_LOGGING_RULES"_s, u"*=true"_s);
         const CliRun run = user.cli(arguments, m_url, input, verbose);
         m_printed += (run.out + run.err).toUtf8();
+        // Qt's and the core's diagnostics too go out under the program's name.
+        for (const QString& line : run.err.split(u'\n', Qt::SkipEmptyParts)) {
+            EXPECT_TRUE(line.startsWith(u"nivogx-cli: "_s)) << line.toStdString();
+        }
         return run;
     }
 
