@@ -34,6 +34,8 @@ struct ThreadConnections {
     // A statement failed on this thread: its PostgreSQL connection may be gone.
     bool failed = false;
     QString lastError;
+    // Statements kept prepared, by connection and text (see Kept).
+    QHash<QString, QHash<QString, QSqlQuery*>> kept;
 
     ThreadConnections() = default;
     ThreadConnections(const ThreadConnections&) = delete;
@@ -49,7 +51,9 @@ struct ThreadConnections {
             close(name);
         }
     }
-    static void close(const QString& name) {
+    void forget(const QString& name) { qDeleteAll(kept.take(name)); }
+    void close(const QString& name) {
+        forget(name);
         QSqlDatabase::database(name, false).close();
         QSqlDatabase::removeDatabase(name);
     }
@@ -83,6 +87,54 @@ bool run(QSqlQuery& query, const QString& sql, const Values&... values) {
     }
     return done;
 }
+
+// A statement run with its values, prepared once per thread and connection and kept: PostgreSQL
+// prepares on the server, so preparing and dropping it each time would take two more round
+// trips. Its rows are let go when it goes out of scope.
+class Kept {
+public:
+    template <typename... Values>
+    Kept(const QSqlDatabase& db, const QString& sql, const Values&... values) {
+        if (!db.isOpen()) {
+            return;
+        }
+        auto& connections = threadConnections();
+        auto& kept = connections.kept[db.connectionName()];
+        QSqlQuery* query = kept.value(sql);
+        if (query == nullptr) {
+            query = new QSqlQuery(db);
+            if (!query->prepare(sql)) {
+                connections.failed = true;
+                connections.lastError = query->lastError().text();
+                delete query;
+                return;
+            }
+            kept.insert(sql, query);
+        }
+        int at = 0;
+        (query->bindValue(at++, QVariant::fromValue(values)), ...);
+        if (!query->exec()) {
+            connections.failed = true;
+            connections.lastError = query->lastError().text();
+            return;
+        }
+        m_query = query;
+    }
+    ~Kept() {
+        if (m_query != nullptr) {
+            m_query->finish();
+        }
+    }
+    Kept(const Kept&) = delete;
+    Kept& operator=(const Kept&) = delete;
+
+    // The next row, if the statement ran and has one.
+    bool next() { return m_query != nullptr && m_query->next(); }
+    [[nodiscard]] QVariant value(int column) const { return m_query->value(column); }
+
+private:
+    QSqlQuery* m_query = nullptr;
+};
 
 // Why the last statement on this thread, or else the connection, failed.
 QString lastError(const QSqlDatabase& db) {
@@ -195,7 +247,7 @@ AccountStore::AccountStore(const QString& url, const QString& password)
 AccountStore::~AccountStore() {
     auto& connections = threadConnections();
     if (const QString name = connections.names.take(m_id); !name.isEmpty()) {
-        ThreadConnections::close(name);
+        connections.close(name);
     }
 }
 
@@ -208,6 +260,7 @@ QSqlDatabase AccountStore::connection() {
         if (connections.failed && m_location.engine == Engine::Postgres && db.isOpen()) {
             connections.failed = false;
             if (!QSqlQuery(db).exec(u"SELECT 1"_s)) {
+                connections.forget(*known);
                 db.close();
                 db.open();
             }
@@ -385,14 +438,11 @@ bool AccountStore::insert(const Account& account) {
 }
 
 std::optional<AccountStore::Account> AccountStore::find(const QString& loginName) {
-    QSqlDatabase db = connection();
-    QSqlQuery row(db);
-    if (!db.isOpen() ||
-        !run(row,
+    Kept row(connection(),
              u"SELECT LoginName, FirstName, LastName, Email, PasswordSalt, PasswordHash, "
              "PasswordIterations, Pfx, Cer, Disabled FROM ACCOUNT WHERE LoginName = ?"_s,
-             loginName.toLower()) ||
-        !row.next()) {
+             loginName.toLower());
+    if (!row.next()) {
         return std::nullopt;
     }
     Account account;
@@ -410,11 +460,8 @@ std::optional<AccountStore::Account> AccountStore::find(const QString& loginName
 }
 
 bool AccountStore::exists(const QString& loginName) {
-    QSqlDatabase db = connection();
-    QSqlQuery row(db);
-    return db.isOpen() &&
-           run(row, u"SELECT 1 FROM ACCOUNT WHERE LoginName = ?"_s, loginName.toLower()) &&
-           row.next();
+    Kept row(connection(), u"SELECT 1 FROM ACCOUNT WHERE LoginName = ?"_s, loginName.toLower());
+    return row.next();
 }
 
 bool AccountStore::updateCredentials(const QString& loginName,
@@ -474,14 +521,11 @@ bool AccountStore::remove(const QString& loginName) {
 
 std::optional<AccountStore::PairRecord> AccountStore::pairRecord(const QString& account,
                                                                  const QString& client) {
-    QSqlDatabase db = connection();
-    QSqlQuery row(db);
-    if (!db.isOpen() ||
-        !run(row,
+    Kept row(connection(),
              u"SELECT Failures, LastFailure, LockedUntil FROM THROTTLE_PAIR "
              "WHERE Account = ? AND Client = ?"_s,
-             account, client) ||
-        !row.next()) {
+             account, client);
+    if (!row.next()) {
         return std::nullopt;
     }
     return PairRecord{row.value(0).toLongLong(), row.value(1).toLongLong(),
@@ -489,14 +533,10 @@ std::optional<AccountStore::PairRecord> AccountStore::pairRecord(const QString& 
 }
 
 std::optional<AccountStore::AccountRecord> AccountStore::accountRecord(const QString& account) {
-    QSqlDatabase db = connection();
-    QSqlQuery row(db);
-    if (!db.isOpen() ||
-        !run(row,
-             u"SELECT Failures, NextCheck, LastFailure FROM THROTTLE_ACCOUNT "
-             "WHERE Account = ?"_s,
-             account) ||
-        !row.next()) {
+    Kept row(connection(),
+             u"SELECT Failures, NextCheck, LastFailure FROM THROTTLE_ACCOUNT WHERE Account = ?"_s,
+             account);
+    if (!row.next()) {
         return std::nullopt;
     }
     return AccountRecord{row.value(0).toLongLong(), row.value(1).toLongLong(),
