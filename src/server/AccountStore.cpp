@@ -88,10 +88,43 @@ bool run(QSqlQuery& query, const QString& sql, const Values&... values) {
     return done;
 }
 
+// Why the last statement on this thread, or else the connection, failed.
+QString lastError(const QSqlDatabase& db) {
+    const QString statement = threadConnections().lastError;
+    return statement.isEmpty() ? db.lastError().text() : statement;
+}
+
+template <typename... Values>
+bool execute(QSqlDatabase db, const QString& sql, const Values&... values) {
+    QSqlQuery query(db);
+    return db.isOpen() && run(query, sql, values...);
+}
+
+// Each table a copy carries over: its key columns first, then the others.
+struct Table {
+    const char* name;
+    int keys;
+    QStringList columns;
+};
+
+const Table kCopiedTables[] = {
+    {"ACCOUNT",
+     1,
+     {u"LoginName"_s, u"FirstName"_s, u"LastName"_s, u"Email"_s, u"PasswordSalt"_s,
+      u"PasswordHash"_s, u"PasswordIterations"_s, u"Pfx"_s, u"Cer"_s, u"Created"_s, u"Disabled"_s}},
+    {"THROTTLE_PAIR",
+     2,
+     {u"Account"_s, u"Client"_s, u"Failures"_s, u"LastFailure"_s, u"LockedUntil"_s}},
+    {"THROTTLE_ACCOUNT", 1, {u"Account"_s, u"Failures"_s, u"NextCheck"_s, u"LastFailure"_s}},
+    {"SIGNUP_LIMIT", 1, {u"Client"_s, u"Tokens"_s, u"Updated"_s}},
+};
+
+}  // namespace
+
 // A statement run with its values, prepared once per thread and connection and kept: PostgreSQL
 // prepares on the server, so preparing and dropping it each time would take two more round
 // trips. Its rows are let go when it goes out of scope.
-class Kept {
+class AccountStore::Kept {
 public:
     template <typename... Values>
     Kept(const QSqlDatabase& db, const QString& sql, const Values&... values) {
@@ -128,6 +161,8 @@ public:
     Kept(const Kept&) = delete;
     Kept& operator=(const Kept&) = delete;
 
+    // False when the statement could not run.
+    [[nodiscard]] bool ran() const { return m_query != nullptr; }
     // The next row, if the statement ran and has one.
     bool next() { return m_query != nullptr && m_query->next(); }
     [[nodiscard]] QVariant value(int column) const { return m_query->value(column); }
@@ -135,39 +170,6 @@ public:
 private:
     QSqlQuery* m_query = nullptr;
 };
-
-// Why the last statement on this thread, or else the connection, failed.
-QString lastError(const QSqlDatabase& db) {
-    const QString statement = threadConnections().lastError;
-    return statement.isEmpty() ? db.lastError().text() : statement;
-}
-
-template <typename... Values>
-bool execute(QSqlDatabase db, const QString& sql, const Values&... values) {
-    QSqlQuery query(db);
-    return db.isOpen() && run(query, sql, values...);
-}
-
-// Each table a copy carries over: its key columns first, then the others.
-struct Table {
-    const char* name;
-    int keys;
-    QStringList columns;
-};
-
-const Table kCopiedTables[] = {
-    {"ACCOUNT",
-     1,
-     {u"LoginName"_s, u"FirstName"_s, u"LastName"_s, u"Email"_s, u"PasswordSalt"_s,
-      u"PasswordHash"_s, u"PasswordIterations"_s, u"Pfx"_s, u"Cer"_s, u"Created"_s, u"Disabled"_s}},
-    {"THROTTLE_PAIR",
-     2,
-     {u"Account"_s, u"Client"_s, u"Failures"_s, u"LastFailure"_s, u"LockedUntil"_s}},
-    {"THROTTLE_ACCOUNT", 1, {u"Account"_s, u"Failures"_s, u"NextCheck"_s, u"LastFailure"_s}},
-    {"SIGNUP_LIMIT", 1, {u"Client"_s, u"Tokens"_s, u"Updated"_s}},
-};
-
-}  // namespace
 
 QString AccountStore::Location::display() const {
     if (engine == Engine::Sqlite) {
@@ -437,31 +439,50 @@ bool AccountStore::insert(const Account& account) {
                    account.certificate);
 }
 
-std::optional<AccountStore::Account> AccountStore::find(const QString& loginName) {
-    Kept row(connection(),
-             u"SELECT LoginName, FirstName, LastName, Email, PasswordSalt, PasswordHash, "
-             "PasswordIterations, Pfx, Cer, Disabled FROM ACCOUNT WHERE LoginName = ?"_s,
-             loginName.toLower());
-    if (!row.next()) {
-        return std::nullopt;
+template <typename Read, typename... Values>
+auto AccountStore::lookUp(const QString& sql, Read read, const Values&... values)
+    -> std::optional<decltype(read(std::declval<Kept&>()))> {
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        Kept row(connection(), sql, values...);  // connection() makes a dropped one anew
+        if (row.ran()) {
+            return read(row);
+        }
     }
-    Account account;
-    account.loginName = row.value(0).toString();
-    account.firstName = row.value(1).toString();
-    account.lastName = row.value(2).toString();
-    account.email = row.value(3).toString();
-    account.password.salt = row.value(4).toByteArray();
-    account.password.hash = row.value(5).toByteArray();
-    account.password.iterations = row.value(6).toInt();
-    account.pfx = row.value(7).toByteArray();
-    account.certificate = row.value(8).toByteArray();
-    account.disabled = row.value(9).toInt() != 0;
-    return account;
+    return std::nullopt;
 }
 
-bool AccountStore::exists(const QString& loginName) {
-    Kept row(connection(), u"SELECT 1 FROM ACCOUNT WHERE LoginName = ?"_s, loginName.toLower());
-    return row.next();
+AccountStore::Found AccountStore::find(const QString& loginName) {
+    auto found = lookUp(
+        u"SELECT LoginName, FirstName, LastName, Email, PasswordSalt, PasswordHash, "
+        "PasswordIterations, Pfx, Cer, Disabled FROM ACCOUNT WHERE LoginName = ?"_s,
+        [](Kept& row) -> std::optional<Account> {
+            if (!row.next()) {
+                return std::nullopt;
+            }
+            Account account;
+            account.loginName = row.value(0).toString();
+            account.firstName = row.value(1).toString();
+            account.lastName = row.value(2).toString();
+            account.email = row.value(3).toString();
+            account.password.salt = row.value(4).toByteArray();
+            account.password.hash = row.value(5).toByteArray();
+            account.password.iterations = row.value(6).toInt();
+            account.pfx = row.value(7).toByteArray();
+            account.certificate = row.value(8).toByteArray();
+            account.disabled = row.value(9).toInt() != 0;
+            return account;
+        },
+        loginName.toLower());
+    if (!found) {
+        return {std::nullopt, true};
+    }
+    return {*std::move(found), false};
+}
+
+std::optional<bool> AccountStore::exists(const QString& loginName) {
+    return lookUp(
+        u"SELECT 1 FROM ACCOUNT WHERE LoginName = ?"_s, [](Kept& row) { return row.next(); },
+        loginName.toLower());
 }
 
 bool AccountStore::updateCredentials(const QString& loginName,
@@ -521,26 +542,32 @@ bool AccountStore::remove(const QString& loginName) {
 
 std::optional<AccountStore::PairRecord> AccountStore::pairRecord(const QString& account,
                                                                  const QString& client) {
-    Kept row(connection(),
-             u"SELECT Failures, LastFailure, LockedUntil FROM THROTTLE_PAIR "
-             "WHERE Account = ? AND Client = ?"_s,
-             account, client);
-    if (!row.next()) {
-        return std::nullopt;
-    }
-    return PairRecord{row.value(0).toLongLong(), row.value(1).toLongLong(),
-                      row.value(2).toLongLong()};
+    auto found = lookUp(
+        u"SELECT Failures, LastFailure, LockedUntil FROM THROTTLE_PAIR "
+        "WHERE Account = ? AND Client = ?"_s,
+        [](Kept& row) -> std::optional<PairRecord> {
+            if (!row.next()) {
+                return std::nullopt;
+            }
+            return PairRecord{row.value(0).toLongLong(), row.value(1).toLongLong(),
+                              row.value(2).toLongLong()};
+        },
+        account, client);
+    return found ? *found : std::nullopt;
 }
 
 std::optional<AccountStore::AccountRecord> AccountStore::accountRecord(const QString& account) {
-    Kept row(connection(),
-             u"SELECT Failures, NextCheck, LastFailure FROM THROTTLE_ACCOUNT WHERE Account = ?"_s,
-             account);
-    if (!row.next()) {
-        return std::nullopt;
-    }
-    return AccountRecord{row.value(0).toLongLong(), row.value(1).toLongLong(),
-                         row.value(2).toLongLong()};
+    auto found = lookUp(
+        u"SELECT Failures, NextCheck, LastFailure FROM THROTTLE_ACCOUNT WHERE Account = ?"_s,
+        [](Kept& row) -> std::optional<AccountRecord> {
+            if (!row.next()) {
+                return std::nullopt;
+            }
+            return AccountRecord{row.value(0).toLongLong(), row.value(1).toLongLong(),
+                                 row.value(2).toLongLong()};
+        },
+        account);
+    return found ? *found : std::nullopt;
 }
 
 // Each change: the row is made if missing (so that there is a row to lock), read with a lock,
