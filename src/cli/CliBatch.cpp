@@ -5,11 +5,7 @@
 #include <QFileInfo>
 #include <QJsonObject>
 #include <QJsonValue>
-#include <QSet>
 #include <QThreadPool>
-#include <functional>
-#include <memory>
-#include <vector>
 
 #include "CliCommand.h"
 #include "CliConsole.h"
@@ -37,191 +33,185 @@ constexpr qint64 kRunsAloneFrom = qint64{1} << 20;
 
 }  // namespace
 
-int CliBatch::run(const Files& batch, const Settings& settings) {
-    m_placed = false;
-    const QStringList& files = batch.paths;
-    const QStringList& names = batch.names;
-    if (files.isEmpty()) {
+CliBatch::CliBatch(CliMessages& messages, const Files& files, const Settings& settings)
+    : m_messages(messages),
+      m_console(messages.console()),
+      m_files(files),
+      m_settings(settings),
+      m_runs(static_cast<size_t>(files.paths.size())),
+      m_controllers(m_runs.size()) {}
+
+CliBatch::~CliBatch() = default;
+
+int CliBatch::run() {
+    if (m_runs.empty()) {
         return CliCommand::Success;
     }
-    CliConsole& console = m_messages.console();
-    const bool toEncrypt = settings.toEncrypt;
-    const auto profile = NivoGXUtil::getNivoProfile();
+    m_profile = NivoGXUtil::getNivoProfile();
     // Read once for the whole run: every keychain question is a round trip to its service.
-    const QString userNivoId = toEncrypt ? NivoGXUtil::getNivoUsername() : QString();
-
-    // What a file's run left for its result line, kept until the files before it are printed.
-    struct Run {
-        bool done = false;
-        QString outcome;
-        QString reservedPath;  // the name chosen at the start, kept from the other runs
-        QString outputPath;
-        SenderVerdict sender;
-    };
-    std::vector<Run> runs(static_cast<size_t>(files.size()));
-    size_t started = 0;
-    size_t printed = 0;
-    // The outputs of the runs under way, which only appear once complete.
-    QSet<QString> outputsInUse;
-    bool allSucceeded = true;
-    bool interrupted = false;
+    m_userNivoId = m_settings.toEncrypt ? NivoGXUtil::getNivoUsername() : QString();
     QEventLoop loop;
-    // A controller runs one file. One that has reported is kept until the next one reports, as it
-    // is still sending its signal when it does.
-    std::vector<std::unique_ptr<ProcessController>> controllers(runs.size());
-    std::unique_ptr<ProcessController> retired;
-
-    const auto printLine = [&](const QString& file, const Run& run) {
-        const bool succeeded = run.outcome.isEmpty();
-        allSucceeded = allSucceeded && succeeded;
-        m_placed = m_placed || succeeded;
-        const auto fromText = [&run] {
-            return run.sender.verified()
-                       ? kFromSender.arg(VisibleText::of(run.sender.name))
-                       : kFromUnverifiedSender.arg(VisibleText::of(run.sender.name),
-                                                   VisibleText::of(run.sender.reason()));
-        };
-        if (settings.toStdout && succeeded) {
-            // Standard output carries the result; the sender is told beside it.
-            if (!toEncrypt) {
-                m_messages.warn(
-                    kSucceededLine.arg(VisibleText::of(file), CliPipe::kStandardOutput) +
-                    fromText());
-            }
-            return;
-        }
-        if (settings.json) {
-            QJsonObject line{{u"input"_s, file},
-                             {u"output"_s, succeeded ? QJsonValue(run.outputPath)
-                                                     : QJsonValue(QJsonValue::Null)},
-                             {u"outcome"_s, run.outcome}};
-            if (!succeeded) {
-                line.insert(u"error"_s, run.outcome);
-            }
-            if (!toEncrypt) {
-                line.insert(u"sender"_s, run.sender.name);
-                line.insert(u"verified"_s, succeeded && run.sender.verified());
-                line.insert(u"trust"_s, succeeded ? run.sender.reason() : QString());
-            }
-            console.out() << CliMessages::jsonLine(line) << Qt::endl;
-        } else if (succeeded) {
-            // Names come from outside: none may steer the terminal.
-            QString text =
-                kSucceededLine.arg(VisibleText::of(file), VisibleText::of(run.outputPath));
-            if (!toEncrypt) {
-                text += fromText();
-            }
-            console.out() << text << Qt::endl;
-        } else {
-            m_messages.say(kFailedLine.arg(VisibleText::of(file), VisibleText::of(run.outcome)));
-        }
-    };
-
-    size_t underWay = 0;
-    bool largeUnderWay = false;
-    std::function<void()> startMore;
-    const auto start = [&](bool large) {
-        const size_t index = started++;
-        ++underWay;
-        largeUnderWay = large;
-        controllers[index] = std::make_unique<ProcessController>();
-        ProcessController* controller = controllers[index].get();
-        if (toEncrypt) {
-            controller->setUserNivoId(userNivoId);
-        }
-        controller->setRequireVerified(settings.requireVerified);
-        if (settings.toStdout) {
-            // Copied out within the run, whose log line then says whether it arrived.
-            controller->setHandOver([armoured = settings.armoured](QIODevice& result) {
-                return CliPipe::release(result, armoured);
-            });
-        } else {
-            controller->setArmoured(settings.armoured);
-        }
-        if (names[static_cast<qsizetype>(index)] != files[static_cast<qsizetype>(index)]) {
-            controller->setInputName(names[static_cast<qsizetype>(index)]);
-        }
-        controller->setOutputPathsInUse(outputsInUse);
-        // Only the first file not yet printed shows its progress: the bar is that of one file.
-        QObject::connect(controller, &ProcessController::progress, &loop,
-                         [&console, index, &printed](qint64 done, qint64 total) {
-                             if (index == printed) {
-                                 console.showProgress(done, total);
-                             }
-                         });
-        QObject::connect(controller, &ProcessController::processingCompleted, &loop,
-                         [&, controller, index](const QString& result) {
-                             Run& run = runs[index];
-                             if (run.done) {
-                                 return;
-                             }
-                             run.done = true;
-                             run.outcome = result;
-                             run.outputPath = controller->outputPath();
-                             run.sender = controller->senderVerdict();
-                             outputsInUse.remove(run.reservedPath);
-                             retired = std::move(controllers[index]);
-                             --underWay;
-                             largeUnderWay = false;
-                             if (index == printed) {
-                                 console.endProgress();
-                             }
-                             for (; printed < runs.size() && runs[printed].done; ++printed) {
-                                 printLine(names[static_cast<qsizetype>(printed)], runs[printed]);
-                             }
-                             startMore();
-                             if (printed == runs.size() || (interrupted && underWay == 0)) {
-                                 loop.quit();
-                             }
-                         });
-        const QString subFolder = batch.subFolders.value(static_cast<qsizetype>(index));
-        controller->processFile(
-            QFileInfo(files[static_cast<qsizetype>(index)]).absoluteFilePath(),
-            profile.value_or(NivoProfile()), settings.password, settings.recipients,
-            subFolder.isEmpty() ? settings.outputFolder
-                                : FileListModel::makeSubFolders(settings.outputFolder, subFolder),
-            toEncrypt);
-        // A run always reports from the event loop, so its output is known before it ends.
-        runs[index].reservedPath = controller->outputPath();
-        if (!controller->outputPath().isEmpty()) {
-            outputsInUse.insert(controller->outputPath());
-        }
-    };
-    // A large file runs alone: it keeps both cores busy by itself, and two of them would hold
-    // two sets of blocks in flight.
-    startMore = [&] {
-        while (!interrupted && started < runs.size() && underWay < kFilesInFlight) {
-            const bool large =
-                QFileInfo(files[static_cast<qsizetype>(started)]).size() >= kRunsAloneFrom;
-            if (underWay > 0 && (large || largeUnderWay)) {
-                break;
-            }
-            start(large);
-        }
-    };
+    m_loop = &loop;
     // Ctrl-C cancels what is under way, as the Cancel button does: each such file gets its
     // "Cancelled" log line, and its stopped work leaves no output.
-    console.catchInterrupt([&] {
-        interrupted = true;
-        for (std::unique_ptr<ProcessController>& controller : controllers) {
-            if (controller && controller->isRunning()) {
-                controller->cancel();
-            }
-        }
-        loop.quit();
-    });
+    m_console.catchInterrupt([this] { interrupt(); });
     startMore();
-    if (!interrupted) {
+    if (!m_interrupted) {
         loop.exec();
     }
-    console.releaseInterrupt();
-    if (interrupted) {
-        console.endProgress();
+    m_console.releaseInterrupt();
+    int exit = m_allSucceeded ? CliCommand::Success : CliCommand::Failure;
+    if (m_interrupted) {
+        m_console.endProgress();
         // The stopped work ends within a block; its own log line comes with its completion.
         QThreadPool::globalInstance()->waitForDone();
         QCoreApplication::sendPostedEvents();
         QCoreApplication::processEvents();
-        return CliCommand::Interrupted;
+        exit = CliCommand::Interrupted;
     }
-    return allSucceeded ? CliCommand::Success : CliCommand::Failure;
+    // The controllers go before the loop they report to.
+    m_retired.reset();
+    m_controllers.clear();
+    m_loop = nullptr;
+    return exit;
+}
+
+void CliBatch::interrupt() {
+    m_interrupted = true;
+    for (std::unique_ptr<ProcessController>& controller : m_controllers) {
+        if (controller && controller->isRunning()) {
+            controller->cancel();
+        }
+    }
+    m_loop->quit();
+}
+
+// A large file runs alone: it keeps both cores busy by itself, and two of them would hold two
+// sets of blocks in flight.
+void CliBatch::startMore() {
+    while (!m_interrupted && m_started < m_runs.size() && m_underWay < kFilesInFlight) {
+        const bool large =
+            QFileInfo(m_files.paths[static_cast<qsizetype>(m_started)]).size() >= kRunsAloneFrom;
+        if (m_underWay > 0 && (large || m_largeUnderWay)) {
+            break;
+        }
+        start(large);
+    }
+}
+
+void CliBatch::start(bool large) {
+    const size_t index = m_started++;
+    const auto at = static_cast<qsizetype>(index);
+    ++m_underWay;
+    m_largeUnderWay = large;
+    m_controllers[index] = std::make_unique<ProcessController>();
+    ProcessController* controller = m_controllers[index].get();
+    if (m_settings.toEncrypt) {
+        controller->setUserNivoId(m_userNivoId);
+    }
+    controller->setRequireVerified(m_settings.requireVerified);
+    if (m_settings.toStdout) {
+        // Copied out within the run, whose log line then says whether it arrived.
+        controller->setHandOver([armoured = m_settings.armoured](QIODevice& result) {
+            return CliPipe::release(result, armoured);
+        });
+    } else {
+        controller->setArmoured(m_settings.armoured);
+    }
+    if (m_files.names[at] != m_files.paths[at]) {
+        controller->setInputName(m_files.names[at]);
+    }
+    controller->setOutputPathsInUse(m_outputsInUse);
+    // Only the first file not yet printed shows its progress: the bar is that of one file.
+    QObject::connect(controller, &ProcessController::progress, m_loop,
+                     [this, index](qint64 done, qint64 total) {
+                         if (index == m_printed) {
+                             m_console.showProgress(done, total);
+                         }
+                     });
+    QObject::connect(controller, &ProcessController::processingCompleted, m_loop,
+                     [this, index](const QString& result) { completed(index, result); });
+    const QString subFolder = m_files.subFolders.value(at);
+    controller->processFile(
+        QFileInfo(m_files.paths[at]).absoluteFilePath(), m_profile.value_or(NivoProfile()),
+        m_settings.password, m_settings.recipients,
+        subFolder.isEmpty() ? m_settings.outputFolder
+                            : FileListModel::makeSubFolders(m_settings.outputFolder, subFolder),
+        m_settings.toEncrypt);
+    // A run always reports from the event loop, so its output is known before it ends.
+    m_runs[index].reservedPath = controller->outputPath();
+    if (!controller->outputPath().isEmpty()) {
+        m_outputsInUse.insert(controller->outputPath());
+    }
+}
+
+void CliBatch::completed(size_t index, const QString& result) {
+    Run& run = m_runs[index];
+    if (run.done) {
+        return;
+    }
+    const ProcessController& controller = *m_controllers[index];
+    run.done = true;
+    run.outcome = result;
+    run.outputPath = controller.outputPath();
+    run.sender = controller.senderVerdict();
+    m_outputsInUse.remove(run.reservedPath);
+    m_retired = std::move(m_controllers[index]);
+    --m_underWay;
+    m_largeUnderWay = false;
+    if (index == m_printed) {
+        m_console.endProgress();
+    }
+    for (; m_printed < m_runs.size() && m_runs[m_printed].done; ++m_printed) {
+        printLine(m_files.names[static_cast<qsizetype>(m_printed)], m_runs[m_printed]);
+    }
+    startMore();
+    if (m_printed == m_runs.size() || (m_interrupted && m_underWay == 0)) {
+        m_loop->quit();
+    }
+}
+
+void CliBatch::printLine(const QString& name, const Run& run) {
+    const bool succeeded = run.outcome.isEmpty();
+    const bool toEncrypt = m_settings.toEncrypt;
+    m_allSucceeded = m_allSucceeded && succeeded;
+    m_placed = m_placed || succeeded;
+    const auto fromText = [&run] {
+        return run.sender.verified()
+                   ? kFromSender.arg(VisibleText::of(run.sender.name))
+                   : kFromUnverifiedSender.arg(VisibleText::of(run.sender.name),
+                                               VisibleText::of(run.sender.reason()));
+    };
+    if (m_settings.toStdout && succeeded) {
+        // Standard output carries the result; the sender is told beside it.
+        if (!toEncrypt) {
+            m_messages.warn(kSucceededLine.arg(VisibleText::of(name), CliPipe::kStandardOutput) +
+                            fromText());
+        }
+        return;
+    }
+    if (m_settings.json) {
+        QJsonObject line{
+            {u"input"_s, name},
+            {u"output"_s, succeeded ? QJsonValue(run.outputPath) : QJsonValue(QJsonValue::Null)},
+            {u"outcome"_s, run.outcome}};
+        if (!succeeded) {
+            line.insert(u"error"_s, run.outcome);
+        }
+        if (!toEncrypt) {
+            line.insert(u"sender"_s, run.sender.name);
+            line.insert(u"verified"_s, succeeded && run.sender.verified());
+            line.insert(u"trust"_s, succeeded ? run.sender.reason() : QString());
+        }
+        m_console.out() << CliMessages::jsonLine(line) << Qt::endl;
+    } else if (succeeded) {
+        // Names come from outside: none may steer the terminal.
+        QString text = kSucceededLine.arg(VisibleText::of(name), VisibleText::of(run.outputPath));
+        if (!toEncrypt) {
+            text += fromText();
+        }
+        m_console.out() << text << Qt::endl;
+    } else {
+        m_messages.say(kFailedLine.arg(VisibleText::of(name), VisibleText::of(run.outcome)));
+    }
 }

@@ -151,7 +151,6 @@ QString FileRunCommand::runFolder() {
 
 int FileRunCommand::runFiles(const QString& folder, const QList<Contact>& recipients, bool armoured,
                              bool requireVerified) {
-    CliBatch batch(messages());
     CliBatch::Settings settings;
     settings.toEncrypt = m_toEncrypt;
     settings.password = m_password;
@@ -161,7 +160,8 @@ int FileRunCommand::runFiles(const QString& folder, const QList<Contact>& recipi
     settings.toStdout = m_toStdout;
     settings.armoured = armoured;
     settings.requireVerified = requireVerified;
-    const int exit = batch.run(m_files, settings);
+    CliBatch batch(messages(), m_files, settings);
+    const int exit = batch.run();
     if (!batch.placed() && exit != Success && !m_toStdout) {
         NivoGXUtil::setLastOutputFolder(m_toEncrypt, m_previousFolder);
     }

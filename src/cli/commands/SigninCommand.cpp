@@ -1,7 +1,5 @@
 #include "SigninCommand.h"
 
-#include "CliAccount.h"
-#include "CliConsole.h"
 #include "CliMessages.h"
 #include "account/SignIn.h"
 
@@ -14,19 +12,16 @@ const QString kOfflineHint = u"Sign in from an exported profile with --profile-f
 }  // namespace
 
 SigninCommand::SigninCommand(CliMessages& messages, CliAccount& account)
-    : CliCommand(messages, u"signin"_s, u"Sign in, online or from a profile file."_s, 1),
-      m_account(account) {
-    argument(u"name"_s, u"Your NIVO username."_s, u"NAME"_s);
-}
+    : CredentialsCommand(messages, account, u"signin"_s,
+                         u"Sign in, online or from a profile file."_s) {}
 
 int SigninCommand::run() {
+    QString loginName;
     QString password;
     QString unused;
-    if (!m_account.readPassword(parser().isSet(m_passwordStdin), false, password, unused)) {
+    if (!readCredentials(false, loginName, password, unused)) {
         return Failure;
     }
-    const QString loginName = SignIn::trimmed(positional().constFirst());
-    password = SignIn::trimmed(password);
     if (const auto alert = SignIn::checkFields(loginName, password)) {
         messages().alert(alert->message, alert->informativeText);
         return Failure;

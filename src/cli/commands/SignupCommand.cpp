@@ -1,28 +1,21 @@
 #include "SignupCommand.h"
 
-#include "CliAccount.h"
-#include "CliConsole.h"
 #include "CliMessages.h"
-#include "account/SignIn.h"
 #include "account/SignUp.h"
 
 using namespace Qt::Literals::StringLiterals;
 
 SignupCommand::SignupCommand(CliMessages& messages, CliAccount& account)
-    : CliCommand(messages, u"signup"_s, u"Create an account on the account server."_s, 1),
-      m_account(account) {
-    argument(u"name"_s, u"Your NIVO username."_s, u"NAME"_s);
-}
+    : CredentialsCommand(messages, account, u"signup"_s,
+                         u"Create an account on the account server."_s) {}
 
 int SignupCommand::run() {
+    QString loginName;
     QString password;
     QString retyped;
-    if (!m_account.readPassword(parser().isSet(m_passwordStdin), true, password, retyped)) {
+    if (!readCredentials(true, loginName, password, retyped)) {
         return Failure;
     }
-    const QString loginName = SignIn::trimmed(positional().constFirst());
-    password = SignIn::trimmed(password);
-    retyped = SignIn::trimmed(retyped);
     if (const auto alert = SignUp::checkFields(loginName, password, retyped)) {
         messages().alert(alert->message, alert->informativeText);
         return Failure;

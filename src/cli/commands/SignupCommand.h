@@ -1,20 +1,12 @@
 #pragma once
 
-#include "CliCommand.h"
-
-class CliAccount;
+#include "CredentialsCommand.h"
 
 // signup: creates an account on the account server.
-class SignupCommand : public CliCommand {
+class SignupCommand : public CredentialsCommand {
 public:
     SignupCommand(CliMessages& messages, CliAccount& account);
 
 protected:
     [[nodiscard]] int run() override;
-
-private:
-    CliAccount& m_account;
-    const QCommandLineOption m_passwordStdin =
-        option({QStringLiteral("password-stdin")},
-               QStringLiteral("Read the password from the first line of standard input."));
 };
