@@ -12,5 +12,12 @@ struct LogEntry {
     QString recipients;
     QString status;
 
+    // The words a processing run writes for its operation and outcome.
+    static inline const QString kEncryptAction = QStringLiteral("Encrypt");
+    static inline const QString kDecryptAction = QStringLiteral("Decrypt");
+    static inline const QString kSuccess = QStringLiteral("Success");
+    static inline const QString kFailed = QStringLiteral("Failed");
+    static inline const QString kCancelled = QStringLiteral("Cancelled");
+
     friend bool operator==(const LogEntry&, const LogEntry&) = default;
 };

@@ -12,8 +12,6 @@
 #include <utility>
 #include <vector>
 
-#include "processing/ProcessController.h"
-
 using namespace Qt::Literals::StringLiterals;
 
 const QString LogQuery::kDate = u"Date"_s;
@@ -230,8 +228,8 @@ QList<LogEntry> LogQuery::ofOperation(const QList<LogEntry>& entries, Operation 
         return entries;
     }
     // The words the processing run writes.
-    const QString& word = operation == Operation::Encrypt ? ProcessController::kEncryptAction
-                                                          : ProcessController::kDecryptAction;
+    const QString& word =
+        operation == Operation::Encrypt ? LogEntry::kEncryptAction : LogEntry::kDecryptAction;
     QList<LogEntry> result;
     std::copy_if(entries.begin(), entries.end(), std::back_inserter(result),
                  [&word](const LogEntry& e) { return e.operationType == word; });

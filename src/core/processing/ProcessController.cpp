@@ -18,6 +18,7 @@
 #include "crypto/CmsArmour.h"
 #include "crypto/NivoCryptoOperation.h"
 #include "crypto/TVXException.h"
+#include "log/LogEntry.h"
 #include "processing/PathText.h"
 #include "storage/AtomicFile.h"
 #include "storage/NivoGXUtil.h"
@@ -34,11 +35,6 @@ const QString ProcessController::kDecryptingTitle = u"Decrypting ..."_s;
 const QString ProcessController::kInputDoesNotExist = u"%1 does not exists."_s;
 const QString ProcessController::kEncryptionCancelled = u"Encryption cancelled"_s;
 const QString ProcessController::kDecryptionCancelled = u"Decryption cancelled"_s;
-const QString ProcessController::kEncryptAction = u"Encrypt"_s;
-const QString ProcessController::kDecryptAction = u"Decrypt"_s;
-const QString ProcessController::kSuccess = u"Success"_s;
-const QString ProcessController::kFailed = u"Failed"_s;
-const QString ProcessController::kCancelled = u"Cancelled"_s;
 
 namespace {
 
@@ -356,12 +352,13 @@ void ProcessController::startInBackground(QList<QByteArray> certificates) {
                 watcher->deleteLater();
                 // A failed run has placed nothing and so has nothing to remove.
                 const bool failed = !outcome.text.isEmpty();
-                const QString status = failed ? kFailed : kSuccess;
+                const QString status = failed ? LogEntry::kFailed : LogEntry::kSuccess;
                 if (toEncrypt) {
-                    NivoGXUtil::writeToLog(kEncryptAction, inputPath, encryptionNames, status);
-                } else {
-                    NivoGXUtil::writeToLog(kDecryptAction, inputPath, {outcome.sender.name},
+                    NivoGXUtil::writeToLog(LogEntry::kEncryptAction, inputPath, encryptionNames,
                                            status);
+                } else {
+                    NivoGXUtil::writeToLog(LogEntry::kDecryptAction, inputPath,
+                                           {outcome.sender.name}, status);
                 }
                 if (self) {
                     self->m_running = false;
@@ -398,10 +395,11 @@ void ProcessController::cancel() {
     // The work stops at its next block and discards what it wrote.
     m_cancelled->store(true);
     if (m_toEncrypt) {
-        NivoGXUtil::writeToLog(kEncryptAction, m_inputName, encryptionLogNames(), kCancelled);
+        NivoGXUtil::writeToLog(LogEntry::kEncryptAction, m_inputName, encryptionLogNames(),
+                               LogEntry::kCancelled);
         Q_EMIT processingCompleted(kEncryptionCancelled);
     } else {
-        NivoGXUtil::writeToLog(kDecryptAction, m_inputName, {}, kCancelled);
+        NivoGXUtil::writeToLog(LogEntry::kDecryptAction, m_inputName, {}, LogEntry::kCancelled);
         Q_EMIT processingCompleted(kDecryptionCancelled);
     }
 }

@@ -46,13 +46,6 @@ public:
     static const QString kEncryptionCancelled;
     static const QString kDecryptionCancelled;
 
-    // Activity-log words.
-    static const QString kEncryptAction;
-    static const QString kDecryptAction;
-    static const QString kSuccess;
-    static const QString kFailed;
-    static const QString kCancelled;
-
     explicit ProcessController(QObject* parent = nullptr);
     ~ProcessController() override;
     ProcessController(const ProcessController&) = delete;
