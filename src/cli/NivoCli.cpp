@@ -462,9 +462,13 @@ int NivoCli::signin(const QStringList& arguments) {
             printAlert(SignIn::signInFailed(), profile.StatusText);
             return Failure;
         }
-        if (const QString skipped =
-                SignIn::keepFromProfileFile(path, loginName, password, profile);
-            !skipped.isEmpty()) {
+        QString skipped;
+        if (const auto alert =
+                SignIn::keepFromProfileFile(path, loginName, password, profile, &skipped)) {
+            printAlert(alert->message, alert->informativeText);
+            return Failure;
+        }
+        if (!skipped.isEmpty()) {
             say(skipped);
         }
     } else {
@@ -477,7 +481,10 @@ int NivoCli::signin(const QStringList& arguments) {
             }
             return Failure;
         }
-        SignIn::keep(loginName, password, profile);
+        if (const auto alert = SignIn::keep(loginName, password, profile)) {
+            printAlert(alert->message, alert->informativeText);
+            return Failure;
+        }
     }
     m_console.out() << kSignedInAs.arg(loginName) << Qt::endl;
     return Success;

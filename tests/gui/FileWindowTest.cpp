@@ -46,7 +46,7 @@ protected:
     static void signIn(const QString& name) {
         const NivoProfile profile = SignIn::requestProfile(name, QStringLiteral("pw"));
         ASSERT_TRUE(profile.isUsable()) << profile.StatusText.toStdString();
-        SignIn::keep(name, QStringLiteral("pw"), profile);
+        ASSERT_FALSE(SignIn::keep(name, QStringLiteral("pw"), profile));
     }
 
     void openWindow() {

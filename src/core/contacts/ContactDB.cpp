@@ -268,9 +268,9 @@ std::optional<NivoProfile> ContactDB::GetNivoProfile() const {
     return profile;
 }
 
-void ContactDB::exportDB(const QString& path) const {
+bool ContactDB::exportDB(const QString& path, QString* error) const {
     // A failed copy keeps whatever the user had under that name.
-    (void)AtomicFile::copy(m_defaultDBPath, path);
+    return AtomicFile::copy(m_defaultDBPath, path, error);
 }
 
 QString ContactDB::notImportedMessage(const QStringList& skipped) {
