@@ -55,14 +55,6 @@ protected:
         window->show();
     }
 
-    void clickToolBar(const char* action) const {
-        auto* item = window->findChild<QAction*>(QString::fromLatin1(action));
-        ASSERT_NE(item, nullptr) << action;
-        QWidget* button = window->findChild<QToolBar*>()->widgetForAction(item);
-        ASSERT_NE(button, nullptr) << action;
-        QTest::mouseClick(button, Qt::LeftButton);
-    }
-
     [[nodiscard]] QString folder(const QString& name) const {
         const QString path = QDir(sandbox.root()).filePath(name);
         QDir().mkpath(path);
@@ -123,7 +115,7 @@ TEST_F(FileWindowTest, FilesEncryptedForAContactOpenForThatContact) {
     const QString a = writeFile(QStringLiteral("a.txt"), "first");
     const QString b = writeFile(QStringLiteral("B.txt"), "second");
     prompter.answerOpen({c, a, b});
-    clickToolBar("addFilesAction");
+    clickToolBar(window.get(), "addFilesAction");
     ASSERT_EQ(prompter.count(), 1);
     EXPECT_EQ(prompter.last().message, QStringLiteral("Select files for encryption/decryption"));
     EXPECT_TRUE(prompter.last().openPanel.multipleSelection);
@@ -131,7 +123,7 @@ TEST_F(FileWindowTest, FilesEncryptedForAContactOpenForThatContact) {
     EXPECT_EQ(window->model().rowCount(), 3);
     EXPECT_EQ(NivoGXUtil::getLastInputFolder(), folder(QStringLiteral("in")));
 
-    clickToolBar("encryptAction");
+    clickToolBar(window.get(), "encryptAction");
     ContactController* chooser = window->contactController();
     ASSERT_NE(chooser, nullptr);
     EXPECT_TRUE(chooser->isVisible());
@@ -166,7 +158,7 @@ TEST_F(FileWindowTest, FilesEncryptedForAContactOpenForThatContact) {
 
     // The next choice starts from this one.
     window->handleExternalFile(writeFile(QStringLiteral("e.txt"), "fifth"));
-    clickToolBar("encryptAction");
+    clickToolBar(window.get(), "encryptAction");
     ASSERT_NE(window->contactController(), nullptr);
     ASSERT_EQ(window->contactController()->selectedList().size(), 1);
     EXPECT_EQ(window->contactController()->selectedList().constFirst().NivoID,
@@ -188,7 +180,7 @@ TEST_F(FileWindowTest, FilesEncryptedForAContactOpenForThatContact) {
     const QString plain = folder(QStringLiteral("plain"));
     prompter.clear();
     prompter.answerOpen({plain});
-    clickToolBar("decryptAction");
+    clickToolBar(window.get(), "decryptAction");
     ASSERT_EQ(prompter.count(), 1);
     EXPECT_EQ(prompter.last().message, QStringLiteral("Select folder to store decrypted file"));
     EXPECT_TRUE(prompter.last().openPanel.chooseFolders);
@@ -226,7 +218,7 @@ TEST_F(FileWindowTest, DuringARunTheFileBeingProcessedStaysAndCancelEndsItsTurn)
     const QString z = writeFile(QStringLiteral("z.txt"), "z");
     hub.postHandleExternalFileArray({z, y, x});
 
-    clickToolBar("encryptAction");
+    clickToolBar(window.get(), "encryptAction");
     ASSERT_NE(window->contactController(), nullptr);
     prompter.answerAsk(true);
     prompter.answerOpen({folder(QStringLiteral("out"))});
@@ -298,7 +290,7 @@ TEST_F(FileWindowTest, AFolderKeepsItsLayoutThroughEncryptionAndBack) {
     QTest::keySequence(window.get(), QKeySequence(QStringLiteral("Ctrl+Shift+O")));
     EXPECT_EQ(window->model().rowCount(), 3) << window->fileList().join(u' ').toStdString();
 
-    clickToolBar("encryptAction");
+    clickToolBar(window.get(), "encryptAction");
     ASSERT_NE(window->contactController(), nullptr);
     const QString out = folder(QStringLiteral("out"));
     prompter.answerAsk(true);
@@ -316,7 +308,7 @@ TEST_F(FileWindowTest, AFolderKeepsItsLayoutThroughEncryptionAndBack) {
     ASSERT_EQ(window->model().rowCount(), 3);
     const QString plain = folder(QStringLiteral("plain"));
     prompter.answerOpen({plain});
-    clickToolBar("decryptAction");
+    clickToolBar(window.get(), "decryptAction");
     ASSERT_TRUE(eventually([&] { return idle(); }));
     EXPECT_EQ(window->model().rowCount(), 0) << statuses().join(u'/').toStdString();
     for (const QString& name : tree) {
@@ -404,8 +396,8 @@ TEST_F(FileWindowTest, ButtonsWithNothingToDoSayWhyAndOfferToClearTheList) {
     createAccount(QStringLiteral("alice"), QStringLiteral("pw"));
     signIn(QStringLiteral("alice"));
     openWindow();
-    clickToolBar("encryptAction");
-    clickToolBar("decryptAction");
+    clickToolBar(window.get(), "encryptAction");
+    clickToolBar(window.get(), "decryptAction");
     ASSERT_EQ(prompter.count(), 2);
     EXPECT_EQ(prompter.prompts().at(0).kind, Kind::Alert);
     EXPECT_EQ(prompter.prompts().at(0).message, QStringLiteral("No files to encrypt"));
@@ -417,7 +409,7 @@ TEST_F(FileWindowTest, ButtonsWithNothingToDoSayWhyAndOfferToClearTheList) {
     EXPECT_EQ(window->fileList(), QStringList{report});
 
     prompter.clear();
-    clickToolBar("decryptAction");  // answered "No"
+    clickToolBar(window.get(), "decryptAction");  // answered "No"
     ASSERT_EQ(prompter.count(), 1);
     EXPECT_EQ(prompter.last().kind, Kind::Ask);
     EXPECT_EQ(prompter.last().message,
@@ -433,7 +425,7 @@ TEST_F(FileWindowTest, ButtonsWithNothingToDoSayWhyAndOfferToClearTheList) {
     NivoGXUtil::saveSettings(QString(), QString(), QString(), QString(), plain);
     prompter.clear();
     prompter.answerOpen({plain});
-    clickToolBar("decryptAction");
+    clickToolBar(window.get(), "decryptAction");
     ASSERT_EQ(prompter.count(), 1);
     EXPECT_EQ(prompter.last().openPanel.startFolder, plain);
     EXPECT_TRUE(idle());
@@ -441,7 +433,7 @@ TEST_F(FileWindowTest, ButtonsWithNothingToDoSayWhyAndOfferToClearTheList) {
 
     // Every row has its outcome: nothing left to encrypt.
     prompter.answerAsk(true);
-    clickToolBar("encryptAction");
+    clickToolBar(window.get(), "encryptAction");
     EXPECT_EQ(prompter.last().message,
               QStringLiteral("Do you wish to remove all files in the list?"));
     EXPECT_EQ(prompter.last().informativeText, QStringLiteral("No files to encrypt"));

@@ -90,12 +90,6 @@ protected:
         return window->findChild<QAction*>(QString::fromLatin1(name));
     }
 
-    void clickToolBar(const char* name) const {
-        QWidget* button = window->findChild<QToolBar*>()->widgetForAction(item(name));
-        ASSERT_NE(button, nullptr) << name;
-        QTest::mouseClick(button, Qt::LeftButton);
-    }
-
     void clickHeader(int section) const {
         QHeaderView* header = table()->horizontalHeader();
         const QPoint centre(
@@ -133,17 +127,17 @@ TEST_F(LogViewerTest, ShowsTheLogAndFiltersItByOperation) {
     EXPECT_EQ(item("encryptItem")->data().toString(), QStringLiteral("encrypt_grey"));
     EXPECT_EQ(item("decryptItem")->data().toString(), QStringLiteral("decrypt_grey"));
 
-    clickToolBar("encryptItem");
+    clickToolBar(window.get(), "encryptItem");
     EXPECT_EQ(shownPaths(), pathsOf(LogQuery::ofOperation(all, LogQuery::Operation::Encrypt)));
     EXPECT_EQ(item("encryptItem")->data().toString(), QStringLiteral("encrypt"));
 
     // Decryptions replace encryptions rather than adding to them.
-    clickToolBar("decryptItem");
+    clickToolBar(window.get(), "decryptItem");
     EXPECT_EQ(shownPaths(), pathsOf(LogQuery::ofOperation(all, LogQuery::Operation::Decrypt)));
     EXPECT_EQ(item("encryptItem")->data().toString(), QStringLiteral("encrypt_grey"));
     EXPECT_EQ(item("decryptItem")->data().toString(), QStringLiteral("decrypt"));
 
-    clickToolBar("decryptItem");
+    clickToolBar(window.get(), "decryptItem");
     EXPECT_EQ(shownPaths(), pathsOf(all));
     EXPECT_EQ(item("decryptItem")->data().toString(), QStringLiteral("decrypt_grey"));
 
@@ -181,7 +175,7 @@ TEST_F(LogViewerTest, SearchesTheChosenColumnOnEnterWithinTheFilter) {
     // A filter toggle searches again with the field's text, and emptying the field brings back
     // the filtered list.
     search(LogQuery::kFile, QStringLiteral("private"));
-    clickToolBar("encryptItem");
+    clickToolBar(window.get(), "encryptItem");
     const QList<LogEntry> encryptions = LogQuery::ofOperation(all, LogQuery::Operation::Encrypt);
     EXPECT_EQ(shownPaths(),
               pathsOf(LogQuery::search(encryptions, LogQuery::kFile, QStringLiteral("private"))));
@@ -262,11 +256,11 @@ TEST_F(LogViewerTest, ClearAsksFirstAndLeavesTheReadEntriesUntilReload) {
     EXPECT_EQ(table()->rowCount(), 0);
 
     // The entries read before the clearing come back with a filter until the log is read again.
-    clickToolBar("encryptItem");
+    clickToolBar(window.get(), "encryptItem");
     EXPECT_EQ(table()->rowCount(), 20);
     clickButton(window.get(), "reloadButton");
     EXPECT_EQ(table()->rowCount(), 0);
-    clickToolBar("encryptItem");
+    clickToolBar(window.get(), "encryptItem");
     EXPECT_EQ(table()->rowCount(), 0);
 }
 
