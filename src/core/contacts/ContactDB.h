@@ -69,7 +69,8 @@ public:
 
     // Writes login name and PKCS#12 into row 1 (or a first row); its UserID, or -1.
     qint64 addNivoProfile(const NivoProfile& profile) const;
-    void removeNivoProfile() const;
+    // Deletes every profile row; false, with the reason in `error` when given, when it could not.
+    [[nodiscard]] bool removeNivoProfile(QString* error = nullptr) const;
     // Login name and PKCS#12 of the last row; none when the table is empty.
     [[nodiscard]] std::optional<NivoProfile> GetNivoProfile() const;
 

@@ -346,8 +346,8 @@ bool NivoGXUtil::exportContacts(const QString& path, QString* error) {
     if (!db) {
         return false;
     }
-    db->removeNivoProfile();
-    return db->exportDB(path, error);
+    // A backup is never written while the profile may still be in the database.
+    return db->removeNivoProfile(error) && db->exportDB(path, error);
 }
 
 bool NivoGXUtil::exportNivoProfileDB(const QString& path, const NivoProfile& profile,

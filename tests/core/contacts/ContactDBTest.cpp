@@ -130,7 +130,7 @@ TEST_F(ContactDBTest, TheProfileRowIsRewrittenInPlaceAndRemovedWhole) {
     EXPECT_EQ(sqliteShell(path(), QStringLiteral("select * from NIVOPROFILE")),
               QStringList{QStringLiteral("1|alice|PFX 2")});
     EXPECT_EQ(db.GetNivoProfile()->Pfx, QByteArray("PFX 2"));
-    db.removeNivoProfile();
+    ASSERT_TRUE(db.removeNivoProfile());
     EXPECT_FALSE(db.GetNivoProfile().has_value());
 }
 
@@ -231,6 +231,7 @@ TEST_F(ContactDBTest, AnUnusableDatabaseGivesFailureValuesAndCreatesNothing) {
     EXPECT_EQ(broken.addPreset(QStringLiteral("p")), -1);
     EXPECT_EQ(broken.saveContactPreset({QStringLiteral("p"), {1}}), QStringLiteral(""));
     EXPECT_EQ(broken.addNivoProfile(profile(QStringLiteral("x"), "P")), -1);
+    EXPECT_FALSE(broken.removeNivoProfile());
     EXPECT_FALSE(broken.exportDB(dir.filePath(QStringLiteral("copy.cbkm"))));
     EXPECT_FALSE(QFile::exists(dir.filePath(QStringLiteral("copy.cbkm"))));
     EXPECT_FALSE(QFileInfo::exists(dir.filePath(QStringLiteral("gone"))));

@@ -14,6 +14,7 @@
 #include "UserSandbox.h"
 #include "contacts/ContactDB.h"
 #include "contacts/RecipientChoice.h"
+#include "sqlite/SqliteDatabase.h"
 #include "storage/NivoGXUtil.h"
 #include "storage/UserDataExport.h"
 
@@ -142,6 +143,17 @@ TEST_F(UserContactDataTest, ExportsThatCannotBeWrittenSayWhyAndLoseNothing) {
     EXPECT_EQ(fileBytes(notAFolder), QByteArray("kept"));
     EXPECT_EQ(QDir(sandbox.root()).entryList(QDir::Files | QDir::Hidden),
               QStringList{QStringLiteral("not-a-folder")});
+
+    // No backup while the profile row cannot be taken out: another process holds the database.
+    ASSERT_NE(NivoGXUtil::currentContactDB()->addNivoProfile(profile), -1);
+    {
+        SqliteDatabase other(livePath(), SqliteDatabase::Mode::ReadWriteCreate);
+        ASSERT_TRUE(other.execute("BEGIN EXCLUSIVE"));
+        EXPECT_EQ(UserDataExport::exportContacts(file(u"b"_s)).failure,
+                  u"Unable to export contacts. Cannot take the profile out of %1: database is "
+                  "locked"_s.arg(livePath()));
+        EXPECT_FALSE(QFileInfo::exists(file(u"b.cbkm"_s)));
+    }
 
     // The texts of the refusals without a signed-in user stay as they were.
     NivoGXUtil::resetState();
