@@ -7,9 +7,13 @@
 // waits for its answer before the next) while the GetId requests run; the sign-ins per second
 // are printed too.
 //
-// Run: bench/server-load [--rate N] [--seconds N] [--signin-clients N] [--server URL]
-// Without --server it starts build/src/server/nivogx-server --dev on 127.0.0.1 with a scratch
-// folder.
+// With --getid-clients N the fixed rate gives way to N clients asking GetId as fast as they are
+// answered: the throughput, in GetId/s (and GetProfile/s of the sign-in clients).
+//
+// Run: bench/server-load [--rate N] [--seconds N] [--signin-clients N] [--getid-clients N]
+//                        [--server URL | --database URL] [--processes N]
+// Without --server it starts build/src/server/nivogx-server --dev on 127.0.0.1, on an SQLite
+// database in a scratch folder or the --database given, N processes sharing one port.
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -91,7 +95,8 @@ double percentile(std::vector<double>& sorted, double p) {
 int main(int argc, char* argv[]) {
     QCoreApplication app(argc, argv);
     QCommandLineParser parser;
-    parser.setApplicationDescription(u"GetId requests at a fixed rate against the account server."_s);
+    parser.setApplicationDescription(
+        u"GetId requests at a fixed rate against the account server."_s);
     parser.addHelpOption();
     const QCommandLineOption rateOption(u"rate"_s, u"Requests per second."_s, u"n"_s, u"200"_s);
     const QCommandLineOption secondsOption(u"seconds"_s, u"How long to send."_s, u"n"_s, u"30"_s);
@@ -99,22 +104,47 @@ int main(int argc, char* argv[]) {
     const QCommandLineOption signInOption(u"signin-clients"_s,
                                           u"Clients signing in meanwhile, one request at a time."_s,
                                           u"n"_s, u"0"_s);
-    parser.addOptions({rateOption, secondsOption, serverOption, signInOption});
+    const QCommandLineOption getIdOption(
+        u"getid-clients"_s,
+        u"Instead of the fixed rate: N clients asking GetId as fast as answered (throughput)."_s,
+        u"n"_s, u"0"_s);
+    const QCommandLineOption databaseOption(
+        u"database"_s,
+        u"Account database of the servers started (default: SQLite in a scratch folder)."_s,
+        u"url"_s);
+    const QCommandLineOption processesOption(
+        u"processes"_s, u"Server processes to start, sharing one port (--reuse-port)."_s, u"n"_s,
+        u"1"_s);
+    parser.addOptions({rateOption, secondsOption, serverOption, signInOption, getIdOption,
+                       databaseOption, processesOption});
     parser.process(app);
     const int rate = parser.value(rateOption).toInt();
     const int seconds = parser.value(secondsOption).toInt();
     const int signInClients = parser.value(signInOption).toInt();
-    if (rate <= 0 || seconds <= 0 || signInClients < 0 || signInClients > 200) {
-        return fail(u"--rate and --seconds want positive numbers, --signin-clients 0 to 200"_s);
+    const int getIdClients = parser.value(getIdOption).toInt();
+    const int processes = parser.value(processesOption).toInt();
+    if (rate <= 0 || seconds <= 0 || signInClients < 0 || signInClients > 200 || getIdClients < 0 ||
+        getIdClients > 200 || processes < 1 || processes > 16) {
+        return fail(
+            u"--rate and --seconds want positive numbers, --signin-clients and "
+            "--getid-clients 0 to 200, --processes 1 to 16"_s);
     }
 
     QTemporaryDir scratch;
-    QProcess server;
+    std::vector<std::unique_ptr<QProcess>> servers;
     QString base = parser.value(serverOption);
-    if (base.isEmpty()) {
+    const QString database = parser.value(databaseOption).isEmpty()
+                                 ? u"sqlite:"_s + scratch.path() + u"/accounts.db"_s
+                                 : parser.value(databaseOption);
+    for (int i = 0; base.isEmpty() || (i > 0 && i < processes); ++i) {
+        // The first picks a port, the others share it.
+        const QString listen = i == 0 ? u"127.0.0.1:0"_s : u"127.0.0.1:%1"_s.arg(QUrl(base).port());
+        auto& server = *servers.emplace_back(std::make_unique<QProcess>());
         server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        server.start(QStringLiteral(NIVOGX_SERVER_PATH),
-                     {u"--dev"_s, u"--listen"_s, u"127.0.0.1:0"_s, u"--data-dir"_s, scratch.path()});
+        server.start(
+            QStringLiteral(NIVOGX_SERVER_PATH),
+            {u"--dev"_s, u"--listen"_s, listen, u"--database"_s, database, u"--reuse-port"_s,
+             processes > 1 ? u"true"_s : u"false"_s, u"--log-requests"_s, u"false"_s});
         if (!server.waitForReadyRead(30'000)) {
             return fail(u"the server did not start"_s);
         }
@@ -127,25 +157,28 @@ int main(int argc, char* argv[]) {
     }
 
     QNetworkAccessManager manager;
-    const QByteArray created =
-        post(manager, QUrl(base + u"/nivo/CreateProfile.aspx"_s),
-             form({{u"logInName"_s, kUser}, {u"logInPassword"_s, kPassword},
-                   {u"firstName"_s, u"Load"_s}, {u"lastName"_s, u"Test"_s},
-                   {u"email"_s, u"load@example.org"_s}}));
+    const QByteArray created = post(manager, QUrl(base + u"/nivo/CreateProfile.aspx"_s),
+                                    form({{u"logInName"_s, kUser},
+                                          {u"logInPassword"_s, kPassword},
+                                          {u"firstName"_s, u"Load"_s},
+                                          {u"lastName"_s, u"Test"_s},
+                                          {u"email"_s, u"load@example.org"_s}}));
     if (created.isEmpty()) {
         return fail(u"cannot reach %1"_s.arg(base));
     }
     const QUrl getId(base + u"/nivo/GetId.aspx"_s);
-    const QByteArray getIdBody =
-        form({{u"logInName"_s, kUser}, {u"logInPassword"_s, QString()},
-              {u"logInNameToRetrieve"_s, kUser}, {u"emailToRetrieve"_s, QString()}});
+    const QByteArray getIdBody = form({{u"logInName"_s, kUser},
+                                       {u"logInPassword"_s, QString()},
+                                       {u"logInNameToRetrieve"_s, kUser},
+                                       {u"emailToRetrieve"_s, QString()}});
     if (!post(manager, getId, getIdBody).startsWith("{\"Pfx\":[")) {
         return fail(u"GetId does not answer with a certificate"_s);
     }
 
     // The sign-in clients: each its own connection manager, so that they run side by side.
     const QUrl getProfile(base + u"/nivo/GetProfile.aspx"_s);
-    const QByteArray getProfileBody = form({{u"logInName"_s, kUser}, {u"logInPassword"_s, kPassword}});
+    const QByteArray getProfileBody =
+        form({{u"logInName"_s, kUser}, {u"logInPassword"_s, kPassword}});
     std::vector<std::unique_ptr<QNetworkAccessManager>> signInManagers;
     qint64 signIns = 0;
     qint64 signInErrors = 0;
@@ -153,8 +186,8 @@ int main(int argc, char* argv[]) {
     std::function<void(QNetworkAccessManager*)> signIn = [&](QNetworkAccessManager* client) {
         QNetworkReply* reply = client->post(formRequest(getProfile), getProfileBody);
         QObject::connect(reply, &QNetworkReply::finished, client, [&, client, reply] {
-            const bool ok = reply->error() == QNetworkReply::NoError &&
-                            reply->readAll().contains("\"Pfx\":[");
+            const bool ok =
+                reply->error() == QNetworkReply::NoError && reply->readAll().contains("\"Pfx\":[");
             ok ? ++signIns : ++signInErrors;
             reply->deleteLater();
             if (!stopSignIns) {
@@ -167,6 +200,65 @@ int main(int argc, char* argv[]) {
     for (int i = 0; i < signInClients; ++i) {
         signInManagers.push_back(std::make_unique<QNetworkAccessManager>());
         signIn(signInManagers.back().get());
+    }
+
+    if (getIdClients > 0) {
+        // Throughput: each client asks again as soon as it has its answer, for `seconds`.
+        std::vector<std::unique_ptr<QNetworkAccessManager>> getIdManagers;
+        qint64 answered = 0;
+        qint64 failed = 0;
+        bool stop = false;
+        std::function<void(QNetworkAccessManager*)> ask = [&](QNetworkAccessManager* client) {
+            QNetworkReply* reply = client->post(formRequest(getId), getIdBody);
+            QObject::connect(reply, &QNetworkReply::finished, client, [&, client, reply] {
+                const bool ok = reply->error() == QNetworkReply::NoError &&
+                                reply->readAll().startsWith("{\"Pfx\":[");
+                ok ? ++answered : ++failed;
+                reply->deleteLater();
+                if (!stop) {
+                    ask(client);
+                }
+            });
+        };
+        QElapsedTimer clock;
+        clock.start();
+        for (int i = 0; i < getIdClients; ++i) {
+            getIdManagers.push_back(std::make_unique<QNetworkAccessManager>());
+            ask(getIdManagers.back().get());
+        }
+        while (clock.elapsed() < qint64{seconds} * 1000) {
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+        }
+        stop = true;
+        stopSignIns = true;
+        const double elapsed = static_cast<double>(clock.nsecsElapsed()) / 1e9;
+        const qint64 done = answered;
+        const qint64 signInsDone = signIns;
+        out() << "servers:     " << std::max<std::size_t>(servers.size(), 1) << " on " << base
+              << ", database "
+              << (parser.value(databaseOption).isEmpty() ? u"sqlite"_s : database.section(u'@', -1))
+              << '\n'
+              << "GetId:       " << getIdClients << " clients, " << done << " in "
+              << QString::number(elapsed, 'f', 1)
+              << " s = " << QString::number(static_cast<double>(done) / elapsed, 'f', 0) << "/s, "
+              << failed << " failed" << Qt::endl;
+        if (signInClients > 0) {
+            out() << "GetProfile:  " << signInClients << " clients, " << signInsDone << " = "
+                  << QString::number(static_cast<double>(signInsDone) / elapsed, 'f', 1) << "/s, "
+                  << signInErrors << " failed" << Qt::endl;
+        }
+        QElapsedTimer drain;
+        drain.start();
+        while (answered + failed + signIns + signInErrors <
+                   done + signInsDone + getIdClients + signInClients &&
+               drain.elapsed() < kDrainMs) {
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+        }
+        for (auto& server : servers) {
+            server->terminate();
+            server->waitForFinished(5'000);
+        }
+        return failed == 0 ? 0 : 1;
     }
 
     const qint64 total = qint64{rate} * seconds;
@@ -228,8 +320,8 @@ int main(int argc, char* argv[]) {
     if (signInClients > 0) {
         out() << "sign-ins:    " << signInClients << " clients, " << signInsDone << " in "
               << QString::number(signInSeconds, 'f', 1) << " s = "
-              << QString::number(static_cast<double>(signInsDone) / signInSeconds, 'f', 1)
-              << "/s, " << signInErrors << " failed" << Qt::endl;
+              << QString::number(static_cast<double>(signInsDone) / signInSeconds, 'f', 1) << "/s, "
+              << signInErrors << " failed" << Qt::endl;
     }
     // Let the last sign-ins come back before the managers go.
     QElapsedTimer drain;
@@ -238,11 +330,11 @@ int main(int argc, char* argv[]) {
         QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
     }
 
-    if (server.state() != QProcess::NotRunning) {
-        server.terminate();
-        if (!server.waitForFinished(5'000)) {
-            server.kill();
-            server.waitForFinished();
+    for (auto& server : servers) {
+        server->terminate();
+        if (!server->waitForFinished(5'000)) {
+            server->kill();
+            server->waitForFinished();
         }
     }
     return errors + unanswered == 0 ? 0 : 1;

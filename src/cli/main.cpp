@@ -2,6 +2,7 @@
 #include <QLoggingCategory>
 #include <cstdio>
 
+#include "CliConsole.h"
 #include "NivoCli.h"
 #include "storage/CachingSecretStore.h"
 #include "storage/QKKeychain.h"

@@ -83,7 +83,10 @@ std::variant<AccountStore::Account, AccountService::Answer> AccountService::auth
             u"try again in %2 seconds."_s.arg(loginName)
                 .arg(wait));
     }
-    auto account = m_store.find(loginName);
+    auto [account, failed] = m_store.find(loginName);
+    if (failed) {
+        return serviceNotAvailable();
+    }
     if (!account || account->disabled) {
         return text(notRegistered(loginName));
     }
@@ -110,7 +113,10 @@ AccountService::Answer AccountService::getProfile(const Form& form, const QHostA
 
 AccountService::Answer AccountService::getId(const Form& form) {
     const QString wanted = form.value(u"logInNameToRetrieve"_s).trimmed().toLower();
-    const auto account = m_store.find(wanted);
+    const auto [account, failed] = m_store.find(wanted);
+    if (failed) {
+        return serviceNotAvailable();
+    }
     if (!account || account->disabled) {
         return text(notRegistered(wanted));
     }
@@ -137,7 +143,11 @@ AccountService::Answer AccountService::createProfile(const Form& form, const QHo
             u"Service not available: too many sign-ups from your address, try again "
             u"later."_s);
     }
-    if (m_store.exists(name)) {
+    const auto taken = m_store.exists(name);
+    if (!taken) {
+        return serviceNotAvailable();
+    }
+    if (*taken) {
         return text(notAvailable(name));
     }
     const auto number = m_store.nextCertificateNumber();
@@ -156,7 +166,8 @@ AccountService::Answer AccountService::createProfile(const Form& form, const QHo
     account.certificate = issued->certificate;
     if (!m_store.insert(account)) {
         // Another request took the name in between, or the store failed.
-        return m_store.exists(name) ? text(notAvailable(name)) : serviceNotAvailable();
+        return m_store.exists(name).value_or(false) ? text(notAvailable(name))
+                                                    : serviceNotAvailable();
     }
     return text(u"Profile created for %1."_s.arg(name));
 }
@@ -184,7 +195,14 @@ AccountService::Answer AccountService::changePassword(const Form& form,
 
 AccountService::Answer AccountService::checkLoginName(const Form& form) {
     const QString name = form.value(u"logInName"_s).toLower();
-    if (!NivoGXUtil::IsValidAccount(name) || m_store.exists(name)) {
+    if (!NivoGXUtil::IsValidAccount(name)) {
+        return text(notAvailable(name));
+    }
+    const auto taken = m_store.exists(name);
+    if (!taken) {
+        return serviceNotAvailable();
+    }
+    if (*taken) {
         return text(notAvailable(name));
     }
     return text(u"The login name %1 can be registered."_s.arg(name));

@@ -34,6 +34,8 @@ struct ThreadConnections {
     // A statement failed on this thread: its PostgreSQL connection may be gone.
     bool failed = false;
     QString lastError;
+    // Statements kept prepared, by connection and text (see Kept).
+    QHash<QString, QHash<QString, QSqlQuery*>> kept;
 
     ThreadConnections() = default;
     ThreadConnections(const ThreadConnections&) = delete;
@@ -49,7 +51,9 @@ struct ThreadConnections {
             close(name);
         }
     }
-    static void close(const QString& name) {
+    void forget(const QString& name) { qDeleteAll(kept.take(name)); }
+    void close(const QString& name) {
+        forget(name);
         QSqlDatabase::database(name, false).close();
         QSqlDatabase::removeDatabase(name);
     }
@@ -116,6 +120,56 @@ const Table kCopiedTables[] = {
 };
 
 }  // namespace
+
+// A statement run with its values, prepared once per thread and connection and kept: PostgreSQL
+// prepares on the server, so preparing and dropping it each time would take two more round
+// trips. Its rows are let go when it goes out of scope.
+class AccountStore::Kept {
+public:
+    template <typename... Values>
+    Kept(const QSqlDatabase& db, const QString& sql, const Values&... values) {
+        if (!db.isOpen()) {
+            return;
+        }
+        auto& connections = threadConnections();
+        auto& kept = connections.kept[db.connectionName()];
+        QSqlQuery* query = kept.value(sql);
+        if (query == nullptr) {
+            query = new QSqlQuery(db);
+            if (!query->prepare(sql)) {
+                connections.failed = true;
+                connections.lastError = query->lastError().text();
+                delete query;
+                return;
+            }
+            kept.insert(sql, query);
+        }
+        int at = 0;
+        (query->bindValue(at++, QVariant::fromValue(values)), ...);
+        if (!query->exec()) {
+            connections.failed = true;
+            connections.lastError = query->lastError().text();
+            return;
+        }
+        m_query = query;
+    }
+    ~Kept() {
+        if (m_query != nullptr) {
+            m_query->finish();
+        }
+    }
+    Kept(const Kept&) = delete;
+    Kept& operator=(const Kept&) = delete;
+
+    // False when the statement could not run.
+    [[nodiscard]] bool ran() const { return m_query != nullptr; }
+    // The next row, if the statement ran and has one.
+    bool next() { return m_query != nullptr && m_query->next(); }
+    [[nodiscard]] QVariant value(int column) const { return m_query->value(column); }
+
+private:
+    QSqlQuery* m_query = nullptr;
+};
 
 QString AccountStore::Location::display() const {
     if (engine == Engine::Sqlite) {
@@ -195,7 +249,7 @@ AccountStore::AccountStore(const QString& url, const QString& password)
 AccountStore::~AccountStore() {
     auto& connections = threadConnections();
     if (const QString name = connections.names.take(m_id); !name.isEmpty()) {
-        ThreadConnections::close(name);
+        connections.close(name);
     }
 }
 
@@ -208,6 +262,7 @@ QSqlDatabase AccountStore::connection() {
         if (connections.failed && m_location.engine == Engine::Postgres && db.isOpen()) {
             connections.failed = false;
             if (!QSqlQuery(db).exec(u"SELECT 1"_s)) {
+                connections.forget(*known);
                 db.close();
                 db.open();
             }
@@ -384,37 +439,50 @@ bool AccountStore::insert(const Account& account) {
                    account.certificate);
 }
 
-std::optional<AccountStore::Account> AccountStore::find(const QString& loginName) {
-    QSqlDatabase db = connection();
-    QSqlQuery row(db);
-    if (!db.isOpen() ||
-        !run(row,
-             u"SELECT LoginName, FirstName, LastName, Email, PasswordSalt, PasswordHash, "
-             "PasswordIterations, Pfx, Cer, Disabled FROM ACCOUNT WHERE LoginName = ?"_s,
-             loginName.toLower()) ||
-        !row.next()) {
-        return std::nullopt;
+template <typename Read, typename... Values>
+auto AccountStore::lookUp(const QString& sql, Read read, const Values&... values)
+    -> std::optional<decltype(read(std::declval<Kept&>()))> {
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        Kept row(connection(), sql, values...);  // connection() makes a dropped one anew
+        if (row.ran()) {
+            return read(row);
+        }
     }
-    Account account;
-    account.loginName = row.value(0).toString();
-    account.firstName = row.value(1).toString();
-    account.lastName = row.value(2).toString();
-    account.email = row.value(3).toString();
-    account.password.salt = row.value(4).toByteArray();
-    account.password.hash = row.value(5).toByteArray();
-    account.password.iterations = row.value(6).toInt();
-    account.pfx = row.value(7).toByteArray();
-    account.certificate = row.value(8).toByteArray();
-    account.disabled = row.value(9).toInt() != 0;
-    return account;
+    return std::nullopt;
 }
 
-bool AccountStore::exists(const QString& loginName) {
-    QSqlDatabase db = connection();
-    QSqlQuery row(db);
-    return db.isOpen() &&
-           run(row, u"SELECT 1 FROM ACCOUNT WHERE LoginName = ?"_s, loginName.toLower()) &&
-           row.next();
+AccountStore::Found AccountStore::find(const QString& loginName) {
+    auto found = lookUp(
+        u"SELECT LoginName, FirstName, LastName, Email, PasswordSalt, PasswordHash, "
+        "PasswordIterations, Pfx, Cer, Disabled FROM ACCOUNT WHERE LoginName = ?"_s,
+        [](Kept& row) -> std::optional<Account> {
+            if (!row.next()) {
+                return std::nullopt;
+            }
+            Account account;
+            account.loginName = row.value(0).toString();
+            account.firstName = row.value(1).toString();
+            account.lastName = row.value(2).toString();
+            account.email = row.value(3).toString();
+            account.password.salt = row.value(4).toByteArray();
+            account.password.hash = row.value(5).toByteArray();
+            account.password.iterations = row.value(6).toInt();
+            account.pfx = row.value(7).toByteArray();
+            account.certificate = row.value(8).toByteArray();
+            account.disabled = row.value(9).toInt() != 0;
+            return account;
+        },
+        loginName.toLower());
+    if (!found) {
+        return {std::nullopt, true};
+    }
+    return {*std::move(found), false};
+}
+
+std::optional<bool> AccountStore::exists(const QString& loginName) {
+    return lookUp(
+        u"SELECT 1 FROM ACCOUNT WHERE LoginName = ?"_s, [](Kept& row) { return row.next(); },
+        loginName.toLower());
 }
 
 bool AccountStore::updateCredentials(const QString& loginName,
@@ -474,33 +542,32 @@ bool AccountStore::remove(const QString& loginName) {
 
 std::optional<AccountStore::PairRecord> AccountStore::pairRecord(const QString& account,
                                                                  const QString& client) {
-    QSqlDatabase db = connection();
-    QSqlQuery row(db);
-    if (!db.isOpen() ||
-        !run(row,
-             u"SELECT Failures, LastFailure, LockedUntil FROM THROTTLE_PAIR "
-             "WHERE Account = ? AND Client = ?"_s,
-             account, client) ||
-        !row.next()) {
-        return std::nullopt;
-    }
-    return PairRecord{row.value(0).toLongLong(), row.value(1).toLongLong(),
-                      row.value(2).toLongLong()};
+    auto found = lookUp(
+        u"SELECT Failures, LastFailure, LockedUntil FROM THROTTLE_PAIR "
+        "WHERE Account = ? AND Client = ?"_s,
+        [](Kept& row) -> std::optional<PairRecord> {
+            if (!row.next()) {
+                return std::nullopt;
+            }
+            return PairRecord{row.value(0).toLongLong(), row.value(1).toLongLong(),
+                              row.value(2).toLongLong()};
+        },
+        account, client);
+    return found ? *found : std::nullopt;
 }
 
 std::optional<AccountStore::AccountRecord> AccountStore::accountRecord(const QString& account) {
-    QSqlDatabase db = connection();
-    QSqlQuery row(db);
-    if (!db.isOpen() ||
-        !run(row,
-             u"SELECT Failures, NextCheck, LastFailure FROM THROTTLE_ACCOUNT "
-             "WHERE Account = ?"_s,
-             account) ||
-        !row.next()) {
-        return std::nullopt;
-    }
-    return AccountRecord{row.value(0).toLongLong(), row.value(1).toLongLong(),
-                         row.value(2).toLongLong()};
+    auto found = lookUp(
+        u"SELECT Failures, NextCheck, LastFailure FROM THROTTLE_ACCOUNT WHERE Account = ?"_s,
+        [](Kept& row) -> std::optional<AccountRecord> {
+            if (!row.next()) {
+                return std::nullopt;
+            }
+            return AccountRecord{row.value(0).toLongLong(), row.value(1).toLongLong(),
+                                 row.value(2).toLongLong()};
+        },
+        account);
+    return found ? *found : std::nullopt;
 }
 
 // Each change: the row is made if missing (so that there is a row to lock), read with a lock,

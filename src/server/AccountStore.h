@@ -5,6 +5,7 @@
 #include <QStringList>
 #include <functional>
 #include <optional>
+#include <utility>
 
 #include "server/AccountAuthority.h"
 
@@ -81,8 +82,15 @@ public:
     [[nodiscard]] bool isHealthy();
     // False when the name is taken or the write failed.
     [[nodiscard]] bool insert(const Account& account);
-    [[nodiscard]] std::optional<Account> find(const QString& loginName);
-    [[nodiscard]] bool exists(const QString& loginName);
+    // A look-up's answer: the account, none, or a database that failed (after one more try on a
+    // new connection, since the first statement after PostgreSQL dropped one fails).
+    struct Found {
+        std::optional<Account> account;
+        bool failed = false;
+    };
+    [[nodiscard]] Found find(const QString& loginName);
+    // Empty when the database failed.
+    [[nodiscard]] std::optional<bool> exists(const QString& loginName);
     [[nodiscard]] bool updateCredentials(const QString& loginName,
                                          const AccountAuthority::PasswordHash& password,
                                          const QByteArray& pfx);
@@ -144,6 +152,12 @@ public:
 private:
     // This thread's open connection to the database (invalid when it cannot be opened).
     QSqlDatabase connection();
+    class Kept;  // a statement kept prepared on this thread's connection
+    // Runs a kept look-up and hands its statement to `read`; once more on a connection made anew
+    // when it could not run; empty when it failed twice.
+    template <typename Read, typename... Values>
+    auto lookUp(const QString& sql, Read read, const Values&... values)
+        -> std::optional<decltype(read(std::declval<Kept&>()))>;
     [[nodiscard]] QString migrate(QSqlDatabase& db);
     // Runs `work` in a transaction that holds off other writers of the rows it locks; false, and
     // rolled back, when work or the commit fails.

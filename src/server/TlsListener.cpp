@@ -125,7 +125,12 @@ void TlsListener::readProxyLine(qintptr descriptor) {
     deadline->setSingleShot(true);
     const auto line = std::make_shared<QByteArray>();
     // Ends the wait: admits the connection for the client named, or closes it.
-    const auto end = [this, notifier, fd](std::optional<QHostAddress> client) {
+    // Once only: the deadline may be due while the notifier waits for its deletion.
+    const auto end = [this, notifier, deadline, fd](std::optional<QHostAddress> client) {
+        if (!notifier->isEnabled()) {
+            return;
+        }
+        deadline->stop();
         notifier->setEnabled(false);
         notifier->deleteLater();
         --m_readingProxyLines;
@@ -136,7 +141,7 @@ void TlsListener::readProxyLine(qintptr descriptor) {
         }
     };
     connect(deadline, &QTimer::timeout, notifier, [end] { end(std::nullopt); });
-    connect(notifier, &QSocketNotifier::activated, this, [end, line, fd] {
+    connect(notifier, &QSocketNotifier::activated, notifier, [end, line, fd] {
         // Looked at first and taken only up to the line's end: what follows is the TLS
         // handshake, for the socket made next.
         char bytes[kMaxProxyLine];

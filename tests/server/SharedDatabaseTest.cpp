@@ -45,6 +45,23 @@ QByteArray signIn(const QString& url, const QByteArray& name, const QByteArray& 
         nullptr, from);
 }
 
+// Runs a statement on the test's database, as its owner.
+bool sql(const QString& database, const QString& statement) {
+    bool done = false;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(u"QPSQL"_s, u"test"_s);
+        const QUrl url(database);
+        db.setHostName(url.host());
+        db.setPort(url.port());
+        db.setDatabaseName(url.path().mid(1));
+        db.setUserName(url.userName());
+        db.setPassword(QLatin1StringView(PostgresCluster::kPassword));
+        done = db.open() && QSqlQuery(db).exec(statement);
+    }
+    QSqlDatabase::removeDatabase(u"test"_s);
+    return done;
+}
+
 // Wrong passwords for `name`, taking turns between the servers and waiting out each lock, until
 // the address is locked out for 8 seconds: long enough for a check on a slow machine.
 bool guessUntilLockedOut(const QStringList& urls, const QByteArray& name,
@@ -158,6 +175,28 @@ TEST_F(SharedDatabaseTest, AccountsAndWrongPasswordsCountInEveryProcess) {
         const QByteArray answer = signIn(server->url, "ann", "password1");
         EXPECT_TRUE(answer.contains("too many wrong passwords")) << answer.left(200).toStdString();
     }
+
+    // The database drops every connection: the next request is served on a new one.
+    ASSERT_TRUE(sql(database,
+                    u"SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE "
+                    "datname = current_database() AND pid <> pg_backend_pid()"_s));
+    for (ServerProcess* server : {one, two}) {
+        const QByteArray lookUp = post("/nivo/GetId.aspx", "logInNameToRetrieve=ann");
+        EXPECT_TRUE(exchange(server->url, lookUp).contains("\"Pfx\":["));
+    }
+
+    // With the database out of reach, a look-up fails as a service failure, not as a name that
+    // is not registered.
+    const QString name = QUrl(database).path().mid(1);
+    QString admin = database;
+    admin.replace(u'/' + name, u"/postgres"_s);
+    ASSERT_TRUE(sql(admin, u"ALTER DATABASE \"%1\" ALLOW_CONNECTIONS false"_s.arg(name)));
+    ASSERT_TRUE(sql(admin,
+                    u"SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE "
+                    "datname = '%1'"_s.arg(name)));
+    const QByteArray answer =
+        exchange(one->url, post("/nivo/GetId.aspx", "logInNameToRetrieve=ann"));
+    EXPECT_TRUE(answer.contains("Service not available")) << answer.left(200).toStdString();
 }
 
 TEST_F(SharedDatabaseTest, ConcurrentSignUpsGetDistinctSerialsAndOneWinnerPerName) {
@@ -195,7 +234,7 @@ TEST_F(SharedDatabaseTest, ConcurrentSignUpsGetDistinctSerialsAndOneWinnerPerNam
     ASSERT_EQ(accounts.size(), kDistinct + 1);
     QSet<QByteArray> serials;
     for (const auto& listed : accounts) {
-        const auto account = store.find(listed.loginName);
+        const auto account = store.find(listed.loginName).account;
         ASSERT_TRUE(account.has_value());
         serials.insert(QSslCertificate(account->certificate, QSsl::Der).serialNumber());
     }
@@ -220,17 +259,7 @@ TEST_F(SharedDatabaseTest, ProcessesShareAPortAndOlderOnesRefuseANewerDatabase) 
 
     AccountStore store(database, QLatin1StringView(PostgresCluster::kPassword));
     ASSERT_TRUE(store.open());
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase(u"QPSQL"_s, u"newer"_s);
-        const QUrl url(database);
-        db.setHostName(url.host());
-        db.setPort(url.port());
-        db.setDatabaseName(url.path().mid(1));
-        db.setUserName(url.userName());
-        db.setPassword(QLatin1StringView(PostgresCluster::kPassword));
-        ASSERT_TRUE(db.open() && QSqlQuery(db).exec(u"UPDATE SCHEMA_VERSION SET Version = 99"_s));
-    }
-    QSqlDatabase::removeDatabase(u"newer"_s);
+    ASSERT_TRUE(sql(database, u"UPDATE SCHEMA_VERSION SET Version = 99"_s));
     ServerProcess* older = start();
     EXPECT_EQ(older, nullptr);
     ASSERT_TRUE(servers.back()->process.state() == QProcess::NotRunning ||

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "CliCommand.h"
+
+// inspect: shows the layers, algorithms and recipients of a protected file without opening it.
+class InspectCommand : public CliCommand {
+public:
+    explicit InspectCommand(CliMessages& messages);
+
+protected:
+    [[nodiscard]] int run() override;
+
+private:
+    const QCommandLineOption m_json = jsonOption();
+};
