@@ -61,8 +61,9 @@ void contactFiles(const QString& keys, const QString& corpus) {
     NivoProfile profile = FuzzSupport::fixedUser().profile;
     (void)db.addNivoProfile(profile);
     writeSeed(corpus + u"/contact_backup/profile.vts"_s, FuzzSupport::readFile(path));
-    db.removeNivoProfile();
-    writeSeed(corpus + u"/contact_backup/contacts.cbkm"_s, FuzzSupport::readFile(path));
+    if (db.removeNivoProfile()) {
+        writeSeed(corpus + u"/contact_backup/contacts.cbkm"_s, FuzzSupport::readFile(path));
+    }
 }
 
 }  // namespace

@@ -148,6 +148,10 @@ TEST_F(CliTest, FilesGoOnlyToTheirRecipientsAndNameTheSender) {
     EXPECT_TRUE(run.out.endsWith(u" | alice | Success\n"_s)) << run.out.toStdString();
     ASSERT_EQ(bob.cli({u"log"_s, u"export"_s, u"activity"_s}, m_url).exitCode, 0);
     EXPECT_TRUE(QFileInfo::exists(bob.files() + u"/activity.log"_s));
+    run = bob.cli({u"log"_s, u"export"_s, u"activity.log/x"_s}, m_url);  // under a file
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.err.contains(u"Unable to export Log file. The folder "_s))
+        << run.err.toStdString();
     ASSERT_EQ(bob.cli({u"log"_s, u"clear"_s}, m_url).exitCode, 0);
     EXPECT_EQ(bob.cli({u"log"_s}, m_url).out, QString());
 

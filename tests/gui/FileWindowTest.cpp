@@ -1,6 +1,7 @@
 // The main window's file list driven like a user would: files added, encrypted for a contact
 // found at the real account server, decrypted by that contact; the questions of the buttons, the
-// delete keys during a run, and the window of the file being processed.
+// delete keys during a run, and the window of the file being processed. The list's own rules
+// (order, statuses, what a run logs) are FileListModelTest's; here the controls must reach them.
 #include <QAction>
 #include <QDir>
 #include <QDropEvent>
@@ -46,20 +47,12 @@ protected:
     static void signIn(const QString& name) {
         const NivoProfile profile = SignIn::requestProfile(name, QStringLiteral("pw"));
         ASSERT_TRUE(profile.isUsable()) << profile.StatusText.toStdString();
-        SignIn::keep(name, QStringLiteral("pw"), profile);
+        ASSERT_FALSE(SignIn::keep(name, QStringLiteral("pw"), profile));
     }
 
     void openWindow() {
         window = std::make_unique<FileController>(hub, prompter);
         window->show();
-    }
-
-    void clickToolBar(const char* action) const {
-        auto* item = window->findChild<QAction*>(QString::fromLatin1(action));
-        ASSERT_NE(item, nullptr) << action;
-        QWidget* button = window->findChild<QToolBar*>()->widgetForAction(item);
-        ASSERT_NE(button, nullptr) << action;
-        QTest::mouseClick(button, Qt::LeftButton);
     }
 
     [[nodiscard]] QString folder(const QString& name) const {
@@ -83,16 +76,6 @@ protected:
     }
 
     [[nodiscard]] bool idle() const { return !window->model().isProcessing(); }
-
-    // The log's lines without their date and time: "Encrypt | /path | bob,alice | Success".
-    [[nodiscard]] static QStringList loggedEvents() {
-        QStringList events;
-        for (const QString& line :
-             QString::fromUtf8(fileBytes(NivoGXUtil::logPath())).split(u'\n', Qt::SkipEmptyParts)) {
-            events.append(line.section(QStringLiteral(" | "), 2));
-        }
-        return events;
-    }
 
     void pressKey(Qt::Key key, int row) const {
         CustomFileTableView* table = window->fileTableView();
@@ -131,18 +114,16 @@ TEST_F(FileWindowTest, FilesEncryptedForAContactOpenForThatContact) {
     const QString c = writeFile(QStringLiteral("c.txt"), "third");
     const QString a = writeFile(QStringLiteral("a.txt"), "first");
     const QString b = writeFile(QStringLiteral("B.txt"), "second");
-    const QString gone = writeFile(QStringLiteral("d.txt"), "fourth");
-    prompter.answerOpen({c, a, b, gone});
-    clickToolBar("addFilesAction");
+    prompter.answerOpen({c, a, b});
+    clickToolBar(window.get(), "addFilesAction");
     ASSERT_EQ(prompter.count(), 1);
     EXPECT_EQ(prompter.last().message, QStringLiteral("Select files for encryption/decryption"));
     EXPECT_TRUE(prompter.last().openPanel.multipleSelection);
     EXPECT_FALSE(prompter.last().openPanel.chooseFolders);
-    EXPECT_EQ(window->fileList(), (QStringList{a, b, c, gone})) << "sorted by name, any case";
+    EXPECT_EQ(window->model().rowCount(), 3);
     EXPECT_EQ(NivoGXUtil::getLastInputFolder(), folder(QStringLiteral("in")));
-    QFile::remove(gone);
 
-    clickToolBar("encryptAction");
+    clickToolBar(window.get(), "encryptAction");
     ContactController* chooser = window->contactController();
     ASSERT_NE(chooser, nullptr);
     EXPECT_TRUE(chooser->isVisible());
@@ -171,26 +152,20 @@ TEST_F(FileWindowTest, FilesEncryptedForAContactOpenForThatContact) {
                 !window->contactController()->isVisible());
 
     ASSERT_TRUE(eventually([&] { return idle(); }));
-    EXPECT_EQ(window->fileList(), QStringList{gone});
-    EXPECT_EQ(statuses(), QStringList{QStringLiteral("File no longer exists.")});
-    EXPECT_EQ(QDir(out).entryList(QDir::Files, QDir::Name),
-              (QStringList{QStringLiteral("B.txt.tvf"), QStringLiteral("a.txt.tvf"),
-                           QStringLiteral("c.txt.tvf")}));
-    EXPECT_TRUE(loggedEvents().contains(QStringLiteral("Encrypt | ") + a +
-                                        QStringLiteral(" | bob,alice | Success")))
-        << loggedEvents().join(u'\n').toStdString();
+    EXPECT_EQ(window->model().rowCount(), 0) << statuses().join(u'/').toStdString();
+    EXPECT_EQ(QDir(out).entryList(QDir::Files).size(), 3);
     EXPECT_EQ(prompter.count(), 1);
 
     // The next choice starts from this one.
     window->handleExternalFile(writeFile(QStringLiteral("e.txt"), "fifth"));
-    clickToolBar("encryptAction");
+    clickToolBar(window.get(), "encryptAction");
     ASSERT_NE(window->contactController(), nullptr);
     ASSERT_EQ(window->contactController()->selectedList().size(), 1);
     EXPECT_EQ(window->contactController()->selectedList().constFirst().NivoID,
               QStringLiteral("bob"));
     // Closing the choice leaves the list as it was.
     clickButton(window->contactController(), "cancelButton");
-    EXPECT_EQ(statuses(), (QStringList{QStringLiteral("File no longer exists."), QString()}));
+    EXPECT_EQ(statuses(), QStringList{QString()});
     EXPECT_TRUE(idle());
     EXPECT_EQ(prompter.count(), 1);
     window.reset();
@@ -205,7 +180,7 @@ TEST_F(FileWindowTest, FilesEncryptedForAContactOpenForThatContact) {
     const QString plain = folder(QStringLiteral("plain"));
     prompter.clear();
     prompter.answerOpen({plain});
-    clickToolBar("decryptAction");
+    clickToolBar(window.get(), "decryptAction");
     ASSERT_EQ(prompter.count(), 1);
     EXPECT_EQ(prompter.last().message, QStringLiteral("Select folder to store decrypted file"));
     EXPECT_TRUE(prompter.last().openPanel.chooseFolders);
@@ -214,9 +189,6 @@ TEST_F(FileWindowTest, FilesEncryptedForAContactOpenForThatContact) {
     EXPECT_EQ(NivoGXUtil::getLastOutputDecryptFolder(), plain);
     EXPECT_EQ(fileBytes(QDir(plain).filePath(QStringLiteral("a.txt"))), QByteArrayLiteral("first"));
     EXPECT_EQ(QDir(plain).entryList(QDir::Files).size(), 3);
-    EXPECT_TRUE(loggedEvents().contains(QStringLiteral("Decrypt | ") + protectedFiles.at(0) +
-                                        QStringLiteral(" | alice | Success")))
-        << loggedEvents().join(u'\n').toStdString();
 
     // Each opened file keeps a line under the list: who sent it, checked, and a way to it.
     ResultsPanel* results = window->resultsPanel();
@@ -246,7 +218,7 @@ TEST_F(FileWindowTest, DuringARunTheFileBeingProcessedStaysAndCancelEndsItsTurn)
     const QString z = writeFile(QStringLiteral("z.txt"), "z");
     hub.postHandleExternalFileArray({z, y, x});
 
-    clickToolBar("encryptAction");
+    clickToolBar(window.get(), "encryptAction");
     ASSERT_NE(window->contactController(), nullptr);
     prompter.answerAsk(true);
     prompter.answerOpen({folder(QStringLiteral("out"))});
@@ -277,8 +249,7 @@ TEST_F(FileWindowTest, DuringARunTheFileBeingProcessedStaysAndCancelEndsItsTurn)
     EXPECT_EQ(window->processWindow()->statusText(), QStringLiteral("Encrypting %1 ...").arg(y));
     EXPECT_EQ(window->statusBar()->currentMessage(), QStringLiteral("Encrypting 2 of 2"));
 
-    // Both rows selected: the finished one goes, the one being processed stays, and the run
-    // still knows which row is its own.
+    // Both rows selected: the finished one goes, the one being processed stays.
     CustomFileTableView* table = window->fileTableView();
     table->selectAll();
     QTest::keyClick(table, Qt::Key_Delete);
@@ -287,10 +258,6 @@ TEST_F(FileWindowTest, DuringARunTheFileBeingProcessedStaysAndCancelEndsItsTurn)
     ASSERT_TRUE(eventually([&] { return idle(); }));
     EXPECT_EQ(window->fileList(), QStringList()) << statuses().join(u'/').toStdString();
     EXPECT_TRUE(eventually([&] { return window->processWindow() == nullptr; }));
-    // The cancelled work still ends with a line of its own.
-    ASSERT_TRUE(eventually([&] { return loggedEvents().size() == 3; }));
-    EXPECT_EQ(loggedEvents().constFirst(),
-              QStringLiteral("Encrypt | %1 | alice | Cancelled").arg(x));
 }
 
 TEST_F(FileWindowTest, AFolderKeepsItsLayoutThroughEncryptionAndBack) {
@@ -323,7 +290,7 @@ TEST_F(FileWindowTest, AFolderKeepsItsLayoutThroughEncryptionAndBack) {
     QTest::keySequence(window.get(), QKeySequence(QStringLiteral("Ctrl+Shift+O")));
     EXPECT_EQ(window->model().rowCount(), 3) << window->fileList().join(u' ').toStdString();
 
-    clickToolBar("encryptAction");
+    clickToolBar(window.get(), "encryptAction");
     ASSERT_NE(window->contactController(), nullptr);
     const QString out = folder(QStringLiteral("out"));
     prompter.answerAsk(true);
@@ -341,7 +308,7 @@ TEST_F(FileWindowTest, AFolderKeepsItsLayoutThroughEncryptionAndBack) {
     ASSERT_EQ(window->model().rowCount(), 3);
     const QString plain = folder(QStringLiteral("plain"));
     prompter.answerOpen({plain});
-    clickToolBar("decryptAction");
+    clickToolBar(window.get(), "decryptAction");
     ASSERT_TRUE(eventually([&] { return idle(); }));
     EXPECT_EQ(window->model().rowCount(), 0) << statuses().join(u'/').toStdString();
     for (const QString& name : tree) {
@@ -429,8 +396,8 @@ TEST_F(FileWindowTest, ButtonsWithNothingToDoSayWhyAndOfferToClearTheList) {
     createAccount(QStringLiteral("alice"), QStringLiteral("pw"));
     signIn(QStringLiteral("alice"));
     openWindow();
-    clickToolBar("encryptAction");
-    clickToolBar("decryptAction");
+    clickToolBar(window.get(), "encryptAction");
+    clickToolBar(window.get(), "decryptAction");
     ASSERT_EQ(prompter.count(), 2);
     EXPECT_EQ(prompter.prompts().at(0).kind, Kind::Alert);
     EXPECT_EQ(prompter.prompts().at(0).message, QStringLiteral("No files to encrypt"));
@@ -442,7 +409,7 @@ TEST_F(FileWindowTest, ButtonsWithNothingToDoSayWhyAndOfferToClearTheList) {
     EXPECT_EQ(window->fileList(), QStringList{report});
 
     prompter.clear();
-    clickToolBar("decryptAction");  // answered "No"
+    clickToolBar(window.get(), "decryptAction");  // answered "No"
     ASSERT_EQ(prompter.count(), 1);
     EXPECT_EQ(prompter.last().kind, Kind::Ask);
     EXPECT_EQ(prompter.last().message,
@@ -458,7 +425,7 @@ TEST_F(FileWindowTest, ButtonsWithNothingToDoSayWhyAndOfferToClearTheList) {
     NivoGXUtil::saveSettings(QString(), QString(), QString(), QString(), plain);
     prompter.clear();
     prompter.answerOpen({plain});
-    clickToolBar("decryptAction");
+    clickToolBar(window.get(), "decryptAction");
     ASSERT_EQ(prompter.count(), 1);
     EXPECT_EQ(prompter.last().openPanel.startFolder, plain);
     EXPECT_TRUE(idle());
@@ -466,7 +433,7 @@ TEST_F(FileWindowTest, ButtonsWithNothingToDoSayWhyAndOfferToClearTheList) {
 
     // Every row has its outcome: nothing left to encrypt.
     prompter.answerAsk(true);
-    clickToolBar("encryptAction");
+    clickToolBar(window.get(), "encryptAction");
     EXPECT_EQ(prompter.last().message,
               QStringLiteral("Do you wish to remove all files in the list?"));
     EXPECT_EQ(prompter.last().informativeText, QStringLiteral("No files to encrypt"));

@@ -1,10 +1,12 @@
 #include "GuiTestKit.h"
 
+#include <QAction>
 #include <QDir>
 #include <QLabel>
 #include <QLayout>
 #include <QMessageBox>
 #include <QProgressBar>
+#include <QToolBar>
 
 #include "TestFiles.h"
 #include "TestPki.h"
@@ -37,6 +39,14 @@ void clickButton(QWidget* window, const char* button) {
     auto* push = window->findChild<QPushButton*>(QString::fromLatin1(button));
     ASSERT_NE(push, nullptr) << button;
     QTest::mouseClick(push, Qt::LeftButton);
+}
+
+void clickToolBar(QWidget* window, const char* action) {
+    auto* item = window->findChild<QAction*>(QString::fromLatin1(action));
+    ASSERT_NE(item, nullptr) << action;
+    QWidget* button = window->findChild<QToolBar*>()->widgetForAction(item);
+    ASSERT_NE(button, nullptr) << action;
+    QTest::mouseClick(button, Qt::LeftButton);
 }
 
 QString fieldText(QWidget* window, const char* field) {

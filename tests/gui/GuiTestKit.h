@@ -25,6 +25,8 @@ void PrintTo(const QString& text, std::ostream* os);
 // Replaces what a field holds by typing the text into it.
 void typeInto(QWidget* window, const char* field, const QString& text);
 void clickButton(QWidget* window, const char* button);
+// Clicks the tool bar's button of the window's action of that name.
+void clickToolBar(QWidget* window, const char* action);
 [[nodiscard]] QString fieldText(QWidget* window, const char* field);
 // Whether the window's busy indicator is showing.
 [[nodiscard]] bool busy(QWidget* window);

@@ -125,7 +125,9 @@ int main(int argc, char* argv[]) {
     // Alice's key is real, so that files are opened, or refused, as in a real session.
     const TestPki::Identity alice =
         TestPki::devService().createUser(QStringLiteral("alice"), TestPki::KeyType::Ec);
-    NivoGXUtil::setNivoProfile(TestPki::profileFor(alice, QStringLiteral("alice")));
+    if (!NivoGXUtil::setNivoProfile(TestPki::profileFor(alice, QStringLiteral("alice")))) {
+        return 1;
+    }
     NotificationHub hub;
     ScriptedPrompter prompter;
     AppDelegate application(hub, prompter);

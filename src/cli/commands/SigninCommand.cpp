@@ -34,8 +34,13 @@ int SigninCommand::run() {
             messages().alert(SignIn::signInFailed(), profile.StatusText);
             return Failure;
         }
-        if (const QString skipped = SignIn::keepFromProfileFile(path, loginName, password, profile);
-            !skipped.isEmpty()) {
+        QString skipped;
+        if (const auto alert =
+                SignIn::keepFromProfileFile(path, loginName, password, profile, &skipped)) {
+            messages().alert(alert->message, alert->informativeText);
+            return Failure;
+        }
+        if (!skipped.isEmpty()) {
             messages().say(skipped);
         }
     } else {
@@ -49,7 +54,10 @@ int SigninCommand::run() {
             }
             return Failure;
         }
-        SignIn::keep(loginName, password, profile);
+        if (const auto alert = SignIn::keep(loginName, password, profile)) {
+            messages().alert(alert->message, alert->informativeText);
+            return Failure;
+        }
     }
     out() << u"Signed in as %1."_s.arg(loginName) << Qt::endl;
     return Success;

@@ -16,6 +16,8 @@ const char* const kPasswordRequired = QT_TRANSLATE_NOOP("SignIn", "Password requ
 const char* const kEnterPassword = QT_TRANSLATE_NOOP("SignIn", "Please enter your NIVO password.");
 const char* const kSigningIn = QT_TRANSLATE_NOOP("SignIn", "Signing in...");
 const char* const kSignInFailed = QT_TRANSLATE_NOOP("SignIn", "Sign in Failed");
+const char* const kKeyFilesNotSaved =
+    QT_TRANSLATE_NOOP("SignIn", "Your key files could not be saved. %1");
 const char* const kUnableToConnect =
     QT_TRANSLATE_NOOP("SignIn", "Unable to connect to NIVO Server");
 const char* const kOfferProfileFile =
@@ -72,10 +74,14 @@ bool SignIn::offersProfileFile(const NivoProfile& profile) {
     return NivoProfileAdmin::isUnreachable(profile.StatusText);
 }
 
-void SignIn::keep(const QString& loginName, const QString& password, const NivoProfile& profile) {
+std::optional<AccountAlert> SignIn::keep(const QString& loginName, const QString& password,
+                                         const NivoProfile& profile) {
+    if (QString error; !NivoGXUtil::setNivoProfile(profile, &error)) {
+        return AccountAlert{tr(kSignInFailed), tr(kKeyFilesNotSaved).arg(error)};
+    }
     NivoGXUtil::saveNivoCredentials(loginName, password);
-    NivoGXUtil::setNivoProfile(profile);
     NivoGXUtil::generateUserContactDB(loginName);
+    return std::nullopt;
 }
 
 NivoProfile SignIn::readProfileFile(const QString& path, const QString& loginName,
@@ -86,11 +92,17 @@ NivoProfile SignIn::readProfileFile(const QString& path, const QString& loginNam
         });
 }
 
-QString SignIn::keepFromProfileFile(const QString& path, const QString& loginName,
-                                    const QString& password, const NivoProfile& profile) {
-    keep(loginName, password, profile);
+std::optional<AccountAlert> SignIn::keepFromProfileFile(const QString& path,
+                                                        const QString& loginName,
+                                                        const QString& password,
+                                                        const NivoProfile& profile,
+                                                        QString* notImported) {
+    if (auto alert = keep(loginName, password, profile)) {
+        return alert;
+    }
     QStringList skipped;
     (void)NivoGXUtil::importContacts(path, &skipped);
     (void)NivoGXUtil::importContactMapping(path);
-    return ContactDB::notImportedMessage(skipped);
+    *notImported = ContactDB::notImportedMessage(skipped);
+    return std::nullopt;
 }

@@ -38,18 +38,23 @@ public:
     // The server could not be reached at all, so a profile file may stand in for it. A time-out
     // is not such a case: the server may have been reached.
     [[nodiscard]] static bool offersProfileFile(const NivoProfile& profile);
-    // Keeps a successful sign-in: credentials under the name as typed, the profile's files, and
-    // the user's contact database opened.
-    static void keep(const QString& loginName, const QString& password, const NivoProfile& profile);
+    // Keeps a successful sign-in: the profile's files, credentials under the name as typed, and
+    // the user's contact database opened. When the files cannot be written nothing else is kept
+    // and the alert to show comes back.
+    [[nodiscard]] static std::optional<AccountAlert> keep(const QString& loginName,
+                                                          const QString& password,
+                                                          const NivoProfile& profile);
 
     // Reads and checks the profile kept in a profile file; StatusText says why it was refused.
     [[nodiscard]] static NivoProfile readProfileFile(const QString& path, const QString& loginName,
                                                      const QString& password);
-    // Keeps a sign-in from a profile file, then takes over the contacts and presets the file
-    // carries (failures are not looked at: the sign-in has already succeeded). Returns what to
-    // tell the user about contacts left out because their certificates could not be verified;
-    // "" when none were.
-    [[nodiscard]] static QString keepFromProfileFile(const QString& path, const QString& loginName,
-                                                     const QString& password,
-                                                     const NivoProfile& profile);
+    // Keeps a sign-in from a profile file as keep() does, returning its alert when that failed;
+    // then takes over the contacts and presets the file carries (failures are not looked at: the
+    // sign-in has already succeeded). `notImported` gets what to tell the user about contacts
+    // left out because their certificates could not be verified; "" when none were.
+    [[nodiscard]] static std::optional<AccountAlert> keepFromProfileFile(const QString& path,
+                                                                         const QString& loginName,
+                                                                         const QString& password,
+                                                                         const NivoProfile& profile,
+                                                                         QString* notImported);
 };

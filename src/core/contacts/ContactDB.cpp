@@ -57,6 +57,8 @@ constexpr SqlText kSelectProfiles = "select * from NIVOPROFILE";
 
 constexpr qint64 kFailed = -1;
 
+const QString kProfileNotRemoved = u"Cannot take the profile out of %1: %2"_s;
+
 // The ID column is 32 bits wide in every reader of these files; reading it the same way here
 // keeps row numbers identical to theirs.
 Contact contactFromRow(const SqliteStatement& row) {
@@ -239,18 +241,23 @@ qint64 ContactDB::addNivoProfile(const NivoProfile& profile) const {
         }
     }
     if (userID == kFailed) {
-        db.execute(kInsertProfile, profile.LoginName.toLower(), profile.Pfx);
-        return db.lastInsertRowId();
+        return db.execute(kInsertProfile, profile.LoginName.toLower(), profile.Pfx)
+                   ? db.lastInsertRowId()
+                   : kFailed;
     }
-    db.execute(kUpdateProfile, profile.LoginName.toLower(), profile.Pfx, userID);
-    return userID;
+    return db.execute(kUpdateProfile, profile.LoginName.toLower(), profile.Pfx, userID) ? userID
+                                                                                        : kFailed;
 }
 
-void ContactDB::removeNivoProfile() const {
+bool ContactDB::removeNivoProfile(QString* error) const {
     SqliteDatabase db(m_defaultDBPath, Mode::ReadWriteCreate);
-    if (db.isOpen()) {
-        db.execute(kDeleteProfiles);
+    if (db.isOpen() && db.execute(kDeleteProfiles)) {
+        return true;
     }
+    if (error != nullptr) {
+        *error = kProfileNotRemoved.arg(m_defaultDBPath, db.lastErrorMessage());
+    }
+    return false;
 }
 
 std::optional<NivoProfile> ContactDB::GetNivoProfile() const {
@@ -268,9 +275,9 @@ std::optional<NivoProfile> ContactDB::GetNivoProfile() const {
     return profile;
 }
 
-void ContactDB::exportDB(const QString& path) const {
+bool ContactDB::exportDB(const QString& path, QString* error) const {
     // A failed copy keeps whatever the user had under that name.
-    (void)AtomicFile::copy(m_defaultDBPath, path);
+    return AtomicFile::copy(m_defaultDBPath, path, error);
 }
 
 QString ContactDB::notImportedMessage(const QStringList& skipped) {

@@ -69,15 +69,16 @@ public:
 
     // Writes login name and PKCS#12 into row 1 (or a first row); its UserID, or -1.
     qint64 addNivoProfile(const NivoProfile& profile) const;
-    void removeNivoProfile() const;
+    // Deletes every profile row; false, with the reason in `error` when given, when it could not.
+    [[nodiscard]] bool removeNivoProfile(QString* error = nullptr) const;
     // Login name and PKCS#12 of the last row; none when the table is empty.
     [[nodiscard]] std::optional<NivoProfile> GetNivoProfile() const;
 
     // --- copies of the file ---
 
     // Copies the whole file to `path`, replacing what is there. The copy appears under its name
-    // only once complete; failures are not reported.
-    void exportDB(const QString& path) const;
+    // only once complete; false, with the reason in `error` when given, when it failed.
+    [[nodiscard]] bool exportDB(const QString& path, QString* error = nullptr) const;
     // Adds the acceptable contacts of another database file (never the user's own account) and
     // returns an empty string, or a message for the user. The file is only read. Rows whose
     // values are not of the kinds this program writes are skipped; a file that cannot be read to

@@ -97,13 +97,9 @@ void ActivityLog::viewLog() const {
     }
 }
 
-bool ActivityLog::exportLogFile(const QString& destination) const {
-    if (!QFileInfo::exists(m_path)) {
-        return false;
-    }
-    // A failed copy keeps whatever the user had under that name; it is not reported.
-    (void)AtomicFile::copy(m_path, destination);
-    return true;
+bool ActivityLog::exportLogFile(const QString& destination, QString* error) const {
+    // A failed copy keeps whatever the user had under that name.
+    return QFileInfo::exists(m_path) && AtomicFile::copy(m_path, destination, error);
 }
 
 void ActivityLog::clearLogFile() const {

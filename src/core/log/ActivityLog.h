@@ -26,9 +26,9 @@ public:
     [[nodiscard]] QList<LogEntry> getLogEntries() const;
     // Opens the log in the desktop's default application, when there is one.
     void viewLog() const;
-    // Copies the log to `destination`; false only when there is no log. The copy appears under
-    // its name only once complete.
-    bool exportLogFile(const QString& destination) const;
+    // Copies the log to `destination`, where it appears only once complete. False when there is
+    // no log, or, with the reason in `error` when given, when the copy failed.
+    [[nodiscard]] bool exportLogFile(const QString& destination, QString* error = nullptr) const;
     void clearLogFile() const;
 
     // The line written for an event at `when`, its month abbreviated as the current locale does.

@@ -172,8 +172,10 @@ QString FileListModel::makeSubFolders(const QString& folder, const QString& subF
     QString path = folder;
     for (const QString& level : subFolder.split(u'/', Qt::SkipEmptyParts)) {
         path = QDir(path).filePath(level);
-        if (!QFileInfo(path).isDir() && QDir().mkdir(path)) {
-            QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        if (!QFileInfo(path).isDir()) {
+            // Private from the start; a folder that cannot be made fails the file's write, which
+            // names it.
+            QDir().mkdir(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         }
     }
     return path;

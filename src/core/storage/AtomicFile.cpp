@@ -30,6 +30,7 @@ constexpr int kNameAttempts = 64;
 
 const QString kCannotCreate = u"Cannot create a temporary file for %1: %2"_s;
 const QString kCannotWrite = u"Cannot write %1: %2"_s;
+const QString kCannotRead = u"Cannot read %1: %2"_s;
 const QString kNotOpen = u"%1 is not open for writing"_s;
 const QString kTaken = u"Cannot write %1: every free name was taken"_s;
 const QString kNoSpace = u"Not enough space to write %1."_s;
@@ -383,8 +384,11 @@ bool AtomicFile::open(std::optional<QFileDevice::Permissions> permissions) {
         m_file.setFileName(temporaryPathFor(m_path));
         if (m_file.open(QIODevice::WriteOnly | QIODevice::NewOnly)) {
             m_temporaryPath = m_file.fileName();
-            if (permissions) {
-                (void)m_file.setPermissions(*permissions);
+            if (permissions && !m_file.setPermissions(*permissions)) {
+                // Never write private bytes into a file that others may read.
+                const QString reason = m_file.errorString();
+                discard();
+                return fail(kCannotCreate.arg(m_path, reason));
             }
             return true;
         }
@@ -503,31 +507,47 @@ bool AtomicFile::isTemporaryName(QStringView fileName) {
     return temporaryName().match(fileName.toString()).hasMatch();
 }
 
-bool AtomicFile::write(const QString& path, const QByteArray& data,
+bool AtomicFile::write(const QString& path, const QByteArray& data, QString* error,
                        QFileDevice::Permissions permissions) {
     AtomicFile file(path);
-    if (!file.open(permissions) || file.device()->write(data) != data.size()) {
-        return false;
+    if (file.open(permissions)) {
+        // A failed write leaves its mark on the device, so commit() refuses and says why.
+        file.device()->write(data);
+        if (file.commit()) {
+            return true;
+        }
     }
-    return file.commit();
+    if (error != nullptr) {
+        *error = file.errorString();
+    }
+    return false;
 }
 
-bool AtomicFile::copy(const QString& source, const QString& path,
+bool AtomicFile::copy(const QString& source, const QString& path, QString* error,
                       QFileDevice::Permissions permissions) {
+    const auto failed = [error](const QString& reason) {
+        if (error != nullptr) {
+            *error = reason;
+        }
+        return false;
+    };
     QFile input(source);
     if (!input.open(QIODevice::ReadOnly)) {
-        return false;
+        return failed(kCannotRead.arg(source, input.errorString()));
     }
     AtomicFile output(path);
     if (!output.open(permissions)) {
-        return false;
+        return failed(output.errorString());
     }
     constexpr qint64 kBlockSize = 1 << 16;
     while (!input.atEnd()) {
         const QByteArray block = input.read(kBlockSize);
-        if (block.isEmpty() || output.device()->write(block) != block.size()) {
-            return false;
+        if (block.isEmpty()) {
+            return failed(kCannotRead.arg(source, input.errorString()));
+        }
+        if (output.device()->write(block) != block.size()) {
+            break;  // commit() names the failure
         }
     }
-    return output.commit();
+    return output.commit() || failed(output.errorString());
 }

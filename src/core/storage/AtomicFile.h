@@ -52,12 +52,16 @@ public:
     // errorString() set, when a write failed.
     [[nodiscard]] QString readBackPath();
 
-    // Writes `data` as the whole file.
+    // Writes `data` as the whole file. False, with `path` untouched and the reason in `error`
+    // when given, when the file could not be written.
     [[nodiscard]] static bool write(const QString& path, const QByteArray& data,
+                                    QString* error = nullptr,
                                     QFileDevice::Permissions permissions = OwnerOnly);
     // Copies the file at `source` to `path`, replacing any file there only when the copy is
-    // complete. False, with `path` untouched, when the source cannot be read.
+    // complete. False, with `path` untouched and the reason in `error` when given, when the
+    // source cannot be read or the copy cannot be written.
     [[nodiscard]] static bool copy(const QString& source, const QString& path,
+                                   QString* error = nullptr,
                                    QFileDevice::Permissions permissions = OwnerOnly);
 
     // Whether `fileName` (no folder) has the form of this class's temporary files.

@@ -159,15 +159,20 @@ void NivoGXUtil::setNivoProfile() {
     s.profile = std::move(profile);
 }
 
-void NivoGXUtil::setNivoProfile(const NivoProfile& profile) {
+bool NivoGXUtil::setNivoProfile(const NivoProfile& profile, QString* error) {
     computeUserPaths(profile.LoginName);
     State& s = state();
     QFile::remove(s.pfxPath);
     QFile::remove(s.certificatePath);
-    // Write failures show up at the next launch as an incomplete sign-in.
-    (void)AtomicFile::write(s.certificatePath, profile.Cer);
-    (void)AtomicFile::write(s.pfxPath, profile.Pfx);
+    if (!AtomicFile::write(s.certificatePath, profile.Cer, error) ||
+        !AtomicFile::write(s.pfxPath, profile.Pfx, error)) {
+        // No half of a key pair stays behind to look like a sign-in at the next launch.
+        QFile::remove(s.certificatePath);
+        s.profile.reset();
+        return false;
+    }
     s.profile = profile;
+    return true;
 }
 
 std::optional<NivoProfile> NivoGXUtil::getNivoProfile() {
@@ -290,10 +295,9 @@ void NivoGXUtil::generateUserContactDB(const QString& userName) {
     s.contactDB->initDB(contactDBPath(userName));
 }
 
-void NivoGXUtil::replaceUserContactDB(const QString& userName, const QString& sourcePath) {
-    const QString path = contactDBPath(userName);
-    QFile::remove(path);
-    (void)AtomicFile::copy(sourcePath, path);
+bool NivoGXUtil::replaceUserContactDB(const QString& userName, const QString& sourcePath,
+                                      QString* error) {
+    return AtomicFile::copy(sourcePath, contactDBPath(userName), error);
 }
 
 void NivoGXUtil::deleteUserContactDB(const QString& userName) {
@@ -337,23 +341,19 @@ QString NivoGXUtil::saveContactPreset(const ContactPreset& preset) {
 
 // --- backup and profile files ---
 
-bool NivoGXUtil::exportContacts(const QString& path) {
+bool NivoGXUtil::exportContacts(const QString& path, QString* error) {
     const auto& db = state().contactDB;
     if (!db) {
         return false;
     }
-    db->removeNivoProfile();
-    db->exportDB(path);
-    return true;
+    // A backup is never written while the profile may still be in the database.
+    return db->removeNivoProfile(error) && db->exportDB(path, error);
 }
 
-bool NivoGXUtil::exportNivoProfileDB(const QString& path, const NivoProfile& profile) {
+bool NivoGXUtil::exportNivoProfileDB(const QString& path, const NivoProfile& profile,
+                                     QString* error) {
     const auto& db = state().contactDB;
-    if (!db || db->addNivoProfile(profile) == -1) {
-        return false;
-    }
-    db->exportDB(path);
-    return true;
+    return db && db->addNivoProfile(profile) != -1 && db->exportDB(path, error);
 }
 
 QString NivoGXUtil::importContacts(const QString& path, QStringList* skipped) {
@@ -389,8 +389,8 @@ void NivoGXUtil::viewLog() {
     ActivityLog(logPath()).viewLog();
 }
 
-bool NivoGXUtil::exportLogFile(const QString& destinationPath) {
-    return ActivityLog(logPath()).exportLogFile(destinationPath);
+bool NivoGXUtil::exportLogFile(const QString& destinationPath, QString* error) {
+    return ActivityLog(logPath()).exportLogFile(destinationPath, error);
 }
 
 void NivoGXUtil::clearLogFile() {

@@ -38,8 +38,9 @@ public:
     static bool hasKeyFiles();
     // Loads the current profile from the pfx and certificate files of the stored user name.
     static void setNivoProfile();
-    // Writes a freshly obtained profile's files and makes it current.
-    static void setNivoProfile(const NivoProfile& profile);
+    // Writes a freshly obtained profile's files and makes it current. False, with the reason in
+    // `error` when given and no profile current, when a file could not be written.
+    [[nodiscard]] static bool setNivoProfile(const NivoProfile& profile, QString* error = nullptr);
     [[nodiscard]] static std::optional<NivoProfile> getNivoProfile();
     // Keeps the user name, forgets the password and deletes the user's pfx and certificate; the
     // key files the crypto layer kept open are forgotten too.
@@ -89,7 +90,10 @@ public:
     static void generateUserContactDB(const QString& userName);
     // Puts a copy of `sourcePath` in place of the user's database file; the current database
     // object keeps its path and sees the new file at its next operation.
-    static void replaceUserContactDB(const QString& userName, const QString& sourcePath);
+    // False, with the reason in `error` when given and the old file kept, when the copy failed.
+    [[nodiscard]] static bool replaceUserContactDB(const QString& userName,
+                                                   const QString& sourcePath,
+                                                   QString* error = nullptr);
     static void deleteUserContactDB(const QString& userName);
     // The user's database file, inside the contacts folder.
     [[nodiscard]] static QString contactDBPath(const QString& userName);
@@ -112,11 +116,14 @@ public:
     // --- backup and profile files ---
 
     // Writes a contact backup: the profile row is first taken out of the live database so that
-    // no PKCS#12 ever leaves in a backup. False when nobody is signed in.
-    [[nodiscard]] static bool exportContacts(const QString& path);
+    // no PKCS#12 ever leaves in a backup. False when nobody is signed in, or, with the reason in
+    // `error` when given, when the copy failed.
+    [[nodiscard]] static bool exportContacts(const QString& path, QString* error = nullptr);
     // Writes the profile into the live database, then copies the database to `path`. False when
-    // nobody is signed in or the profile could not be written.
-    [[nodiscard]] static bool exportNivoProfileDB(const QString& path, const NivoProfile& profile);
+    // nobody is signed in or the profile could not be written, or, with the reason in `error`
+    // when given, when the copy failed.
+    [[nodiscard]] static bool exportNivoProfileDB(const QString& path, const NivoProfile& profile,
+                                                  QString* error = nullptr);
     // Empty on success, otherwise the message to show. Rows left out because their certificates
     // could not be verified go to `skipped` (see ContactDB::importContactDB); the others count
     // as a success.
@@ -130,7 +137,9 @@ public:
                            const QStringList& recipients, const QString& status);
     [[nodiscard]] static QList<LogEntry> getLogEntries();
     static void viewLog();
-    [[nodiscard]] static bool exportLogFile(const QString& destinationPath);
+    // False when there is no log, or, with the reason in `error` when given, when the copy failed.
+    [[nodiscard]] static bool exportLogFile(const QString& destinationPath,
+                                            QString* error = nullptr);
     static void clearLogFile();
 
     // Forgets every process-wide value; for tests that run several sessions in one process.

@@ -4,7 +4,8 @@
 #include <QString>
 
 // Writing the user's exports to a chosen path, for every front end: the path gets the file
-// type's extension unless it already has it, and a refusal comes back as the text to show.
+// type's extension unless it already has it, and a refusal or a failed copy comes back as the
+// text to show, the latter naming the file and the system's reason.
 class UserDataExport {
     Q_DECLARE_TR_FUNCTIONS(UserDataExport)
 

@@ -169,7 +169,11 @@ void LoginController::loginFinished(const QString& loginName, const QString& pas
     stopProgress();
     m_isProcessing = false;
     if (SignIn::succeeded(profile)) {
-        SignIn::keep(loginName, password, profile);
+        if (const auto alert = SignIn::keep(loginName, password, profile)) {
+            m_labelStatus->setText(SignIn::signInFailed());
+            m_prompter.alert(this, alert->message, alert->informativeText);
+            return;
+        }
         finishSignIn();
         return;
     }
@@ -204,8 +208,14 @@ void LoginController::loginProcessUsingFile(const QString& loginName, const QStr
         m_prompter.alert(this, SignIn::signInFailed(), profile.StatusText);
         return;
     }
-    if (const QString skipped = SignIn::keepFromProfileFile(path, loginName, password, profile);
-        !skipped.isEmpty()) {
+    QString skipped;
+    if (const auto alert =
+            SignIn::keepFromProfileFile(path, loginName, password, profile, &skipped)) {
+        m_labelStatus->setText(SignIn::signInFailed());
+        m_prompter.alert(this, alert->message, alert->informativeText);
+        return;
+    }
+    if (!skipped.isEmpty()) {
         m_prompter.alert(this, skipped, QString());
     }
     finishSignIn();

@@ -102,7 +102,7 @@ TEST_F(ContactDBTest, PresetsMatchNamesInAnyCaseAndTheirMembersAreReplacedInOrde
 
 TEST_F(ContactDBTest, NamelessPresetsOfAnImportedFileBecomeOnePreset) {
     const QString file = dir.filePath(QStringLiteral("nameless.cbkm"));
-    db.exportDB(file);
+    ASSERT_TRUE(db.exportDB(file));
     ASSERT_TRUE(sqliteExec(file, QStringLiteral("insert into PRESET (Name) values (NULL), (NULL)")));
 
     db.importContactMappingDB(file);
@@ -130,7 +130,7 @@ TEST_F(ContactDBTest, TheProfileRowIsRewrittenInPlaceAndRemovedWhole) {
     EXPECT_EQ(sqliteShell(path(), QStringLiteral("select * from NIVOPROFILE")),
               QStringList{QStringLiteral("1|alice|PFX 2")});
     EXPECT_EQ(db.GetNivoProfile()->Pfx, QByteArray("PFX 2"));
-    db.removeNivoProfile();
+    ASSERT_TRUE(db.removeNivoProfile());
     EXPECT_FALSE(db.GetNivoProfile().has_value());
 }
 
@@ -140,7 +140,7 @@ TEST_F(ContactDBTest, AProfileFileIsAcceptedOnlyForItsUserAndPasswordAndItsLastR
         return ContactDB::importProfileDB(file, user, password, certificateFromPfx);
     };
     db.addNivoProfile(profile(QStringLiteral("Alice"), "PFX"));
-    db.exportDB(file);
+    ASSERT_TRUE(db.exportDB(file));
     const NivoProfile ok = import(QStringLiteral("ALICE"), QStringLiteral("secret"));
     EXPECT_EQ(ok.StatusText, QStringLiteral(""));
     EXPECT_EQ(ok.LoginName, QStringLiteral("alice"));
@@ -203,7 +203,7 @@ TEST_F(ContactDBTest, ImportingAFileInWalModeWritesNothingNextToIt) {
                           TestPki::serviceCertificate(QStringLiteral("bob"))));
     QDir(dir.path()).mkdir(QStringLiteral("chosen"));
     const QString file = dir.filePath(QStringLiteral("chosen/wal.cbkm"));
-    db.exportDB(file);
+    ASSERT_TRUE(db.exportDB(file));
     ASSERT_TRUE(sqliteExec(file, QStringLiteral("PRAGMA journal_mode=WAL;")));
     const QByteArray bytes = fileBytes(file);
 
@@ -231,7 +231,8 @@ TEST_F(ContactDBTest, AnUnusableDatabaseGivesFailureValuesAndCreatesNothing) {
     EXPECT_EQ(broken.addPreset(QStringLiteral("p")), -1);
     EXPECT_EQ(broken.saveContactPreset({QStringLiteral("p"), {1}}), QStringLiteral(""));
     EXPECT_EQ(broken.addNivoProfile(profile(QStringLiteral("x"), "P")), -1);
-    broken.exportDB(dir.filePath(QStringLiteral("copy.cbkm")));
+    EXPECT_FALSE(broken.removeNivoProfile());
+    EXPECT_FALSE(broken.exportDB(dir.filePath(QStringLiteral("copy.cbkm"))));
     EXPECT_FALSE(QFile::exists(dir.filePath(QStringLiteral("copy.cbkm"))));
     EXPECT_FALSE(QFileInfo::exists(dir.filePath(QStringLiteral("gone"))));
 }

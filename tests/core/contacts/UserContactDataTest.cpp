@@ -14,7 +14,9 @@
 #include "UserSandbox.h"
 #include "contacts/ContactDB.h"
 #include "contacts/RecipientChoice.h"
+#include "sqlite/SqliteDatabase.h"
 #include "storage/NivoGXUtil.h"
+#include "storage/UserDataExport.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -59,7 +61,7 @@ TEST_F(UserContactDataTest, TheUsersDatabaseFileCanBeReplacedAndDeleted) {
     NivoGXUtil::addContact(contact(QStringLiteral("bob"), QStringLiteral("Bob"), "B"));
     const QString other = backupWith(QStringLiteral("other.db"),
                                      {contact(QStringLiteral("carol"), QStringLiteral("C"), "C")});
-    NivoGXUtil::replaceUserContactDB(QStringLiteral("Alice"), other);
+    ASSERT_TRUE(NivoGXUtil::replaceUserContactDB(QStringLiteral("Alice"), other));
     // The current database keeps its path and so sees the new file.
     EXPECT_EQ(NivoGXUtil::getNIVOIDfromCertData("C"), QStringLiteral("carol"));
     EXPECT_EQ(NivoGXUtil::getNIVOIDfromCertData("B"), QStringLiteral(""));
@@ -113,10 +115,54 @@ TEST_F(UserContactDataTest, ABackupNeverHoldsTheProfileAndTheLiveDatabaseLosesIt
     // No temporary file is left beside the exports.
     EXPECT_EQ(QDir(sandbox.root()).entryList(QDir::Files | QDir::Hidden),
               (QStringList{QStringLiteral("contacts.cbkm"), QStringLiteral("profile.vts")}));
+}
 
-    // An unwritable destination is not reported and loses nothing.
-    EXPECT_TRUE(NivoGXUtil::exportContacts(file(QStringLiteral("missing/contacts.cbkm"))));
-    EXPECT_FALSE(QFileInfo::exists(file(QStringLiteral("missing"))));
+TEST_F(UserContactDataTest, ExportsThatCannotBeWrittenSayWhyAndLoseNothing) {
+    NivoProfile profile;
+    profile.LoginName = QStringLiteral("Alice");
+    profile.Pfx = "PFX";
+    ASSERT_TRUE(NivoGXUtil::setNivoProfile(profile));
+    NivoGXUtil::writeToLog(QStringLiteral("Encrypt"), QStringLiteral("/a"), {},
+                           QStringLiteral("Completed"));
+    // A regular file where the destination's folder should be stops even root, as a full disk
+    // would.
+    const QString notAFolder = file(QStringLiteral("not-a-folder"));
+    ASSERT_TRUE(putFile(notAFolder, "kept"));
+    const QString reason = QStringLiteral("The folder %1 does not exist.").arg(notAFolder);
+    const struct {
+        UserDataExport::Result result;
+        QString failure;
+    } cases[] = {
+        {UserDataExport::exportContacts(notAFolder + u"/b"_s), u"Unable to export contacts. "_s},
+        {UserDataExport::exportProfile(notAFolder + u"/p"_s), u"Unable to export NIVO Profile. "_s},
+        {UserDataExport::exportLog(notAFolder + u"/l"_s), u"Unable to export Log file. "_s},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.result.failure, c.failure + reason) << c.result.path.toStdString();
+    }
+    EXPECT_EQ(fileBytes(notAFolder), QByteArray("kept"));
+    EXPECT_EQ(QDir(sandbox.root()).entryList(QDir::Files | QDir::Hidden),
+              QStringList{QStringLiteral("not-a-folder")});
+
+    // No backup while the profile row cannot be taken out: another process holds the database.
+    ASSERT_NE(NivoGXUtil::currentContactDB()->addNivoProfile(profile), -1);
+    {
+        SqliteDatabase other(livePath(), SqliteDatabase::Mode::ReadWriteCreate);
+        ASSERT_TRUE(other.execute("BEGIN EXCLUSIVE"));
+        EXPECT_EQ(UserDataExport::exportContacts(file(u"b"_s)).failure,
+                  u"Unable to export contacts. Cannot take the profile out of %1: database is "
+                  "locked"_s.arg(livePath()));
+        EXPECT_FALSE(QFileInfo::exists(file(u"b.cbkm"_s)));
+    }
+
+    // The texts of the refusals without a signed-in user stay as they were.
+    NivoGXUtil::resetState();
+    EXPECT_EQ(UserDataExport::exportContacts(file(u"b"_s)).failure,
+              u"Unable to export contact. Please sign in."_s);
+    EXPECT_EQ(UserDataExport::exportProfile(file(u"p"_s)).failure,
+              u"Unable to export NIVO Profile. Please sign in."_s);
+    EXPECT_EQ(UserDataExport::exportLog(file(u"l"_s)).failure,
+              u"Unable to export Log file. Log file does not exist."_s);
 }
 
 TEST_F(UserContactDataTest, ImportTakesOnlyVerifiedKeysSkipsTheOwnAccountAndTwiceChangesNothing) {

@@ -148,7 +148,7 @@ TEST(UserActivityLogTest, TheSignedInUsersLogIsUsedAndBeforeSignInThereIsNone) {
 
     NivoProfile profile;
     profile.LoginName = QStringLiteral("Alice");
-    NivoGXUtil::setNivoProfile(profile);
+    ASSERT_TRUE(NivoGXUtil::setNivoProfile(profile));
     NivoGXUtil::writeToLog(QStringLiteral("Encrypt"), QStringLiteral("/a"), {QStringLiteral("bob")},
                            QStringLiteral("Completed"));
     EXPECT_EQ(NivoGXUtil::getLogEntries().size(), 1);

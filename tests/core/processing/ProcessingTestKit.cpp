@@ -20,7 +20,7 @@ ProcessingTestKit::People& ProcessingTestKit::people() {
 ProcessingTestKit::ProcessingTestKit() {
     NivoGXUtil::generateRequiredDirectory();
     NivoGXUtil::saveNivoCredentials(u"alice"_s, TestPki::kPassword);
-    NivoGXUtil::setNivoProfile(aliceProfile());
+    EXPECT_TRUE(NivoGXUtil::setNivoProfile(aliceProfile()));
     NivoGXUtil::generateUserContactDB(u"alice"_s);
 }
 

@@ -11,6 +11,8 @@
 #include "storage/AtomicFile.h"
 #include "storage/NivoGXUtil.h"
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
 
 QStringList entries(const QString& folder) {
@@ -42,7 +44,12 @@ TEST_P(AtomicFileTest, WritesPrivatelyAndReplacesWithoutLeftovers) {
 }
 
 TEST_P(AtomicFileTest, NothingAppearsBeforeCommitAndAFailureLeavesNothing) {
-    EXPECT_FALSE(AtomicFile::write(dir.filePath(QStringLiteral("missing/key.pfx")), "x"));
+    QString error;
+    EXPECT_FALSE(AtomicFile::write(dir.filePath(QStringLiteral("missing/key.pfx")), "x", &error));
+    EXPECT_EQ(error,
+              QStringLiteral("The folder %1 does not exist.").arg(dir.filePath(u"missing"_s)));
+    EXPECT_FALSE(AtomicFile::copy(dir.filePath(u"absent"_s), dir.filePath(u"copy"_s), &error));
+    EXPECT_TRUE(error.startsWith(u"Cannot read %1: "_s.arg(dir.filePath(u"absent"_s))));
     EXPECT_TRUE(QDir(dir.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden).isEmpty());
 
     const QString path = dir.filePath(QStringLiteral("report.pdf"));

@@ -9,6 +9,7 @@
 
 #include "TestFiles.h"
 #include "UserSandbox.h"
+#include "account/SignIn.h"
 #include "storage/NivoGXUtil.h"
 
 namespace {
@@ -36,7 +37,7 @@ protected:
     void signIn(const QString& name, const QString& password) {
         ASSERT_FALSE(NivoGXUtil::generateRequiredDirectory());
         NivoGXUtil::saveNivoCredentials(name, password);
-        NivoGXUtil::setNivoProfile(profileFor(name));
+        ASSERT_TRUE(NivoGXUtil::setNivoProfile(profileFor(name)));
     }
 
     QString appFolder() const { return QDir(sandbox.dataHome()).filePath(QStringLiteral("NIVO-GX")); }
@@ -89,7 +90,7 @@ TEST_F(FoldersAndSignInTest, NameTypedWithCapitalsFindsTheFilesOfTheServersLower
     // The server answers with the lower-cased name; the credentials keep the name as typed.
     NivoGXUtil::saveNivoCredentials(QStringLiteral("Dora"), QStringLiteral("pw"));
     ASSERT_FALSE(NivoGXUtil::generateRequiredDirectory());
-    NivoGXUtil::setNivoProfile(profileFor(QStringLiteral("dora")));
+    ASSERT_TRUE(NivoGXUtil::setNivoProfile(profileFor(QStringLiteral("dora"))));
     NivoGXUtil::resetState();
     ASSERT_TRUE(NivoGXUtil::generateRequiredDirectory());
     EXPECT_EQ(NivoGXUtil::getNivoProfile()->Pfx, QByteArray("PFX of dora"));
@@ -123,11 +124,30 @@ TEST_F(FoldersAndSignInTest, NewProfileReplacesTheOldFiles) {
     NivoProfile renewed = profileFor(QStringLiteral("alice"));
     renewed.Pfx = "new";  // shorter than before: nothing of the old file may remain
     renewed.Cer = "c";
-    NivoGXUtil::setNivoProfile(renewed);
+    ASSERT_TRUE(NivoGXUtil::setNivoProfile(renewed));
     EXPECT_EQ(fileBytes(NivoGXUtil::pfxPath()), QByteArray("new"));
     EXPECT_EQ(fileBytes(NivoGXUtil::certificatePath()), QByteArray("c"));
     EXPECT_EQ(QDir(QFileInfo(NivoGXUtil::pfxPath()).path()).entryList(QDir::Files),
               QStringList{QStringLiteral("alice.pfx")});
+}
+
+TEST_F(FoldersAndSignInTest, KeyFilesThatCannotBeWrittenFailTheSignInAndKeepNothing) {
+    ASSERT_FALSE(NivoGXUtil::generateRequiredDirectory());
+    const QString pfxFolder = QDir(appFolder()).filePath(QStringLiteral("pfx"));
+    ASSERT_TRUE(QDir(pfxFolder).removeRecursively());
+    ASSERT_TRUE(putFile(pfxFolder, "a file where the folder should be"));
+
+    const auto alert = SignIn::keep(QStringLiteral("alice"), QStringLiteral("pw"),
+                                    profileFor(QStringLiteral("alice")));
+    ASSERT_TRUE(alert.has_value());
+    EXPECT_EQ(alert->message, QStringLiteral("Sign in Failed"));
+    EXPECT_EQ(alert->informativeText, QStringLiteral("Your key files could not be saved. The "
+                                                     "folder %1 does not exist.")
+                                          .arg(pfxFolder));
+    EXPECT_FALSE(NivoGXUtil::getNivoProfile().has_value());
+    EXPECT_TRUE(NivoGXUtil::getNivoPassword().isEmpty());
+    EXPECT_FALSE(QFileInfo::exists(NivoGXUtil::certificatePath())) << "no half of the pair";
+    EXPECT_FALSE(NivoGXUtil::generateRequiredDirectory());
 }
 
 TEST_F(FoldersAndSignInTest, SignOutDeletesOnlyTheKeyMaterial) {
