@@ -1,5 +1,6 @@
 #include "CliCommand.h"
 
+#include <QFileInfo>
 #include <utility>
 
 #include "CliConsole.h"
@@ -90,6 +91,6 @@ int CliCommand::reportExport(const QString& failure, const QString& path) {
         m_messages.alert(failure, QString());
         return Failure;
     }
-    out() << kExportedTo.arg(path) << Qt::endl;
+    m_messages.done(kExportedTo.arg(path), {{u"exported"_s, QFileInfo(path).absoluteFilePath()}});
     return Success;
 }

@@ -22,6 +22,10 @@ void CliMessages::alert(const QString& message, const QString& detail) {
     warn(detail);
 }
 
+void CliMessages::done(const QString& text, const QJsonObject& object) {
+    m_console.out() << (m_json ? jsonLine(object) : text) << Qt::endl;
+}
+
 void CliMessages::warn(const QString& message) {
     for (const QString& line : message.split(u'\n', Qt::SkipEmptyParts)) {
         m_console.err() << kPrefix << line << Qt::endl;

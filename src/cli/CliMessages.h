@@ -24,6 +24,8 @@ public:
     // A failure: its message and detail on standard error, or one JSON object with --json.
     void alert(const QString& message, const QString& detail);
     void say(const QString& message) { alert(message, QString()); }
+    // A success: `text` on standard output, or `object` as one line of JSON with --json.
+    void done(const QString& text, const QJsonObject& object);
     // A warning: on standard error after the program's name, also with --json.
     void warn(const QString& message);
     // A usage error on standard error, followed by the help when there is one.

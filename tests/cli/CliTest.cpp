@@ -180,13 +180,24 @@ TEST_F(CliTest, ContactsAndProfileCarryOverToAnOfflineSignIn) {
     EXPECT_EQ(dave.cli({u"contacts"_s, u"add"_s, u"ERIN"_s}, m_url).out,
               u"erin is already a contact.\n"_s);
 
-    CliRun run = dave.cli({u"contacts"_s, u"export"_s, u"backup"_s}, m_url);
+    // With --json every answer, success or failure, is one JSON object.
+    EXPECT_FALSE(json(dave.cli({u"contacts"_s, u"add"_s, u"erin"_s, u"--json"_s}, m_url).out)
+                     .value(u"added"_s)
+                     .toBool(true));
+    CliRun run = dave.cli({u"contacts"_s, u"export"_s, u"backup"_s, u"--json"_s}, m_url);
     ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
-    EXPECT_TRUE(QFileInfo::exists(dave.files() + u"/backup.cbkm"_s));
-    ASSERT_EQ(dave.cli({u"contacts"_s, u"remove"_s, u"erin"_s}, m_url).exitCode, 0);
+    EXPECT_EQ(json(run.out).value(u"exported"_s).toString(), dave.files() + u"/backup.cbkm"_s);
+    run = dave.cli({u"contacts"_s, u"show"_s, u"erin"_s, u"--json"_s}, m_url);
+    EXPECT_EQ(json(run.out).value(u"sha256"_s).toString().size(), 95) << run.out.toStdString();
+    run = dave.cli({u"contacts"_s, u"remove"_s, u"erin"_s, u"--json"_s}, m_url);
+    EXPECT_TRUE(json(run.out).value(u"removed"_s).toBool());
     EXPECT_EQ(dave.cli({u"contacts"_s, u"list"_s}, m_url).out, QString());
-    EXPECT_EQ(dave.cli({u"contacts"_s, u"remove"_s, u"erin"_s}, m_url).exitCode, 1);
-    ASSERT_EQ(dave.cli({u"contacts"_s, u"import"_s, u"backup.cbkm"_s}, m_url).exitCode, 0);
+    run = dave.cli({u"contacts"_s, u"remove"_s, u"erin"_s, u"--json"_s}, m_url);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(json(run.out).value(u"error"_s).toString(), u"No contact erin."_s);
+    run = dave.cli({u"contacts"_s, u"import"_s, u"backup.cbkm"_s, u"--json"_s}, m_url);
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_TRUE(json(run.out).contains(u"imported"_s));
     run = dave.cli({u"contacts"_s, u"list"_s, u"--json"_s}, m_url);
     EXPECT_EQ(json(run.out).value(u"nivoId"_s).toString(), u"erin"_s);
 

@@ -1,5 +1,6 @@
 #include "ContactsCommand.h"
 
+#include <QJsonArray>
 #include <QList>
 #include <algorithm>
 
@@ -8,6 +9,7 @@
 #include "CliMessages.h"
 #include "contacts/ContactDB.h"
 #include "contacts/RecipientChoice.h"
+#include "crypto/CertificateTrust.h"
 #include "log/VisibleText.h"
 #include "storage/NivoGXUtil.h"
 #include "storage/UserDataExport.h"
@@ -111,10 +113,20 @@ int ContactsCommand::show(const QString& typed) {
         return Failure;
     }
     const Contact& contact = contacts.at(at);
+    const QString problem = ContactDB::certificateProblem(contact);
+    if (parser().isSet(m_json)) {
+        const auto details = CertificateTrust::describe(contact.CertData);
+        out() << CliMessages::jsonLine({{u"nivoId"_s, contact.NivoID},
+                                        {u"displayName"_s, contact.DisplayName},
+                                        {u"verified"_s, problem.isEmpty()},
+                                        {u"trust"_s, problem},
+                                        {u"sha256"_s, details ? details->sha256 : QString()}})
+              << Qt::endl;
+        return Success;
+    }
     out() << kShownNivoId.arg(VisibleText::of(contact.NivoID)) << Qt::endl
           << kShownName.arg(VisibleText::of(contact.DisplayName)) << Qt::endl;
     CliCertificate::print(out(), contact.CertData);
-    const QString problem = ContactDB::certificateProblem(contact);
     out() << (problem.isEmpty() ? kShownVerified : kShownNotVerified.arg(VisibleText::of(problem)))
           << Qt::endl;
     return Success;
@@ -126,7 +138,8 @@ int ContactsCommand::add(const QString& typed) {
     if (!m_account.findRecipient(typed, found, added)) {
         return Failure;
     }
-    out() << (added ? kContactAdded : kContactKnown).arg(VisibleText::of(found.NivoID)) << Qt::endl;
+    messages().done((added ? kContactAdded : kContactKnown).arg(VisibleText::of(found.NivoID)),
+                    {{u"nivoId"_s, found.NivoID}, {u"added"_s, added}});
     return Success;
 }
 
@@ -140,7 +153,7 @@ int ContactsCommand::remove(const QString& typed) {
         return Failure;
     }
     NivoGXUtil::deleteContact(it->ID);
-    out() << kContactRemoved.arg(nivoId) << Qt::endl;
+    messages().done(kContactRemoved.arg(nivoId), {{u"nivoId"_s, nivoId}, {u"removed"_s, true}});
     return Success;
 }
 
@@ -154,6 +167,7 @@ int ContactsCommand::import(const QString& path) {
     if (!skipped.isEmpty()) {
         messages().warn(ContactDB::notImportedMessage(skipped));
     }
-    out() << kImported.arg(path) << Qt::endl;
+    messages().done(kImported.arg(path),
+                    {{u"imported"_s, path}, {u"skipped"_s, QJsonArray::fromStringList(skipped)}});
     return Success;
 }

@@ -66,7 +66,7 @@ int LogCommand::run() {
 
     if (action == kClearAction) {
         NivoGXUtil::clearLogFile();
-        out() << kLogCleared << Qt::endl;
+        messages().done(kLogCleared, {{u"cleared"_s, true}});
         return Success;
     }
     if (action == kExportAction) {
