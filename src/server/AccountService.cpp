@@ -138,7 +138,11 @@ AccountService::Answer AccountService::createProfile(const Form& form, const QHo
         return text(u"Invalid Account Entry: a password has at least %1 characters."_s.arg(
             m_policy.minPasswordLength));
     }
-    if (!m_throttle.takeSignUp(client, now())) {
+    const auto allowed = m_throttle.takeSignUp(client, now());
+    if (!allowed) {
+        return serviceNotAvailable();
+    }
+    if (!*allowed) {
         return text(
             u"Service not available: too many sign-ups from your address, try again "
             u"later."_s);

@@ -258,11 +258,13 @@ QSqlDatabase AccountStore::connection() {
     auto& names = connections.names;
     if (const auto known = names.constFind(m_id); known != names.cend()) {
         QSqlDatabase db = QSqlDatabase::database(*known);  // opens it again if it was closed
-        // After a failure, a PostgreSQL connection that the server dropped is made anew.
-        if (connections.failed && m_location.engine == Engine::Postgres && db.isOpen()) {
+        // After a failure, a PostgreSQL connection that the server dropped is made anew, and
+        // the statements prepared on it are prepared again: the driver may have opened a new
+        // connection already.
+        if (connections.failed && m_location.engine == Engine::Postgres) {
             connections.failed = false;
-            if (!QSqlQuery(db).exec(u"SELECT 1"_s)) {
-                connections.forget(*known);
+            connections.forget(*known);
+            if (!db.isOpen() || !QSqlQuery(db).exec(u"SELECT 1"_s)) {
                 db.close();
                 db.open();
             }
@@ -291,10 +293,10 @@ QString AccountStore::lockRows() const {
 }
 
 bool AccountStore::transaction(const std::function<bool(QSqlDatabase&)>& work) {
-    QSqlDatabase db = connection();
     // SQLite: the write lock from the start, so that reading before writing cannot deadlock.
     const QString begin = m_location.engine == Engine::Sqlite ? u"BEGIN IMMEDIATE"_s : u"BEGIN"_s;
-    if (!db.isOpen() || !execute(db, begin)) {
+    QSqlDatabase db;
+    if (!retried([&] { return execute(db = connection(), begin); })) {
         return false;
     }
     if (work(db) && execute(db, u"COMMIT"_s)) {
@@ -429,14 +431,25 @@ bool AccountStore::isHealthy() {
     return db.isOpen() && run(query, u"SELECT COUNT(*) FROM ACCOUNT"_s) && query.next();
 }
 
+template <typename Work>
+auto AccountStore::retried(Work work) -> decltype(work()) {
+    auto result = work();
+    if (!result && m_location.engine == Engine::Postgres) {
+        result = work();
+    }
+    return result;
+}
+
 bool AccountStore::insert(const Account& account) {
-    return execute(connection(),
-                   u"INSERT INTO ACCOUNT (LoginName, FirstName, LastName, Email, PasswordSalt, "
-                   "PasswordHash, PasswordIterations, Pfx, Cer) VALUES (?,?,?,?,?,?,?,?,?)"_s,
-                   account.loginName.toLower(), account.firstName, account.lastName, account.email,
-                   account.password.salt, account.password.hash,
-                   static_cast<qint64>(account.password.iterations), account.pfx,
-                   account.certificate);
+    return retried([&] {
+        return execute(connection(),
+                       u"INSERT INTO ACCOUNT (LoginName, FirstName, LastName, Email, PasswordSalt, "
+                       "PasswordHash, PasswordIterations, Pfx, Cer) VALUES (?,?,?,?,?,?,?,?,?)"_s,
+                       account.loginName.toLower(), account.firstName, account.lastName,
+                       account.email, account.password.salt, account.password.hash,
+                       static_cast<qint64>(account.password.iterations), account.pfx,
+                       account.certificate);
+    });
 }
 
 template <typename Read, typename... Values>
@@ -488,25 +501,29 @@ std::optional<bool> AccountStore::exists(const QString& loginName) {
 bool AccountStore::updateCredentials(const QString& loginName,
                                      const AccountAuthority::PasswordHash& password,
                                      const QByteArray& pfx) {
-    return execute(connection(),
-                   u"UPDATE ACCOUNT SET PasswordSalt = ?, PasswordHash = ?, "
-                   "PasswordIterations = ?, Pfx = ? WHERE LoginName = ?"_s,
-                   password.salt, password.hash, static_cast<qint64>(password.iterations), pfx,
-                   loginName.toLower());
+    return retried([&] {
+        return execute(connection(),
+                       u"UPDATE ACCOUNT SET PasswordSalt = ?, PasswordHash = ?, "
+                       "PasswordIterations = ?, Pfx = ? WHERE LoginName = ?"_s,
+                       password.salt, password.hash, static_cast<qint64>(password.iterations), pfx,
+                       loginName.toLower());
+    });
 }
 
 std::optional<quint64> AccountStore::nextCertificateNumber() {
-    QSqlDatabase db = connection();
-    QSqlQuery row(db);
-    // One statement: the row stays locked from the increment to the answer.
-    if (!db.isOpen() ||
-        !run(row,
-             u"INSERT INTO CERTIFICATE_COUNTER (Id, Issued) VALUES (1, 1) ON CONFLICT (Id) "
-             "DO UPDATE SET Issued = CERTIFICATE_COUNTER.Issued + 1 RETURNING Issued"_s) ||
-        !row.next()) {
-        return std::nullopt;
-    }
-    return row.value(0).toULongLong();
+    return retried([this]() -> std::optional<quint64> {
+        QSqlDatabase db = connection();
+        QSqlQuery row(db);
+        // One statement: the row stays locked from the increment to the answer.
+        if (!db.isOpen() ||
+            !run(row,
+                 u"INSERT INTO CERTIFICATE_COUNTER (Id, Issued) VALUES (1, 1) ON CONFLICT (Id) "
+                 "DO UPDATE SET Issued = CERTIFICATE_COUNTER.Issued + 1 RETURNING Issued"_s) ||
+            !row.next()) {
+            return std::nullopt;
+        }
+        return row.value(0).toULongLong();
+    });
 }
 
 QList<AccountStore::Listed> AccountStore::list() {

@@ -153,6 +153,10 @@ private:
     // This thread's open connection to the database (invalid when it cannot be opened).
     QSqlDatabase connection();
     class Kept;  // a statement kept prepared on this thread's connection
+    // Runs `work` once more when it failed on PostgreSQL: the first statement after the database
+    // dropped a connection fails, and connection() then makes it anew.
+    template <typename Work>
+    auto retried(Work work) -> decltype(work());
     // Runs a kept look-up and hands its statement to `read`; once more on a connection made anew
     // when it could not run; empty when it failed twice.
     template <typename Read, typename... Values>

@@ -88,7 +88,7 @@ void ClientThrottle::recordSuccess(const QString& account, const QHostAddress& c
     m_store.forgetFailures(account, clientKey(client));
 }
 
-bool ClientThrottle::takeSignUp(const QHostAddress& client, const QDateTime& now) {
+std::optional<bool> ClientThrottle::takeSignUp(const QHostAddress& client, const QDateTime& now) {
     if (m_policy.signUpIntervalSeconds <= 0) {
         return true;
     }
@@ -109,7 +109,10 @@ bool ClientThrottle::takeSignUp(const QHostAddress& client, const QDateTime& now
             }
             return true;
         });
-    return counted && allowed;
+    if (!counted) {
+        return std::nullopt;
+    }
+    return allowed;
 }
 
 void ClientThrottle::forgetQuiet(qint64 now) {

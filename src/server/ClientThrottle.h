@@ -62,9 +62,9 @@ public:
     void recordFailure(const QString& account, const QHostAddress& client, const QDateTime& now);
     void recordSuccess(const QString& account, const QHostAddress& client);
 
-    // True (and one sign-up counted) when the address may sign up now; false too when the
-    // store cannot count it.
-    [[nodiscard]] bool takeSignUp(const QHostAddress& client, const QDateTime& now);
+    // True (and one sign-up counted) when the address may sign up now; empty when the store
+    // cannot count it.
+    [[nodiscard]] std::optional<bool> takeSignUp(const QHostAddress& client, const QDateTime& now);
 
 private:
     // At most once an hour per process: drops the records that no longer hold anyone back.

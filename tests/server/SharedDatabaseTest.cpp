@@ -163,8 +163,12 @@ protected:
 TEST_F(SharedDatabaseTest, AccountsAndWrongPasswordsCountInEveryProcess) {
     ServerProcess* one = start();
     ServerProcess* two = start();
-    ASSERT_TRUE(one && two);
+    // Its sign-ups start with a change (the address's count) rather than a look-up, on the one
+    // worker thread.
+    ServerProcess* limited = start({u"--signup-interval"_s, u"60"_s, u"--workers"_s, u"1"_s});
+    ASSERT_TRUE(one && two && limited);
     ASSERT_TRUE(signUp(one->url, "ann").contains("Profile created for ann."));
+    ASSERT_TRUE(signUp(limited->url, "bea").contains("Profile created for bea."));
     EXPECT_TRUE(signIn(two->url, "ann", "password1").contains("\"Pfx\":["));
     EXPECT_TRUE(signUp(two->url, "ANN").contains("is not available"));
 
@@ -176,7 +180,8 @@ TEST_F(SharedDatabaseTest, AccountsAndWrongPasswordsCountInEveryProcess) {
         EXPECT_TRUE(answer.contains("too many wrong passwords")) << answer.left(200).toStdString();
     }
 
-    // The database drops every connection: the next request is served on a new one.
+    // The database drops every connection: the next request, a look-up or a change, is served
+    // on a new one.
     ASSERT_TRUE(sql(database,
                     u"SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE "
                     "datname = current_database() AND pid <> pg_backend_pid()"_s));
@@ -184,6 +189,11 @@ TEST_F(SharedDatabaseTest, AccountsAndWrongPasswordsCountInEveryProcess) {
         const QByteArray lookUp = post("/nivo/GetId.aspx", "logInNameToRetrieve=ann");
         EXPECT_TRUE(exchange(server->url, lookUp).contains("\"Pfx\":["));
     }
+    ASSERT_TRUE(sql(database,
+                    u"SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE "
+                    "datname = current_database() AND pid <> pg_backend_pid()"_s));
+    const QByteArray cai = signUp(limited->url, "cai");
+    EXPECT_TRUE(cai.contains("Profile created for cai.")) << cai.left(300).toStdString();
 
     // With the database out of reach, a look-up fails as a service failure, not as a name that
     // is not registered.
