@@ -108,18 +108,7 @@ PostgresCluster::PostgresCluster() {
             m_error = u"postgres stopped: "_s + QString::fromUtf8(m_server.readAll());
             return;
         }
-        bool ready = false;
-        {
-            QSqlDatabase db = QSqlDatabase::addDatabase(u"QPSQL"_s, u"cluster-probe"_s);
-            db.setHostName(u"127.0.0.1"_s);
-            db.setPort(m_port);
-            db.setDatabaseName(u"postgres"_s);
-            db.setUserName(QLatin1StringView(kUser));
-            db.setPassword(QLatin1StringView(kPassword));
-            ready = db.open();
-        }
-        QSqlDatabase::removeDatabase(u"cluster-probe"_s);
-        if (ready) {
+        if (asOwner()) {
             return;
         }
         m_server.waitForReadyRead(200);
@@ -182,16 +171,20 @@ QString PostgresCluster::createDatabase(const QString& name) {
     if (!isRunning()) {
         return {};
     }
-    bool created = false;
+    return asOwner(u"CREATE DATABASE \"%1\""_s.arg(name)) ? url(name) : QString();
+}
+
+bool PostgresCluster::asOwner(const QString& statement) const {
+    bool done = false;
     {
-        QSqlDatabase db = QSqlDatabase::addDatabase(u"QPSQL"_s, u"cluster-admin"_s);
+        QSqlDatabase db = QSqlDatabase::addDatabase(u"QPSQL"_s, u"cluster-owner"_s);
         db.setHostName(u"127.0.0.1"_s);
         db.setPort(m_port);
         db.setDatabaseName(u"postgres"_s);
         db.setUserName(QLatin1StringView(kUser));
         db.setPassword(QLatin1StringView(kPassword));
-        created = db.open() && QSqlQuery(db).exec(u"CREATE DATABASE \"%1\""_s.arg(name));
+        done = db.open() && (statement.isEmpty() || QSqlQuery(db).exec(statement));
     }
-    QSqlDatabase::removeDatabase(u"cluster-admin"_s);
-    return created ? url(name) : QString();
+    QSqlDatabase::removeDatabase(u"cluster-owner"_s);
+    return done;
 }

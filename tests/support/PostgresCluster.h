@@ -33,6 +33,8 @@ public:
 private:
     // Runs a program of the cluster's, as the cluster's user; its output in m_error on failure.
     bool runAs(const QString& program, const QStringList& arguments);
+    // Runs `statement` (none: only connects) as the cluster's owner in the database "postgres".
+    bool asOwner(const QString& statement = {}) const;
     [[nodiscard]] QStringList asClusterUser(const QString& program,
                                             const QStringList& arguments) const;
 
