@@ -292,6 +292,15 @@ QString AccountStore::lockRows() const {
     return m_location.engine == Engine::Postgres ? u" FOR UPDATE"_s : QString();
 }
 
+template <typename Work>
+auto AccountStore::retried(Work work) -> decltype(work()) {
+    auto result = work();
+    if (!result && m_location.engine == Engine::Postgres) {
+        result = work();
+    }
+    return result;
+}
+
 bool AccountStore::transaction(const std::function<bool(QSqlDatabase&)>& work) {
     // SQLite: the write lock from the start, so that reading before writing cannot deadlock.
     const QString begin = m_location.engine == Engine::Sqlite ? u"BEGIN IMMEDIATE"_s : u"BEGIN"_s;
@@ -431,15 +440,6 @@ bool AccountStore::isHealthy() {
     return db.isOpen() && run(query, u"SELECT COUNT(*) FROM ACCOUNT"_s) && query.next();
 }
 
-template <typename Work>
-auto AccountStore::retried(Work work) -> decltype(work()) {
-    auto result = work();
-    if (!result && m_location.engine == Engine::Postgres) {
-        result = work();
-    }
-    return result;
-}
-
 bool AccountStore::insert(const Account& account) {
     return retried([&] {
         return execute(connection(),
@@ -455,13 +455,13 @@ bool AccountStore::insert(const Account& account) {
 template <typename Read, typename... Values>
 auto AccountStore::lookUp(const QString& sql, Read read, const Values&... values)
     -> std::optional<decltype(read(std::declval<Kept&>()))> {
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        Kept row(connection(), sql, values...);  // connection() makes a dropped one anew
-        if (row.ran()) {
-            return read(row);
+    return retried([&]() -> std::optional<decltype(read(std::declval<Kept&>()))> {
+        Kept row(connection(), sql, values...);
+        if (!row.ran()) {
+            return std::nullopt;
         }
-    }
-    return std::nullopt;
+        return read(row);
+    });
 }
 
 AccountStore::Found AccountStore::find(const QString& loginName) {

@@ -157,8 +157,8 @@ private:
     // dropped a connection fails, and connection() then makes it anew.
     template <typename Work>
     auto retried(Work work) -> decltype(work());
-    // Runs a kept look-up and hands its statement to `read`; once more on a connection made anew
-    // when it could not run; empty when it failed twice.
+    // Runs a kept look-up and hands its statement to `read` (retried, see above); empty when the
+    // statement could not run.
     template <typename Read, typename... Values>
     auto lookUp(const QString& sql, Read read, const Values&... values)
         -> std::optional<decltype(read(std::declval<Kept&>()))>;
