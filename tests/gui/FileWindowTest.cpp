@@ -55,6 +55,13 @@ protected:
         window->show();
     }
 
+    // The window of a new account, signed in.
+    void openWindowAsAlice() {
+        createAccount(QStringLiteral("alice"), QStringLiteral("pw"));
+        signIn(QStringLiteral("alice"));
+        openWindow();
+    }
+
     [[nodiscard]] QString folder(const QString& name) const {
         const QString path = QDir(sandbox.root()).filePath(name);
         QDir().mkpath(path);
@@ -105,9 +112,7 @@ protected:
 
 TEST_F(FileWindowTest, FilesEncryptedForAContactOpenForThatContact) {
     createAccount(QStringLiteral("bob"), QStringLiteral("pw"));
-    createAccount(QStringLiteral("alice"), QStringLiteral("pw"));
-    signIn(QStringLiteral("alice"));
-    openWindow();
+    openWindowAsAlice();
     EXPECT_EQ(window->findChild<QLabel*>(QStringLiteral("userToolBarItem"))->text(),
               QStringLiteral("alice"));
 
@@ -210,9 +215,7 @@ TEST_F(FileWindowTest, FilesEncryptedForAContactOpenForThatContact) {
 }
 
 TEST_F(FileWindowTest, DuringARunTheFileBeingProcessedStaysAndCancelEndsItsTurn) {
-    createAccount(QStringLiteral("alice"), QStringLiteral("pw"));
-    signIn(QStringLiteral("alice"));
-    openWindow();
+    openWindowAsAlice();
     const QString x = writeFile(QStringLiteral("x.txt"), "x");
     const QString y = writeFile(QStringLiteral("y.txt"), "y");
     const QString z = writeFile(QStringLiteral("z.txt"), "z");
@@ -261,9 +264,7 @@ TEST_F(FileWindowTest, DuringARunTheFileBeingProcessedStaysAndCancelEndsItsTurn)
 }
 
 TEST_F(FileWindowTest, AFolderKeepsItsLayoutThroughEncryptionAndBack) {
-    createAccount(QStringLiteral("alice"), QStringLiteral("pw"));
-    signIn(QStringLiteral("alice"));
-    openWindow();
+    openWindowAsAlice();
     const QString photos = folder(QStringLiteral("in/photos"));
     const QStringList tree{QStringLiteral("a.jpg"), QStringLiteral("2024/b.jpg"),
                            QStringLiteral("2024/summer/c.jpg")};
@@ -318,9 +319,7 @@ TEST_F(FileWindowTest, AFolderKeepsItsLayoutThroughEncryptionAndBack) {
 }
 
 TEST_F(FileWindowTest, TheContextMenuEncryptsOrDecryptsJustTheSelectedRows) {
-    createAccount(QStringLiteral("alice"), QStringLiteral("pw"));
-    signIn(QStringLiteral("alice"));
-    openWindow();
+    openWindowAsAlice();
     const QString a = writeFile(QStringLiteral("a.txt"), "a");
     const QString b = writeFile(QStringLiteral("b.txt"), "b");
     const QString c = writeFile(QStringLiteral("c.txt"), "c");
@@ -393,9 +392,7 @@ TEST_F(FileWindowTest, ARunThatEndsWhileTheAppIsNotInUseSaysHowItWent) {
 }
 
 TEST_F(FileWindowTest, ButtonsWithNothingToDoSayWhyAndOfferToClearTheList) {
-    createAccount(QStringLiteral("alice"), QStringLiteral("pw"));
-    signIn(QStringLiteral("alice"));
-    openWindow();
+    openWindowAsAlice();
     clickToolBar(window.get(), "encryptAction");
     clickToolBar(window.get(), "decryptAction");
     ASSERT_EQ(prompter.count(), 2);
