@@ -9,7 +9,7 @@
 #include "commands/ContactsCommand.h"
 #include "commands/DecryptCommand.h"
 #include "commands/EncryptCommand.h"
-#include "commands/InspectCommand.h"
+#include "commands/OutlineCommand.h"
 #include "commands/LogCommand.h"
 #include "commands/ProfileCommand.h"
 #include "commands/SigninCommand.h"
@@ -55,7 +55,7 @@ NivoCli::NivoCli(CliConsole& console)
     m_commands.push_back(std::make_unique<ContactsCommand>(m_messages, m_account));
     m_commands.push_back(std::make_unique<ProfileCommand>(m_messages, m_account));
     m_commands.push_back(std::make_unique<LogCommand>(m_messages, m_account));
-    m_commands.push_back(std::make_unique<InspectCommand>(m_messages));
+    m_commands.push_back(std::make_unique<OutlineCommand>(m_messages));
 }
 
 NivoCli::~NivoCli() = default;

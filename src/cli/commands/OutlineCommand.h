@@ -3,9 +3,9 @@
 #include "CliCommand.h"
 
 // inspect: shows the layers, algorithms and recipients of a protected file without opening it.
-class InspectCommand : public CliCommand {
+class OutlineCommand : public CliCommand {
 public:
-    explicit InspectCommand(CliMessages& messages);
+    explicit OutlineCommand(CliMessages& messages);
 
 protected:
     [[nodiscard]] int run() override;

@@ -1,4 +1,4 @@
-#include "InspectCommand.h"
+#include "OutlineCommand.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -28,7 +28,7 @@ const QString kKeyId = u", key identifier %1"_s;
 
 }  // namespace
 
-InspectCommand::InspectCommand(CliMessages& messages)
+OutlineCommand::OutlineCommand(CliMessages& messages)
     : CliCommand(
           messages, u"inspect"_s,
           u"Show the layers, algorithms and recipients of a protected file without opening it."_s,
@@ -36,7 +36,7 @@ InspectCommand::InspectCommand(CliMessages& messages)
     argument(u"file"_s, u"A protected file."_s, u"FILE"_s);
 }
 
-int InspectCommand::run() {
+int OutlineCommand::run() {
     const QString path = positional().constFirst();
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
