@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "crypto/TVXException.h"
+#include "crypto/toolkit/TVXException.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <functional>
 
-#include "account/NivoProfile.h"
+#include "model/NivoProfile.h"
 
 // What the fuzz targets share: a quiet Qt, one scratch folder per process, the fixed key of the
 // CMS targets and the checks that every decryption must pass. Every target is deterministic and

@@ -4,7 +4,7 @@
 #include <QBuffer>
 
 #include "FuzzSupport.h"
-#include "crypto/CmsArmour.h"
+#include "crypto/cms/CmsArmour.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -5,7 +5,7 @@
 #include <array>
 
 #include "FuzzSupport.h"
-#include "crypto/BerReader.h"
+#include "crypto/cms/BerReader.h"
 
 using namespace Qt::Literals::StringLiterals;
 

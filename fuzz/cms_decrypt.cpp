@@ -1,8 +1,8 @@
 // A protected file from anywhere, opened in memory as the batch run opens it, and its outline as
 // the command-line tool shows it without a key.
 #include "FuzzSupport.h"
-#include "crypto/CmsOutline.h"
 #include "crypto/NivoCryptoOperation.h"
+#include "crypto/cms/CmsOutline.h"
 
 using namespace Qt::Literals::StringLiterals;
 

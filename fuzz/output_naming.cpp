@@ -5,7 +5,7 @@
 #include <QFileInfo>
 
 #include "FuzzSupport.h"
-#include "processing/PathText.h"
+#include "platform/PathText.h"
 #include "processing/ProcessController.h"
 
 using namespace Qt::Literals::StringLiterals;

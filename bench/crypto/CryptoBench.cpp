@@ -21,8 +21,8 @@
 #include <stdexcept>
 
 #include "crypto/NivoCryptoOperation.h"
-#include "crypto/TVXException.h"
-#include "crypto/TVXRandom.h"
+#include "crypto/toolkit/TVXException.h"
+#include "crypto/toolkit/TVXRandom.h"
 
 using namespace Qt::Literals::StringLiterals;
 

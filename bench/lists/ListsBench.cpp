@@ -20,6 +20,7 @@
 #include "log/ActivityLog.h"
 #include "log/LogQuery.h"
 #include "processing/FileListModel.h"
+#include "session/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -103,7 +104,7 @@ void benchFileList(const QString& folder, int rows, int runs) {
         list.write(paths.join(u'\n').toUtf8() + '\n');
     }
     std::unique_ptr<FileListModel> model;
-    const auto fresh = [&] { model = std::make_unique<FileListModel>(); };
+    const auto fresh = [&] { model = std::make_unique<FileListModel>(NivoGXUtil::runEnvironment()); };
     const auto filled = [&] {
         fresh();
         (void)model->addFiles(paths);

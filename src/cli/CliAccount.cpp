@@ -4,9 +4,9 @@
 
 #include "CliConsole.h"
 #include "CliMessages.h"
-#include "account/SignIn.h"
-#include "contacts/RecipientChoice.h"
-#include "storage/NivoGXUtil.h"
+#include "session/NivoGXUtil.h"
+#include "session/RecipientChoice.h"
+#include "session/SignIn.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -2,7 +2,7 @@
 
 #include <QString>
 
-#include "contacts/Contact.h"
+#include "model/Contact.h"
 
 class CliMessages;
 

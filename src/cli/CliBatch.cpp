@@ -14,7 +14,7 @@
 #include "log/VisibleText.h"
 #include "processing/FileListModel.h"
 #include "processing/ProcessController.h"
-#include "storage/NivoGXUtil.h"
+#include "session/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -104,7 +104,7 @@ void CliBatch::start(bool large) {
     const auto at = static_cast<qsizetype>(index);
     ++m_underWay;
     m_largeUnderWay = large;
-    m_controllers[index] = std::make_unique<ProcessController>();
+    m_controllers[index] = std::make_unique<ProcessController>(NivoGXUtil::runEnvironment());
     ProcessController* controller = m_controllers[index].get();
     if (m_settings.toEncrypt) {
         controller->setUserNivoId(m_userNivoId);

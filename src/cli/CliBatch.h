@@ -8,9 +8,9 @@
 #include <optional>
 #include <vector>
 
-#include "account/NivoProfile.h"
-#include "contacts/Contact.h"
 #include "crypto/SenderVerdict.h"
+#include "model/Contact.h"
+#include "model/NivoProfile.h"
 
 class CliConsole;
 class CliMessages;

@@ -8,8 +8,8 @@
 #include <csignal>
 #include <cstring>
 
-#include "crypto/CmsArmour.h"
-#include "storage/AtomicFile.h"
+#include "crypto/cms/CmsArmour.h"
+#include "platform/AtomicFile.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -9,15 +9,15 @@
 #include "commands/ContactsCommand.h"
 #include "commands/DecryptCommand.h"
 #include "commands/EncryptCommand.h"
-#include "commands/OutlineCommand.h"
 #include "commands/LogCommand.h"
+#include "commands/OutlineCommand.h"
 #include "commands/ProfileCommand.h"
 #include "commands/SigninCommand.h"
 #include "commands/SignoutCommand.h"
 #include "commands/SignupCommand.h"
 #include "commands/WhoamiCommand.h"
 #include "log/VisibleText.h"
-#include "storage/NivoGXUtil.h"
+#include "session/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 

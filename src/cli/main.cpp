@@ -4,9 +4,9 @@
 
 #include "CliConsole.h"
 #include "NivoCli.h"
-#include "storage/CachingSecretStore.h"
-#include "storage/QKKeychain.h"
-#include "storage/QtKeychainStore.h"
+#include "platform/CachingSecretStore.h"
+#include "platform/QKKeychain.h"
+#include "platform/QtKeychainStore.h"
 
 using namespace Qt::Literals::StringLiterals;
 

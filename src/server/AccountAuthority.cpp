@@ -8,7 +8,7 @@
 
 #include <QFile>
 
-#include "crypto/OpenSsl.h"
+#include "crypto/cms/OpenSsl.h"
 
 using namespace nivossl;
 

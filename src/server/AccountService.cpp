@@ -4,7 +4,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-#include "storage/NivoGXUtil.h"
+#include "model/AccountName.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -126,7 +126,7 @@ AccountService::Answer AccountService::getId(const Form& form) {
 AccountService::Answer AccountService::createProfile(const Form& form, const QHostAddress& client) {
     const QString name = form.value(u"logInName"_s).toLower();
     const QString password = form.value(u"logInPassword"_s);
-    if (!NivoGXUtil::IsValidAccount(name)) {
+    if (!AccountName::isValidAccount(name)) {
         return text(
             u"Invalid Account Entry: a login name holds only letters, digits, '.', '_' "
             u"and '''."_s);
@@ -199,7 +199,7 @@ AccountService::Answer AccountService::changePassword(const Form& form,
 
 AccountService::Answer AccountService::checkLoginName(const Form& form) {
     const QString name = form.value(u"logInName"_s).toLower();
-    if (!NivoGXUtil::IsValidAccount(name)) {
+    if (!AccountName::isValidAccount(name)) {
         return text(notAvailable(name));
     }
     const auto taken = m_store.exists(name);

@@ -9,7 +9,7 @@
 #include <functional>
 
 #include "CliTestKit.h"
-#include "storage/AtomicFile.h"
+#include "platform/AtomicFile.h"
 
 using namespace clitest;
 

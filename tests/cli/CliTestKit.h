@@ -16,7 +16,7 @@
 #include <memory>
 
 #include "ServerThread.h"
-#include "storage/NivoGXUtil.h"
+#include "session/NivoGXUtil.h"
 
 namespace clitest {
 

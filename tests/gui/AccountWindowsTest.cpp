@@ -7,7 +7,7 @@
 #include "account/AccountServer.h"
 #include "account/LoginController.h"
 #include "account/RegisterController.h"
-#include "storage/NivoGXUtil.h"
+#include "session/NivoGXUtil.h"
 
 namespace {
 

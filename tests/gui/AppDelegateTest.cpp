@@ -20,9 +20,9 @@
 #include "crypto/CertificateTrust.h"
 #include "filelist/FileController.h"
 #include "log/LogViewerController.h"
+#include "session/NivoGXUtil.h"
 #include "shell/AppDelegate.h"
 #include "shell/DialogPrompter.h"
-#include "storage/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -12,9 +12,9 @@
 #include "account/AccountServer.h"
 #include "contacts/ContactController.h"
 #include "contacts/ContactTableModel.h"
-#include "contacts/RecipientChoice.h"
 #include "crypto/CertificateTrust.h"
-#include "storage/NivoGXUtil.h"
+#include "session/NivoGXUtil.h"
+#include "session/RecipientChoice.h"
 
 using namespace Qt::Literals::StringLiterals;
 

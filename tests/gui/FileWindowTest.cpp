@@ -19,7 +19,6 @@
 
 #include "GuiTestKit.h"
 #include "TestFiles.h"
-#include "account/SignIn.h"
 #include "contacts/ContactController.h"
 #include "filelist/CustomFileTableView.h"
 #include "filelist/FileController.h"
@@ -27,7 +26,8 @@
 #include "processing/FileListModel.h"
 #include "processing/ProcessController.h"
 #include "processing/ProcessWindow.h"
-#include "storage/NivoGXUtil.h"
+#include "session/NivoGXUtil.h"
+#include "session/SignIn.h"
 
 namespace {
 
@@ -439,7 +439,7 @@ TEST_F(FileWindowTest, ButtonsWithNothingToDoSayWhyAndOfferToClearTheList) {
 }
 
 TEST_F(FileWindowTest, ProcessWindowShowsBytesWhenKnownAndBusyOtherwise) {
-    ProcessController run;
+    ProcessController run(NivoGXUtil::runEnvironment());
     ProcessWindow progress(&run);
     auto* bar = progress.findChild<QProgressBar*>(QStringLiteral("progressIndicator"));
     ASSERT_NE(bar, nullptr);

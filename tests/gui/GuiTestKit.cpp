@@ -11,13 +11,13 @@
 #include "TestFiles.h"
 #include "TestPki.h"
 #include "account/AccountServer.h"
-#include "account/SignIn.h"
-#include "account/SignUp.h"
 #include "contacts/ContactDB.h"
+#include "platform/QKKeychain.h"
+#include "platform/QtKeychainStore.h"
+#include "session/NivoGXUtil.h"
+#include "session/SignIn.h"
+#include "session/SignUp.h"
 #include "shell/DialogPrompter.h"
-#include "storage/NivoGXUtil.h"
-#include "storage/QKKeychain.h"
-#include "storage/QtKeychainStore.h"
 
 void PrintTo(const QString& text, std::ostream* os) {
     *os << '"' << text.toStdString() << '"';

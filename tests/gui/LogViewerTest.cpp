@@ -14,8 +14,8 @@
 #include "log/ActivityLog.h"
 #include "log/LogQuery.h"
 #include "log/LogViewerController.h"
+#include "session/NivoGXUtil.h"
 #include "shell/AppDelegate.h"
-#include "storage/NivoGXUtil.h"
 
 namespace {
 

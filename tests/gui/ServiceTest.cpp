@@ -7,9 +7,9 @@
 #include "GuiTestKit.h"
 #include "TestFiles.h"
 #include "filelist/FileController.h"
+#include "session/NivoGXUtil.h"
 #include "shell/AppDelegate.h"
 #include "shell/NIVOGXService.h"
-#include "storage/NivoGXUtil.h"
 
 namespace {
 

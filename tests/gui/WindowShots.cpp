@@ -27,11 +27,11 @@
 #include "processing/FileListModel.h"
 #include "processing/ProcessController.h"
 #include "processing/ProcessWindow.h"
+#include "session/NivoGXUtil.h"
 #include "shell/AppDelegate.h"
 #include "shell/DialogPrompter.h"
 #include "shell/IconSet.h"
 #include "shell/NotificationHub.h"
-#include "storage/NivoGXUtil.h"
 
 namespace {
 
@@ -182,7 +182,7 @@ int main(int argc, char* argv[]) {
     ok = save(main, folder, "main-window.png") && ok;
 
     // A file on its way, at 40 %.
-    ProcessController run;
+    ProcessController run(NivoGXUtil::runEnvironment());
     ProcessWindow progress(&run);
     Q_EMIT run.statusChanged(
         QStringLiteral("Encrypting %1 ...")

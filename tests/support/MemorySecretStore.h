@@ -2,7 +2,7 @@
 
 #include <QHash>
 
-#include "storage/SecretStore.h"
+#include "platform/SecretStore.h"
 
 // An in-memory secret store that can be told to fail, the way a locked or unreachable keychain
 // does.

@@ -5,7 +5,7 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
-#include "account/NivoProfile.h"
+#include "model/NivoProfile.h"
 
 // A throw-away PKI made at test time with the real `openssl` command: a root CA and any number of
 // users (RSA or EC), each with PEM key and certificate files, DER certificate and PKCS#12 bytes.

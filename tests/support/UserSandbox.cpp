@@ -4,8 +4,8 @@
 #include <QSettings>
 
 #include "MemorySecretStore.h"
-#include "storage/NivoGXUtil.h"
-#include "storage/QKKeychain.h"
+#include "platform/QKKeychain.h"
+#include "session/NivoGXUtil.h"
 
 namespace {
 

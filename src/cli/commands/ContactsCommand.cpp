@@ -8,11 +8,11 @@
 #include "CliCertificate.h"
 #include "CliMessages.h"
 #include "contacts/ContactDB.h"
-#include "contacts/RecipientChoice.h"
 #include "crypto/CertificateTrust.h"
 #include "log/VisibleText.h"
-#include "storage/NivoGXUtil.h"
-#include "storage/UserDataExport.h"
+#include "session/NivoGXUtil.h"
+#include "session/RecipientChoice.h"
+#include "session/UserDataExport.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "CliAccount.h"
-#include "account/SignIn.h"
+#include "session/SignIn.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -3,9 +3,9 @@
 #include "CliAccount.h"
 #include "CliMessages.h"
 #include "contacts/ContactDB.h"
-#include "contacts/RecipientChoice.h"
 #include "log/VisibleText.h"
-#include "storage/NivoGXUtil.h"
+#include "session/NivoGXUtil.h"
+#include "session/RecipientChoice.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -9,7 +9,7 @@
 #include "CliPipe.h"
 #include "log/VisibleText.h"
 #include "processing/FileListModel.h"
-#include "storage/NivoGXUtil.h"
+#include "session/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 

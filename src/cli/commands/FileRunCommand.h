@@ -5,7 +5,7 @@
 
 #include "CliBatch.h"
 #include "CliCommand.h"
-#include "contacts/Contact.h"
+#include "model/Contact.h"
 
 class CliAccount;
 class CliPipe;

@@ -6,8 +6,8 @@
 #include "CliMessages.h"
 #include "log/LogQuery.h"
 #include "log/VisibleText.h"
-#include "storage/NivoGXUtil.h"
-#include "storage/UserDataExport.h"
+#include "session/NivoGXUtil.h"
+#include "session/UserDataExport.h"
 
 using namespace Qt::Literals::StringLiterals;
 

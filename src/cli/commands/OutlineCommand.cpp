@@ -7,10 +7,10 @@
 #include <QTemporaryFile>
 
 #include "CliMessages.h"
-#include "crypto/CmsArmour.h"
-#include "crypto/CmsOutline.h"
+#include "crypto/cms/CmsArmour.h"
+#include "crypto/cms/CmsOutline.h"
 #include "log/VisibleText.h"
-#include "storage/NivoGXUtil.h"
+#include "session/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -1,7 +1,7 @@
 #include "ProfileCommand.h"
 
 #include "CliAccount.h"
-#include "storage/UserDataExport.h"
+#include "session/UserDataExport.h"
 
 using namespace Qt::Literals::StringLiterals;
 

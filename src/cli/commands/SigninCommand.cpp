@@ -1,7 +1,7 @@
 #include "SigninCommand.h"
 
 #include "CliMessages.h"
-#include "account/SignIn.h"
+#include "session/SignIn.h"
 
 using namespace Qt::Literals::StringLiterals;
 

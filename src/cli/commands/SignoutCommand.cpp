@@ -1,6 +1,6 @@
 #include "SignoutCommand.h"
 
-#include "storage/NivoGXUtil.h"
+#include "session/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -1,7 +1,7 @@
 #include "SignupCommand.h"
 
 #include "CliMessages.h"
-#include "account/SignUp.h"
+#include "session/SignUp.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -2,7 +2,7 @@
 
 #include "CliAccount.h"
 #include "CliCertificate.h"
-#include "storage/NivoGXUtil.h"
+#include "session/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -9,9 +9,9 @@
 
 #include "account/AccountServer.h"
 #include "account/NivoProfileUtil.h"
-#include "crypto/ComTruvexIO_MemoryStream.h"
-#include "crypto/TVXCryptoProvider.h"
-#include "crypto/comTruvexCrypto_Pkcs12Loader.h"
+#include "crypto/toolkit/ComTruvexIO_MemoryStream.h"
+#include "crypto/toolkit/TVXCryptoProvider.h"
+#include "crypto/toolkit/comTruvexCrypto_Pkcs12Loader.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -4,8 +4,8 @@
 #include <QString>
 #include <optional>
 
-#include "account/NivoProfile.h"
 #include "account/Profile.h"
+#include "model/NivoProfile.h"
 
 // The account server's five requests, each sent synchronously on the calling thread (never the
 // GUI thread), and the reading of their answers. Outcomes are status texts: "" is success, any

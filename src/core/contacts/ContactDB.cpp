@@ -5,8 +5,8 @@
 #include "account/NivoProfileCommon.h"
 #include "contacts/PresetDetails.h"
 #include "crypto/CertificateTrust.h"
+#include "platform/AtomicFile.h"
 #include "sqlite/SqliteDatabase.h"
-#include "storage/AtomicFile.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -8,9 +8,9 @@
 #include <functional>
 #include <optional>
 
-#include "account/NivoProfile.h"
-#include "contacts/Contact.h"
-#include "contacts/ContactPreset.h"
+#include "model/Contact.h"
+#include "model/ContactPreset.h"
+#include "model/NivoProfile.h"
 
 // The signed-in user's SQLite database of contacts, recipient presets and the user's own profile
 // row. The same file format is the contact backup and the profile file, which are copies of it.

@@ -6,7 +6,7 @@
 #include <QList>
 #include <QString>
 
-#include "contacts/Contact.h"
+#include "model/Contact.h"
 
 // One list of contacts as a one-column table of NIVO IDs; a contact whose stored certificate the
 // account service does not stand behind is drawn in orange. The tooltip gives the whole NIVO ID,

@@ -2,11 +2,11 @@
 
 #include <QCryptographicHash>
 
-#include "crypto/ComTruvexIO_MemoryStream.h"
-#include "crypto/OpenSsl.h"
-#include "crypto/TVXCryptoProvider.h"
-#include "crypto/comTruvexCrypto_X509CertificateLoader.h"
-#include "crypto/comTruvexCrypto_X509CertificateValidator.h"
+#include "crypto/cms/OpenSsl.h"
+#include "crypto/toolkit/ComTruvexIO_MemoryStream.h"
+#include "crypto/toolkit/TVXCryptoProvider.h"
+#include "crypto/toolkit/comTruvexCrypto_X509CertificateLoader.h"
+#include "crypto/toolkit/comTruvexCrypto_X509CertificateValidator.h"
 
 using namespace Qt::Literals::StringLiterals;
 using Trust = SenderVerdict::Trust;

@@ -5,20 +5,20 @@
 #include <variant>
 
 #include "crypto/CertificateTrust.h"
-#include "crypto/CmsAlgorithms.h"
-#include "crypto/CmsArmour.h"
-#include "crypto/ComTruvexIO_FileStream.h"
-#include "crypto/ComTruvexIO_MemoryStream.h"
 #include "crypto/CryptoLog.h"
-#include "crypto/OpenSsl.h"
-#include "crypto/TVXCmsGenerator.h"
-#include "crypto/TVXCmsParser.h"
-#include "crypto/TVXCmsParserCallback.h"
-#include "crypto/TVXCryptoProvider.h"
-#include "crypto/comTruvexCryptoBusinessLogic_CryptoParticipant.h"
-#include "crypto/comTruvexCrypto_Pkcs12Loader.h"
-#include "crypto/comTruvexUtil_ExceptionUtil.h"
-#include "storage/AtomicFile.h"
+#include "crypto/cms/CmsAlgorithms.h"
+#include "crypto/cms/CmsArmour.h"
+#include "crypto/cms/OpenSsl.h"
+#include "crypto/toolkit/ComTruvexIO_FileStream.h"
+#include "crypto/toolkit/ComTruvexIO_MemoryStream.h"
+#include "crypto/toolkit/TVXCmsGenerator.h"
+#include "crypto/toolkit/TVXCmsParser.h"
+#include "crypto/toolkit/TVXCmsParserCallback.h"
+#include "crypto/toolkit/TVXCryptoProvider.h"
+#include "crypto/toolkit/comTruvexCryptoBusinessLogic_CryptoParticipant.h"
+#include "crypto/toolkit/comTruvexCrypto_Pkcs12Loader.h"
+#include "crypto/toolkit/comTruvexUtil_ExceptionUtil.h"
+#include "platform/AtomicFile.h"
 
 using namespace Qt::Literals::StringLiterals;
 using Participant = comTruvexCryptoBusinessLogic_CryptoParticipant;

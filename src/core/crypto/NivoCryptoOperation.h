@@ -7,8 +7,8 @@
 #include <atomic>
 #include <functional>
 
-#include "account/NivoProfile.h"
 #include "crypto/SenderVerdict.h"
+#include "model/NivoProfile.h"
 
 class QIODevice;
 class TVXStream;

@@ -9,7 +9,7 @@
 
 #include "log/VisibleText.h"
 #include "log/XRFileReader.h"
-#include "storage/AtomicFile.h"
+#include "platform/AtomicFile.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -6,7 +6,7 @@
 #include <QString>
 #include <QStringList>
 
-#include "log/LogEntry.h"
+#include "model/LogEntry.h"
 
 // The user's activity log: one line per encryption or decryption, appended and never rewritten,
 // UTF-8 without a header. Fields are joined with " | "; control characters in them are written as

@@ -4,7 +4,7 @@
 #include <QString>
 #include <optional>
 
-#include "log/LogEntry.h"
+#include "model/LogEntry.h"
 
 // The log viewer's rules over the entries of the activity log, for the window and the
 // command-line tool alike: the filter by operation, the search in one column and the sort by

@@ -1,6 +1,6 @@
 #include "processing/FileDetails.h"
 
-#include "processing/PathText.h"
+#include "platform/PathText.h"
 
 QString FileDetails::getFilename() const {
     return PathText::lastComponent(filePath);

@@ -9,9 +9,8 @@
 #include <vector>
 
 #include "log/VisibleText.h"
-#include "processing/PathText.h"
+#include "platform/PathText.h"
 #include "processing/ProcessController.h"
-#include "storage/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -37,23 +36,12 @@ bool listedBefore(const QString& nameA, const QString& pathA, const QString& nam
     return pathA.compare(pathB, Qt::CaseInsensitive) < 0;
 }
 
-FileListModel::RunInputs storedRunInputs() {
-    FileListModel::RunInputs inputs;
-    inputs.profile = NivoGXUtil::getNivoProfile().value_or(NivoProfile{});
-    inputs.password = NivoGXUtil::getNivoPassword();
-    inputs.encryptOutputFolder = NivoGXUtil::getLastOutputEncryptFolder();
-    inputs.decryptOutputFolder = NivoGXUtil::getLastOutputDecryptFolder();
-    return inputs;
-}
-
 }  // namespace
 
-FileListModel::FileListModel(QObject* parent)
-    : QAbstractTableModel(parent),
-      m_controllerFactory([](QObject* owner) { return new ProcessController(owner); }),
-      m_runInputsSource(storedRunInputs) {
-    m_folderUse[0].before = NivoGXUtil::getLastOutputEncryptFolder();
-    m_folderUse[1].before = NivoGXUtil::getLastOutputDecryptFolder();
+FileListModel::FileListModel(std::shared_ptr<RunEnvironment> environment, QObject* parent)
+    : QAbstractTableModel(parent), m_environment(std::move(environment)) {
+    m_folderUse[0].before = m_environment->outputFolder(true);
+    m_folderUse[1].before = m_environment->outputFolder(false);
 }
 
 FileListModel::~FileListModel() = default;
@@ -311,12 +299,12 @@ void FileListModel::startFileProcess() {
         }
         if (entry.status == kPendingEncryption) {
             setStatus(row, kEncrypting);
-            launch(row, true, m_runInputsSource());
+            launch(row, true);
             return;
         }
         if (entry.status == kPendingDecryption) {
             setStatus(row, kDecrypting);
-            launch(row, false, m_runInputsSource());
+            launch(row, false);
             return;
         }
         ++m_fileIndexCounter;
@@ -324,13 +312,14 @@ void FileListModel::startFileProcess() {
     setProcessing(false);
 }
 
-void FileListModel::launch(qsizetype row, bool toEncrypt, const RunInputs& inputs) {
-    ProcessController* controller = m_controllerFactory(this);
+void FileListModel::launch(qsizetype row, bool toEncrypt) {
+    auto* controller = new ProcessController(m_environment, this);
+    const QString outputFolder = m_environment->outputFolder(toEncrypt);
     m_processController = controller;
     // Only the first outcome counts: after a cancel the abandoned work reports once more, by
     // which time the run has moved on to another row.
     FolderUse& use = m_folderUse[toEncrypt ? 0 : 1];
-    use.folder = toEncrypt ? inputs.encryptOutputFolder : inputs.decryptOutputFolder;
+    use.folder = outputFolder;
     connect(controller, &ProcessController::processingCompleted, this,
             [this, controller, &use](const QString& processResult) {
                 disconnect(controller, &ProcessController::processingCompleted, this, nullptr);
@@ -350,11 +339,9 @@ void FileListModel::launch(qsizetype row, bool toEncrypt, const RunInputs& input
     const QString path = m_fileList.at(row).filePath;
     const QString subFolder = m_fileList.at(row).subFolder;
     Q_EMIT processStarting(controller, static_cast<int>(row));
-    controller->processFile(
-        path, inputs.profile, inputs.password, m_recipientList,
-        makeSubFolders(toEncrypt ? inputs.encryptOutputFolder : inputs.decryptOutputFolder,
-                       subFolder),
-        toEncrypt);
+    controller->processFile(path, m_environment->profile().value_or(NivoProfile{}),
+                            m_environment->password(), m_recipientList,
+                            makeSubFolders(outputFolder, subFolder), toEncrypt);
 }
 
 void FileListModel::handleProcessingComplete(const QString& processResult) {
@@ -393,14 +380,12 @@ void FileListModel::setStatus(qsizetype row, const QString& status) {
 void FileListModel::forgetFailedFolders() {
     for (const bool toEncrypt : {true, false}) {
         FolderUse& use = m_folderUse[toEncrypt ? 0 : 1];
-        const QString remembered = toEncrypt ? NivoGXUtil::getLastOutputEncryptFolder()
-                                             : NivoGXUtil::getLastOutputDecryptFolder();
+        const QString remembered = m_environment->outputFolder(toEncrypt);
         if (use.failed && !use.placed && !use.folder.isEmpty() && remembered == use.folder) {
-            NivoGXUtil::setLastOutputFolder(toEncrypt, use.before);
+            m_environment->setOutputFolder(toEncrypt, use.before);
         }
         use = FolderUse{};
-        use.before = toEncrypt ? NivoGXUtil::getLastOutputEncryptFolder()
-                               : NivoGXUtil::getLastOutputDecryptFolder();
+        use.before = m_environment->outputFolder(toEncrypt);
     }
 }
 
@@ -450,12 +435,4 @@ void FileListModel::sortFileList() {
     }
     changePersistentIndexList(before, after);
     Q_EMIT layoutChanged({}, QAbstractItemModel::VerticalSortHint);
-}
-
-void FileListModel::setControllerFactory(ControllerFactory factory) {
-    m_controllerFactory = std::move(factory);
-}
-
-void FileListModel::setRunInputsSource(RunInputsSource source) {
-    m_runInputsSource = std::move(source);
 }

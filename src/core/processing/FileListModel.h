@@ -7,10 +7,10 @@
 #include <QString>
 #include <QStringList>
 #include <array>
-#include <functional>
+#include <memory>
 
-#include "account/NivoProfile.h"
-#include "contacts/Contact.h"
+#include "model/Contact.h"
+#include "model/NivoProfile.h"
 #include "processing/FileDetails.h"
 #include "processing/ProcessController.h"
 
@@ -25,9 +25,8 @@
 // startDecryption(). To show a file's progress it connects to processStarting, which hands over
 // each file's controller before it starts. The command-line tool drives the same calls and waits
 // for processingChanged(false). The model owns every controller it makes and deletes it (later)
-// once it has reported, so keep a QPointer to it, not a plain pointer. By default a run takes the
-// signed-in user's profile, the stored password and the remembered output folders; a caller with
-// its own (the command-line tool's arguments) sets a RunInputsSource.
+// once it has reported, so keep a QPointer to it, not a plain pointer. Each file takes the
+// environment's profile, password and remembered output folder as it is handed over.
 class FileListModel : public QAbstractTableModel {
     Q_OBJECT
 public:
@@ -59,17 +58,8 @@ public:
                              // the detail; "Yes" calls clear()
     };
 
-    // What a run reads when it hands a file over.
-    struct RunInputs {
-        NivoProfile profile;
-        QString password;
-        QString encryptOutputFolder;
-        QString decryptOutputFolder;
-    };
-    using RunInputsSource = std::function<RunInputs()>;
-    using ControllerFactory = std::function<ProcessController*(QObject* parent)>;
-
-    explicit FileListModel(QObject* parent = nullptr);
+    explicit FileListModel(std::shared_ptr<RunEnvironment> environment,
+                           QObject* parent = nullptr);
     ~FileListModel() override;
 
     [[nodiscard]] int rowCount(const QModelIndex& parent = {}) const override;
@@ -146,11 +136,6 @@ public:
     // Whether `path` names a protected file ("tvf", letter case counts).
     [[nodiscard]] static bool isProtectedFile(const QString& path);
 
-    // Makes each file's controller, with the model as its parent; by default a ProcessController.
-    void setControllerFactory(ControllerFactory factory);
-    // Asked each time a file is handed over.
-    void setRunInputsSource(RunInputsSource source);
-
 Q_SIGNALS:
     // `controller` is about to start on `row`; connect to its signals now.
     void processStarting(ProcessController* controller, int row);
@@ -162,7 +147,7 @@ private:
     void setProcessing(bool processing);
     void markUnmarked(const QString& status, bool protectedOnly);
     void sortFileList();
-    void launch(qsizetype row, bool toEncrypt, const RunInputs& inputs);
+    void launch(qsizetype row, bool toEncrypt);
     // At the end of a run: a folder where every file of a direction failed is not offered again;
     // the one remembered before it comes back.
     void forgetFailedFolders();
@@ -177,8 +162,7 @@ private:
     qsizetype m_fileIndexCounter = 0;
     bool m_isProcessing = false;
     QPointer<ProcessController> m_processController;
-    ControllerFactory m_controllerFactory;
-    RunInputsSource m_runInputsSource;
+    std::shared_ptr<RunEnvironment> m_environment;
     // Per direction (encrypting first) for the run under way: the output folder used, the one
     // remembered before the run's choice, and whether a file succeeded or failed there.
     struct FolderUse {

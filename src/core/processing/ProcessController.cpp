@@ -15,13 +15,12 @@
 
 #include "account/NivoProfileCommon.h"
 #include "contacts/ContactDB.h"
-#include "crypto/CmsArmour.h"
 #include "crypto/NivoCryptoOperation.h"
-#include "crypto/TVXException.h"
-#include "log/LogEntry.h"
-#include "processing/PathText.h"
-#include "storage/AtomicFile.h"
-#include "storage/NivoGXUtil.h"
+#include "crypto/cms/CmsArmour.h"
+#include "crypto/toolkit/TVXException.h"
+#include "model/LogEntry.h"
+#include "platform/AtomicFile.h"
+#include "platform/PathText.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -227,8 +226,10 @@ Outcome work(const Job& job, const ProgressReport& report) {
 
 }  // namespace
 
-ProcessController::ProcessController(QObject* parent)
-    : QObject(parent), m_cancelled(std::make_shared<std::atomic<bool>>(false)) {}
+ProcessController::ProcessController(std::shared_ptr<RunEnvironment> environment, QObject* parent)
+    : QObject(parent),
+      m_environment(std::move(environment)),
+      m_cancelled(std::make_shared<std::atomic<bool>>(false)) {}
 
 ProcessController::~ProcessController() = default;
 
@@ -290,7 +291,7 @@ void ProcessController::processFile(const QString& inputPath, const NivoProfile&
                                           toEncrypt, m_outputPathsInUse);
     // Only an encryption's log line names the user; the keychain answers slowly.
     if (toEncrypt && !m_userNivoIdGiven) {
-        m_userNivoId = NivoGXUtil::getNivoUsername();
+        m_userNivoId = m_environment->userNivoId();
     }
     m_running = true;
 
@@ -334,7 +335,7 @@ void ProcessController::startInBackground(QList<QByteArray> certificates) {
     job.outputPathsInUse = m_outputPathsInUse;
     job.cancelled = m_cancelled;
     if (!m_toEncrypt) {
-        job.contacts = NivoGXUtil::currentContactDB();
+        job.contacts = m_environment->contacts();
     }
 
     // What the completion needs, so that it can run after this controller is gone (a cancelled
@@ -343,22 +344,23 @@ void ProcessController::startInBackground(QList<QByteArray> certificates) {
     const QString inputPath = m_inputName;
     const QStringList encryptionNames = encryptionLogNames();
     const QPointer<ProcessController> self(this);
+    const std::shared_ptr<RunEnvironment> environment = m_environment;
 
     // Parentless: it must outlive this controller until the work is done.
     auto* watcher = new QFutureWatcher<Outcome>;
     connect(watcher, &QFutureWatcherBase::finished, watcher,
-            [watcher, self, toEncrypt, inputPath, encryptionNames] {
+            [watcher, self, environment, toEncrypt, inputPath, encryptionNames] {
                 const Outcome outcome = watcher->result();
                 watcher->deleteLater();
                 // A failed run has placed nothing and so has nothing to remove.
                 const bool failed = !outcome.text.isEmpty();
                 const QString status = failed ? LogEntry::kFailed : LogEntry::kSuccess;
                 if (toEncrypt) {
-                    NivoGXUtil::writeToLog(LogEntry::kEncryptAction, inputPath, encryptionNames,
-                                           status);
+                    environment->writeToLog(LogEntry::kEncryptAction, inputPath, encryptionNames,
+                                            status);
                 } else {
-                    NivoGXUtil::writeToLog(LogEntry::kDecryptAction, inputPath,
-                                           {outcome.sender.name}, status);
+                    environment->writeToLog(LogEntry::kDecryptAction, inputPath,
+                                            {outcome.sender.name}, status);
                 }
                 if (self) {
                     self->m_running = false;
@@ -395,11 +397,12 @@ void ProcessController::cancel() {
     // The work stops at its next block and discards what it wrote.
     m_cancelled->store(true);
     if (m_toEncrypt) {
-        NivoGXUtil::writeToLog(LogEntry::kEncryptAction, m_inputName, encryptionLogNames(),
-                               LogEntry::kCancelled);
+        m_environment->writeToLog(LogEntry::kEncryptAction, m_inputName, encryptionLogNames(),
+                                  LogEntry::kCancelled);
         Q_EMIT processingCompleted(kEncryptionCancelled);
     } else {
-        NivoGXUtil::writeToLog(LogEntry::kDecryptAction, m_inputName, {}, LogEntry::kCancelled);
+        m_environment->writeToLog(LogEntry::kDecryptAction, m_inputName, {},
+                                  LogEntry::kCancelled);
         Q_EMIT processingCompleted(kDecryptionCancelled);
     }
 }

@@ -12,9 +12,10 @@
 #include <functional>
 #include <memory>
 
-#include "account/NivoProfile.h"
-#include "contacts/Contact.h"
 #include "crypto/SenderVerdict.h"
+#include "model/Contact.h"
+#include "model/NivoProfile.h"
+#include "processing/RunEnvironment.h"
 
 // Encrypts or decrypts one file without blocking its caller: it picks the output path and runs the
 // crypto operation, which streams the input in constant memory, on the global thread pool, and
@@ -46,7 +47,10 @@ public:
     static const QString kEncryptionCancelled;
     static const QString kDecryptionCancelled;
 
-    explicit ProcessController(QObject* parent = nullptr);
+    // The log lines of the run go to `environment`'s log; a decryption names a known sender
+    // from its contacts.
+    explicit ProcessController(std::shared_ptr<RunEnvironment> environment,
+                               QObject* parent = nullptr);
     ~ProcessController() override;
     ProcessController(const ProcessController&) = delete;
     ProcessController& operator=(const ProcessController&) = delete;
@@ -71,7 +75,7 @@ public:
                      bool toEncrypt);
     // The user's NIVO ID for the log lines of encryption runs, for callers that have it at hand:
     // a batch reads it from the keychain once instead of once per file. Without it processFile
-    // reads it there itself. Call it before processFile.
+    // asks the environment. Call it before processFile.
     void setUserNivoId(const QString& nivoId);
     // The output paths of other runs still under way, for callers that run several files at
     // once: this run picks none of them, as their files appear only once complete and so escape
@@ -122,6 +126,7 @@ private:
     // The recipients' NIVO IDs followed by the user's, as an encryption's log line names them.
     [[nodiscard]] QStringList encryptionLogNames() const;
 
+    std::shared_ptr<RunEnvironment> m_environment;
     NivoProfile m_userProfile;
     QString m_password;
     bool m_toEncrypt = true;

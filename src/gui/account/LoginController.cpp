@@ -10,12 +10,12 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
-#include "shell/Background.h"
 #include "account/RegisterController.h"
-#include "account/SignIn.h"
+#include "session/NivoGXUtil.h"
+#include "session/SignIn.h"
+#include "shell/Background.h"
 #include "shell/NotificationHub.h"
 #include "shell/Prompter.h"
-#include "storage/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -3,7 +3,7 @@
 #include <QPointer>
 #include <QWidget>
 
-#include "account/NivoProfile.h"
+#include "model/NivoProfile.h"
 
 class NotificationHub;
 class Prompter;

@@ -8,9 +8,9 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include "session/SignIn.h"
+#include "session/SignUp.h"
 #include "shell/Background.h"
-#include "account/SignIn.h"
-#include "account/SignUp.h"
 #include "shell/NotificationHub.h"
 #include "shell/Prompter.h"
 

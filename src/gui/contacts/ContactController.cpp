@@ -18,14 +18,14 @@
 
 #include "contacts/ContactDB.h"
 #include "contacts/ContactTableModel.h"
-#include "contacts/RecipientChoice.h"
 #include "crypto/CertificateTrust.h"
 #include "log/VisibleText.h"
+#include "session/NivoGXUtil.h"
+#include "session/RecipientChoice.h"
 #include "shell/Background.h"
 #include "shell/IconSet.h"
 #include "shell/NotificationHub.h"
 #include "shell/Prompter.h"
-#include "storage/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;

@@ -2,8 +2,8 @@
 
 #include <QWidget>
 
-#include "account/NivoProfile.h"
-#include "contacts/RecipientSelection.h"
+#include "model/NivoProfile.h"
+#include "session/RecipientSelection.h"
 
 class NotificationHub;
 class Prompter;

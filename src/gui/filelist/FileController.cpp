@@ -24,11 +24,11 @@
 #include "processing/FileListModel.h"
 #include "processing/ProcessController.h"
 #include "processing/ProcessWindow.h"
+#include "session/NivoGXUtil.h"
 #include "shell/IconSet.h"
 #include "shell/NotificationHub.h"
 #include "shell/Prompter.h"
 #include "shell/StatusColumn.h"
-#include "storage/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -78,7 +78,7 @@ FileController::FileController(NotificationHub& hub, Prompter& prompter, QWidget
     : QMainWindow(parent),
       m_hub(hub),
       m_prompter(prompter),
-      m_model(new FileListModel(this)),
+      m_model(new FileListModel(NivoGXUtil::runEnvironment(), this)),
       m_fileTableView(new CustomFileTableView(this)),
       m_resultsPanel(new ResultsPanel(this)),
       m_userToolBarItem(new QLabel(this)),

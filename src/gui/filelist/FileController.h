@@ -7,7 +7,7 @@
 #include <chrono>
 #include <functional>
 
-#include "contacts/Contact.h"
+#include "model/Contact.h"
 
 class ContactController;
 class CustomFileTableView;

@@ -12,12 +12,12 @@
 #include <QToolBar>
 #include <QVBoxLayout>
 
+#include "platform/ExportFileName.h"
+#include "session/NivoGXUtil.h"
+#include "session/UserDataExport.h"
 #include "shell/IconSet.h"
 #include "shell/Prompter.h"
 #include "shell/StatusColumn.h"
-#include "storage/ExportFileName.h"
-#include "storage/NivoGXUtil.h"
-#include "storage/UserDataExport.h"
 
 using namespace Qt::Literals::StringLiterals;
 

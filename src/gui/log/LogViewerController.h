@@ -5,8 +5,8 @@
 #include <QString>
 #include <array>
 
-#include "log/LogEntry.h"
 #include "log/LogQuery.h"
+#include "model/LogEntry.h"
 #include "shell/ExportFolder.h"
 
 class Prompter;

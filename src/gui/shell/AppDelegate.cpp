@@ -21,12 +21,12 @@
 #include "crypto/CertificateTrust.h"
 #include "filelist/FileController.h"
 #include "log/LogViewerController.h"
+#include "platform/ExportFileName.h"
+#include "session/NivoGXUtil.h"
+#include "session/UserDataExport.h"
 #include "shell/NIVOGXService.h"
 #include "shell/NotificationHub.h"
 #include "shell/Prompter.h"
-#include "storage/ExportFileName.h"
-#include "storage/NivoGXUtil.h"
-#include "storage/UserDataExport.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -7,8 +7,8 @@
 #include <QStandardPaths>
 #include <memory>
 
+#include "session/NivoGXUtil.h"
 #include "shell/NotificationHub.h"
-#include "storage/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -5,7 +5,7 @@
 #include <QString>
 #include <QStringList>
 
-#include "contacts/Contact.h"
+#include "model/Contact.h"
 
 // The application's notifications between windows: one signal per notification, posted and
 // received on the GUI thread. Receivers connect directly, so a post returns only after every

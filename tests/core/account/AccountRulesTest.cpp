@@ -4,9 +4,9 @@
 
 #include <QDateTime>
 
-#include "account/SignIn.h"
-#include "account/SignUp.h"
-#include "storage/ExportFileName.h"
+#include "platform/ExportFileName.h"
+#include "session/SignIn.h"
+#include "session/SignUp.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include "SqliteShell.h"
 #include "TestFiles.h"
 #include "UserSandbox.h"
+#include "session/NivoGXUtil.h"
 #include "sqlite/SqliteDatabase.h"
-#include "storage/NivoGXUtil.h"
 
 namespace {
 

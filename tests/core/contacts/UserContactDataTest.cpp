@@ -13,10 +13,10 @@
 #include "TestPki.h"
 #include "UserSandbox.h"
 #include "contacts/ContactDB.h"
-#include "contacts/RecipientChoice.h"
+#include "session/NivoGXUtil.h"
+#include "session/RecipientChoice.h"
+#include "session/UserDataExport.h"
 #include "sqlite/SqliteDatabase.h"
-#include "storage/NivoGXUtil.h"
-#include "storage/UserDataExport.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -5,7 +5,7 @@
 #include <functional>
 
 #include "CryptoTestKit.h"
-#include "crypto/BerReader.h"
+#include "crypto/cms/BerReader.h"
 
 using namespace Qt::Literals::StringLiterals;
 using CryptoTestKit::tlv;

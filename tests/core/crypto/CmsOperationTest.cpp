@@ -13,9 +13,9 @@
 #include "CryptoTestKit.h"
 #include "TestPki.h"
 #include "crypto/NivoCryptoOperation.h"
-#include "crypto/TVXException.h"
-#include "crypto/TVXRandom.h"
-#include "crypto/comTruvexUtil_ExceptionUtil.h"
+#include "crypto/toolkit/TVXException.h"
+#include "crypto/toolkit/TVXRandom.h"
+#include "crypto/toolkit/comTruvexUtil_ExceptionUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 using namespace CryptoTestKit;

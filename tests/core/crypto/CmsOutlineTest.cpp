@@ -7,11 +7,11 @@
 
 #include "CryptoTestKit.h"
 #include "TestPki.h"
-#include "crypto/BerReader.h"
-#include "crypto/CmsHead.h"
-#include "crypto/CmsOutline.h"
 #include "crypto/NivoCryptoOperation.h"
-#include "crypto/TVXCmsParser.h"
+#include "crypto/cms/BerReader.h"
+#include "crypto/cms/CmsHead.h"
+#include "crypto/cms/CmsOutline.h"
+#include "crypto/toolkit/TVXCmsParser.h"
 
 using namespace Qt::Literals::StringLiterals;
 using namespace CryptoTestKit;

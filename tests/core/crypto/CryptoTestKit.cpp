@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "crypto/NivoCryptoOperation.h"
-#include "crypto/TVXException.h"
+#include "crypto/toolkit/TVXException.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -4,12 +4,12 @@
 #include <QSet>
 #include <QTemporaryDir>
 
-#include "crypto/ComTruvexIO_FileStream.h"
-#include "crypto/ComTruvexIO_MemoryStream.h"
-#include "crypto/Hex.h"
-#include "crypto/TVXCmsParserCallback.h"
-#include "crypto/TVXRandom.h"
-#include "crypto/comTruvexUtil_ExceptionUtil.h"
+#include "crypto/cms/Hex.h"
+#include "crypto/toolkit/ComTruvexIO_FileStream.h"
+#include "crypto/toolkit/ComTruvexIO_MemoryStream.h"
+#include "crypto/toolkit/TVXCmsParserCallback.h"
+#include "crypto/toolkit/TVXRandom.h"
+#include "crypto/toolkit/comTruvexUtil_ExceptionUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -12,9 +12,9 @@
 
 #include "CryptoTestKit.h"
 #include "TestPki.h"
-#include "crypto/CmsOutline.h"
 #include "crypto/NivoCryptoOperation.h"
-#include "crypto/TVXCmsParser.h"
+#include "crypto/cms/CmsOutline.h"
+#include "crypto/toolkit/TVXCmsParser.h"
 
 using namespace Qt::Literals::StringLiterals;
 using namespace CryptoTestKit;

@@ -6,12 +6,12 @@
 #include <QTemporaryDir>
 
 #include "TestPki.h"
-#include "crypto/ComTruvexIO_MemoryStream.h"
-#include "crypto/TVXCryptoProvider.h"
-#include "crypto/comTruvexCrypto_Pkcs12Loader.h"
-#include "crypto/comTruvexCrypto_X509CertificateLoader.h"
-#include "crypto/comTruvexCrypto_X509CertificateValidator.h"
-#include "crypto/comTruvexUtil_ExceptionUtil.h"
+#include "crypto/toolkit/ComTruvexIO_MemoryStream.h"
+#include "crypto/toolkit/TVXCryptoProvider.h"
+#include "crypto/toolkit/comTruvexCrypto_Pkcs12Loader.h"
+#include "crypto/toolkit/comTruvexCrypto_X509CertificateLoader.h"
+#include "crypto/toolkit/comTruvexCrypto_X509CertificateValidator.h"
+#include "crypto/toolkit/comTruvexUtil_ExceptionUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 

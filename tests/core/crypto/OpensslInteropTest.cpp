@@ -4,7 +4,7 @@
 #include "CryptoTestKit.h"
 #include "TestPki.h"
 #include "crypto/NivoCryptoOperation.h"
-#include "crypto/TVXRandom.h"
+#include "crypto/toolkit/TVXRandom.h"
 
 using namespace Qt::Literals::StringLiterals;
 using namespace CryptoTestKit;

@@ -15,12 +15,12 @@
 
 #include "CryptoTestKit.h"
 #include "TestPki.h"
-#include "crypto/ComTruvexIO_FileStream.h"
 #include "crypto/NivoCryptoOperation.h"
-#include "crypto/TVXException.h"
-#include "crypto/TVXRandom.h"
-#include "crypto/comTruvexCrypto_Pkcs12Loader.h"
-#include "crypto/comTruvexUtil_ExceptionUtil.h"
+#include "crypto/toolkit/ComTruvexIO_FileStream.h"
+#include "crypto/toolkit/TVXException.h"
+#include "crypto/toolkit/TVXRandom.h"
+#include "crypto/toolkit/comTruvexCrypto_Pkcs12Loader.h"
+#include "crypto/toolkit/comTruvexUtil_ExceptionUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 using namespace CryptoTestKit;

@@ -13,7 +13,7 @@
 #include "TestFiles.h"
 #include "UserSandbox.h"
 #include "log/ActivityLog.h"
-#include "storage/NivoGXUtil.h"
+#include "session/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 

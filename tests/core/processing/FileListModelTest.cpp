@@ -16,7 +16,7 @@
 #include "crypto/NivoCryptoOperation.h"
 #include "processing/FileListModel.h"
 #include "processing/ProcessController.h"
-#include "storage/NivoGXUtil.h"
+#include "session/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 using Request = FileListModel::Request;
@@ -30,7 +30,7 @@ protected:
     void SetUp() override {
         QDir().mkpath(kit.path(u"out"_s));
         NivoGXUtil::saveSettings({}, {}, {}, kit.path(u"out"_s), kit.path(u"out"_s));
-        model = std::make_unique<FileListModel>();
+        model = std::make_unique<FileListModel>(NivoGXUtil::runEnvironment());
         // Checks every change the views see (inserts, removals, re-sorting) for consistency.
         tester = std::make_unique<QAbstractItemModelTester>(
             model.get(), QAbstractItemModelTester::FailureReportingMode::Fatal);
@@ -117,7 +117,7 @@ TEST_F(FileListModelTest, ButtonsAnswerFromTheRowsStatuses) {
     EXPECT_EQ(model->getEncryptStatusNumbers(), 2);
     EXPECT_EQ(model->getDecryptStatusNumbers(), 1);
 
-    FileListModel finished;
+    FileListModel finished(NivoGXUtil::runEnvironment());
     finished.addFiles({u"/x/a.txt"_s});
     finished.setEncryptStatus();
     finished.handleProcessingComplete(u"Some failure"_s);  // as a run leaves a failed file

@@ -15,9 +15,9 @@
 #include "ProcessingTestKit.h"
 #include "TestFiles.h"
 #include "crypto/NivoCryptoOperation.h"
-#include "crypto/comTruvexCrypto_Pkcs12Loader.h"
+#include "crypto/toolkit/comTruvexCrypto_Pkcs12Loader.h"
 #include "processing/ProcessController.h"
-#include "storage/NivoGXUtil.h"
+#include "session/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -65,7 +65,7 @@ TEST_F(ProcessControllerTest, EncryptsForTheRecipientsAndTheUserAndLogsThemAll) 
     const Contact bob = ProcessingTestKit::contact(u"bob"_s, ProcessingTestKit::people().bob);
     const Contact carol = ProcessingTestKit::contact(u"carol"_s, ProcessingTestKit::people().carol);
 
-    ProcessController controller;
+    ProcessController controller(NivoGXUtil::runEnvironment());
     QSignalSpy status(&controller, &ProcessController::statusChanged);
     EXPECT_EQ(run(controller, input, true, {bob, carol}), u""_s);
 
@@ -87,7 +87,7 @@ TEST_F(ProcessControllerTest, AUserNameGivenByTheCallerIsTheOneLogged) {
     const QString input = kit.writeFile(u"in/notes.txt"_s, "minutes");
     const Contact bob = ProcessingTestKit::contact(u"bob"_s, ProcessingTestKit::people().bob);
 
-    ProcessController controller;
+    ProcessController controller(NivoGXUtil::runEnvironment());
     controller.setUserNivoId(u"alice.batch"_s);
     EXPECT_EQ(run(controller, input, true, {bob}), u""_s);
     EXPECT_EQ(ProcessingTestKit::loggedEvents(),
@@ -97,7 +97,7 @@ TEST_F(ProcessControllerTest, AUserNameGivenByTheCallerIsTheOneLogged) {
 TEST_F(ProcessControllerTest, ABatchOpensTheKeyFileOnceAndSignOutForgetsIt) {
     QDir().mkpath(kit.path(u"out"_s));
     const auto encrypt = [this](const QString& name) {
-        ProcessController controller;
+        ProcessController controller(NivoGXUtil::runEnvironment());
         EXPECT_EQ(run(controller, kit.writeFile(u"in/"_s + name, "batch"), true), u""_s);
     };
     encrypt(u"first"_s);
@@ -107,7 +107,7 @@ TEST_F(ProcessControllerTest, ABatchOpensTheKeyFileOnceAndSignOutForgetsIt) {
     EXPECT_EQ(comTruvexCrypto_Pkcs12Loader::keyDerivations(), opened);
 
     // A wrong password is not let through by what was kept.
-    ProcessController wrong;
+    ProcessController wrong(NivoGXUtil::runEnvironment());
     EXPECT_NE(run(wrong, kit.writeFile(u"in/wrong"_s, "batch"), true, {}, u"not it"_s), u""_s);
 
     NivoGXUtil::logout();
@@ -120,10 +120,10 @@ TEST_F(ProcessControllerTest, FailuresBecomeTheOutcomeAndLeaveNoOutput) {
     QDir().mkpath(kit.path(u"out"_s));
     const QString secret = kit.writeFile(u"in/secret.txt"_s, "secret");
 
-    ProcessController wrongPassword;
+    ProcessController wrongPassword(NivoGXUtil::runEnvironment());
     EXPECT_FALSE(run(wrongPassword, secret, true, {}, u"wrong"_s).isEmpty());
 
-    ProcessController noFolder;
+    ProcessController noFolder(NivoGXUtil::runEnvironment());
     const QString folderOutcome =
         run(noFolder, secret, true, {}, TestPki::kPassword, kit.path(u"missing/folder"_s));
     EXPECT_TRUE(folderOutcome.contains(kit.path(u"missing/folder"_s)))
@@ -140,7 +140,7 @@ TEST_F(ProcessControllerTest, AFileThatAppearsAtTheOutputNameIsNeverTouched) {
     QDir().mkpath(kit.path(u"out"_s));
     const auto appearsWhileRunning = [this](const QString& input, bool toEncrypt,
                                             const QString& taken) {
-        ProcessController controller;
+        ProcessController controller(NivoGXUtil::runEnvironment());
         QSignalSpy completed(&controller, &ProcessController::processingCompleted);
         controller.processFile(input, ProcessingTestKit::aliceProfile(), TestPki::kPassword, {},
                                kit.path(u"out"_s), toEncrypt);
@@ -184,8 +184,8 @@ TEST_F(ProcessControllerTest, ABrokenFileNeverTakesTheOutputOfAValidOneOfTheSame
     for (int round = 0; round < 3; ++round) {
         for (const bool validFirst : {true, false}) {
             SCOPED_TRACE(testing::Message() << "round " << round << ", valid first " << validFirst);
-            ProcessController first;
-            ProcessController second;
+            ProcessController first(NivoGXUtil::runEnvironment());
+            ProcessController second(NivoGXUtil::runEnvironment());
             QSignalSpy firstDone(&first, &ProcessController::processingCompleted);
             QSignalSpy secondDone(&second, &ProcessController::processingCompleted);
             first.processFile(validFirst ? valid : broken, ProcessingTestKit::aliceProfile(),
@@ -213,7 +213,7 @@ TEST_F(ProcessControllerTest, AFullDiskIsNamedAndLeavesNothing) {
     }
     const auto unmount = qScopeGuard([&full] { QProcess::execute(u"umount"_s, {full}); });
     const QString input = kit.writeFile(u"in/big.bin"_s, QByteArray(3 << 20, 'f'));
-    ProcessController controller;
+    ProcessController controller(NivoGXUtil::runEnvironment());
     EXPECT_EQ(run(controller, input, true, {}, TestPki::kPassword, full),
               u"Not enough space to write %1."_s.arg(full));
     EXPECT_EQ(QDir(full).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
@@ -221,7 +221,7 @@ TEST_F(ProcessControllerTest, AFullDiskIsNamedAndLeavesNothing) {
 }
 
 TEST_F(ProcessControllerTest, AMissingInputIsReportedLaterWithoutALogLine) {
-    ProcessController controller;
+    ProcessController controller(NivoGXUtil::runEnvironment());
     QSignalSpy completed(&controller, &ProcessController::processingCompleted);
     const QString input = kit.path(u"in/gone.txt"_s);
     controller.processFile(input, ProcessingTestKit::aliceProfile(), TestPki::kPassword, {},
@@ -241,7 +241,7 @@ TEST_F(ProcessControllerTest, CancelReportsAtOnceAndStopsTheWorkWhichThenReports
     ASSERT_TRUE(QFile::resize(input, kHuge));
     const Contact bob = ProcessingTestKit::contact(u"bob"_s, ProcessingTestKit::people().bob);
 
-    ProcessController controller;
+    ProcessController controller(NivoGXUtil::runEnvironment());
     QSignalSpy completed(&controller, &ProcessController::processingCompleted);
     QSignalSpy progress(&controller, &ProcessController::progress);
     controller.processFile(input, ProcessingTestKit::aliceProfile(), TestPki::kPassword, {bob},
@@ -273,7 +273,7 @@ TEST_F(ProcessControllerTest, CancelReportsAtOnceAndStopsTheWorkWhichThenReports
 TEST_F(ProcessControllerTest, ACancelledDecryptionLogsNobodyAndItsWorkOutlivesTheController) {
     QDir().mkpath(kit.path(u"out"_s));
     const QString input = kit.writeFile(u"in/junk.tvf"_s, "not a message");
-    auto* controller = new ProcessController;
+    auto* controller = new ProcessController(NivoGXUtil::runEnvironment());
     QSignalSpy completed(controller, &ProcessController::processingCompleted);
     controller->processFile(input, ProcessingTestKit::aliceProfile(), TestPki::kPassword, {},
                             kit.path(u"out"_s), false);
@@ -294,7 +294,7 @@ TEST_F(ProcessControllerTest, ProgressCountsTheInputConsumedInBothDirections) {
     const qint64 size = 3 * 1024 * 1024 + 17;
     const QString input = kit.writeFile(u"in/large.bin"_s, QByteArray(size, 'p'));
     const auto reportsOf = [this](const QString& path, bool toEncrypt, const QString& folder) {
-        ProcessController controller;
+        ProcessController controller(NivoGXUtil::runEnvironment());
         QSignalSpy progress(&controller, &ProcessController::progress);
         EXPECT_EQ(run(controller, path, toEncrypt, {}, TestPki::kPassword, folder), u""_s);
         QList<std::pair<qint64, qint64>> reports;

@@ -8,7 +8,7 @@
 #include <QThreadPool>
 
 #include "crypto/NivoCryptoOperation.h"
-#include "storage/NivoGXUtil.h"
+#include "session/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 

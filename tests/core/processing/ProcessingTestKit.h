@@ -8,8 +8,8 @@
 
 #include "TestPki.h"
 #include "UserSandbox.h"
-#include "account/NivoProfile.h"
-#include "contacts/Contact.h"
+#include "model/Contact.h"
+#include "model/NivoProfile.h"
 
 // A signed-in user "alice" in a private sandbox, with contacts made from a real test PKI, a
 // folder for input and output files, and the activity log read back as its events.

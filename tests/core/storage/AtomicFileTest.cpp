@@ -8,8 +8,8 @@
 
 #include "TestFiles.h"
 #include "UserSandbox.h"
-#include "storage/AtomicFile.h"
-#include "storage/NivoGXUtil.h"
+#include "platform/AtomicFile.h"
+#include "session/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 

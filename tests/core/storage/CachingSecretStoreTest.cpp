@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "MemorySecretStore.h"
-#include "storage/CachingSecretStore.h"
+#include "platform/CachingSecretStore.h"
 
 using namespace Qt::Literals::StringLiterals;
 

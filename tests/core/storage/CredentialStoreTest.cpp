@@ -8,9 +8,9 @@
 #include "LogRecorder.h"
 #include "MemorySecretStore.h"
 #include "UserSandbox.h"
-#include "storage/NivoGXUtil.h"
-#include "storage/QKKeychain.h"
-#include "storage/QtKeychainStore.h"
+#include "platform/QKKeychain.h"
+#include "platform/QtKeychainStore.h"
+#include "session/NivoGXUtil.h"
 
 namespace {
 

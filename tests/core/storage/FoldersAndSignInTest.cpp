@@ -9,8 +9,8 @@
 
 #include "TestFiles.h"
 #include "UserSandbox.h"
-#include "account/SignIn.h"
-#include "storage/NivoGXUtil.h"
+#include "session/NivoGXUtil.h"
+#include "session/SignIn.h"
 
 namespace {
 

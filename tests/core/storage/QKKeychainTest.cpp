@@ -4,7 +4,7 @@
 
 #include "LogRecorder.h"
 #include "MemorySecretStore.h"
-#include "storage/QKKeychain.h"
+#include "platform/QKKeychain.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "storage/NivoGXUtil.h"
+#include "session/NivoGXUtil.h"
 
 namespace {
 
