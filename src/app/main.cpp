@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QFileInfo>
 
+#include "session/Session.h"
 #include "shell/AppDelegate.h"
 #include "shell/DialogPrompter.h"
 #include "shell/IconSet.h"
@@ -49,6 +50,7 @@ int main(int argc, char* argv[]) {
         return 0;
     }
 
+    Session::makeCurrent(std::make_shared<Session>());
     NotificationHub hub;
     DialogPrompter prompter;
     AppDelegate delegate(hub, prompter);

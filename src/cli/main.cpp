@@ -7,6 +7,7 @@
 #include "platform/CachingSecretStore.h"
 #include "platform/QKKeychain.h"
 #include "platform/QtKeychainStore.h"
+#include "session/Session.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -30,6 +31,7 @@ int main(int argc, char* argv[]) {
     // One command per process: the keychain's answers hold for its length, and asking the
     // desktop's store again for each of the many reads of the same record costs a round trip.
     setDefaultKeychain(std::make_unique<CachingSecretStore>(std::make_unique<QtKeychainStore>()));
+    Session::makeCurrent(std::make_shared<Session>());
     CliConsole console;
     NivoCli cli(console);
     return cli.run(QCoreApplication::arguments());

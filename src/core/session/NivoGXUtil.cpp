@@ -1,415 +1,117 @@
 #include "session/NivoGXUtil.h"
 
-#include <QDir>
-#include <QFile>
-#include <QSettings>
-#include <QStandardPaths>
-
-#include "contacts/ContactDB.h"
-#include "crypto/NivoCryptoOperation.h"
-#include "log/ActivityLog.h"
 #include "model/AccountName.h"
-#include "platform/AtomicFile.h"
-#include "platform/QKKeychain.h"
+#include "session/Session.h"
 
-using namespace Qt::Literals::StringLiterals;
-
-const QString NivoGXUtil::kKeychainService = u"NIVO_GX"_s;
-const QString NivoGXUtil::kImportContactSignIn = u"Unable to import contact. Please sign in."_s;
-const QString NivoGXUtil::kImportContactMappingSignIn =
-    u"Unable to import contact mapping. Please sign in."_s;
+const QString& NivoGXUtil::kKeychainService = Session::kKeychainService;
+const QString& NivoGXUtil::kImportContactSignIn = Session::kImportContactSignIn;
+const QString& NivoGXUtil::kImportContactMappingSignIn = Session::kImportContactMappingSignIn;
 
 namespace {
 
-const QString kLastInputFolder = u"lastInputFolder"_s;
-const QString kLastOutputEncryptFolder = u"lastOutputEncryptFolder"_s;
-const QString kLastOutputDecryptFolder = u"lastOutputDecryptFolder"_s;
-
-constexpr QFileDevice::Permissions kFolderPermissions =
-    QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner;
-
-struct State {
-    QString applicationFolder;
-    QString pfxFolder;
-    QString certificateFolder;
-    QString contactsFolder;
-    QString logFolder;
-    QString pfxPath;
-    QString certificatePath;
-    QString logPath;
-    std::optional<NivoProfile> profile;
-    std::optional<ContactDB> contactDB;
-};
-
-State& state() {
-    static State s;
-    return s;
+Session& session() {
+    return *Session::current();
 }
-
-QSettings preferences() {
-    return QSettings(QSettings::NativeFormat, QSettings::UserScope, u"NIVO-GX"_s, u"NIVO-GX"_s);
-}
-
-void computeFolders() {
-    State& s = state();
-    s.applicationFolder = QDir(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation))
-                              .filePath(u"NIVO-GX"_s);
-    const QDir app(s.applicationFolder);
-    s.pfxFolder = app.filePath(u"pfx"_s);
-    s.certificateFolder = app.filePath(u"cert"_s);
-    s.contactsFolder = app.filePath(u"contacts"_s);
-    s.logFolder = app.filePath(u"log"_s);
-}
-
-const State& folders() {
-    if (state().applicationFolder.isEmpty()) {
-        computeFolders();
-    }
-    return state();
-}
-
-// Login names are one account whatever their case (the server keeps them lower-cased, sign-in
-// keeps them as typed), so the per-user file names must not depend on the case typed: on a
-// case-sensitive file system "Dora.pfx" and "dora.pfx" would be two users.
-QString fileStem(const QString& userName) {
-    return userName.toLower();
-}
-
-void computeUserPaths(const QString& userName) {
-    State& s = state();
-    folders();
-    s.pfxPath = QDir(s.pfxFolder).filePath(fileStem(userName) + u".pfx"_s);
-    s.certificatePath = QDir(s.certificateFolder).filePath(fileStem(userName) + u".cer"_s);
-    s.logPath = QDir(s.logFolder).filePath(fileStem(userName) + u".log"_s);
-}
-
-// The user's own folders are private to them; parents are created with the usual defaults.
-void createPrivateFolder(const QString& path) {
-    if (QFileInfo::exists(path)) {
-        return;
-    }
-    QDir().mkpath(QFileInfo(path).path());
-    QDir().mkdir(path, kFolderPermissions);
-}
-
-QByteArray readWholeFile(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-// Steps shared by the launch test and the quick test: a stored user name and password, and both
-// profile files present.
-bool credentialsAndFilesPresent() {
-    const QString userName = NivoGXUtil::getNivoUsername();
-    const QString password = NivoGXUtil::getNivoPassword();
-    if (userName.isEmpty() || password.isEmpty()) {
-        return false;
-    }
-    computeUserPaths(userName);
-    return QFileInfo::exists(state().pfxPath) && QFileInfo::exists(state().certificatePath);
-}
-
-class StoredRunEnvironment final : public RunEnvironment {
-public:
-    std::optional<NivoProfile> profile() const override { return NivoGXUtil::getNivoProfile(); }
-    QString password() const override { return NivoGXUtil::getNivoPassword(); }
-    QString userNivoId() const override { return NivoGXUtil::getNivoUsername(); }
-    QString outputFolder(bool toEncrypt) const override {
-        return toEncrypt ? NivoGXUtil::getLastOutputEncryptFolder()
-                         : NivoGXUtil::getLastOutputDecryptFolder();
-    }
-    void setOutputFolder(bool toEncrypt, const QString& folder) override {
-        NivoGXUtil::setLastOutputFolder(toEncrypt, folder);
-    }
-    std::optional<ContactDB> contacts() const override { return NivoGXUtil::currentContactDB(); }
-    void writeToLog(const QString& operationType, const QString& filePath,
-                    const QStringList& recipients, const QString& status) override {
-        NivoGXUtil::writeToLog(operationType, filePath, recipients, status);
-    }
-};
 
 }  // namespace
 
-std::shared_ptr<RunEnvironment> NivoGXUtil::runEnvironment() {
-    static const auto environment = std::make_shared<StoredRunEnvironment>();
-    return environment;
-}
-
-bool NivoGXUtil::generateRequiredDirectory() {
-    computeFolders();
-    const State& s = state();
-    for (const QString& folder :
-         {s.applicationFolder, s.pfxFolder, s.certificateFolder, s.contactsFolder, s.logFolder}) {
-        createPrivateFolder(folder);
-    }
-    if (!credentialsAndFilesPresent()) {
-        return false;
-    }
-    setNivoProfile();
-    return true;
-}
-
-void NivoGXUtil::removeStaleTemporaries() {
-    computeFolders();
-    const State& s = state();
-    QStringList folders{s.applicationFolder, s.pfxFolder, s.certificateFolder, s.contactsFolder,
-                        s.logFolder};
-    folders << getLastOutputEncryptFolder() << getLastOutputDecryptFolder();
-    folders.removeDuplicates();
-    for (const QString& folder : folders) {
-        (void)AtomicFile::removeStaleTemporaries(folder);
-    }
-}
-
-bool NivoGXUtil::hasRequiredCredentials() {
-    return credentialsAndFilesPresent();
-}
-
-bool NivoGXUtil::hasKeyFiles() {
-    const QString userName = getNivoUsername();
-    if (userName.isEmpty()) {
-        return false;
-    }
-    computeUserPaths(userName);
-    return QFileInfo::exists(state().pfxPath) && QFileInfo::exists(state().certificatePath);
-}
-
-void NivoGXUtil::setNivoProfile() {
-    State& s = state();
-    NivoProfile profile;
-    profile.LoginName = getNivoUsername();
-    profile.Cer = readWholeFile(s.certificatePath);
-    profile.Pfx = readWholeFile(s.pfxPath);
-    s.profile = std::move(profile);
-}
-
+bool NivoGXUtil::generateRequiredDirectory() { return session().generateRequiredDirectory(); }
+bool NivoGXUtil::hasRequiredCredentials() { return session().hasRequiredCredentials(); }
+bool NivoGXUtil::hasKeyFiles() { return session().hasKeyFiles(); }
+void NivoGXUtil::setNivoProfile() { session().setNivoProfile(); }
 bool NivoGXUtil::setNivoProfile(const NivoProfile& profile, QString* error) {
-    computeUserPaths(profile.LoginName);
-    State& s = state();
-    QFile::remove(s.pfxPath);
-    QFile::remove(s.certificatePath);
-    if (!AtomicFile::write(s.certificatePath, profile.Cer, error) ||
-        !AtomicFile::write(s.pfxPath, profile.Pfx, error)) {
-        // No half of a key pair stays behind to look like a sign-in at the next launch.
-        QFile::remove(s.certificatePath);
-        s.profile.reset();
-        return false;
-    }
-    s.profile = profile;
-    return true;
+    return session().setNivoProfile(profile, error);
 }
-
-std::optional<NivoProfile> NivoGXUtil::getNivoProfile() {
-    return state().profile;
-}
-
-void NivoGXUtil::logout() {
-    const QString userName = getNivoUsername();
-    saveNivoCredentials(userName, QString());
-    State& s = state();
-    folders();
-    s.pfxPath = QDir(s.pfxFolder).filePath(fileStem(userName) + u".pfx"_s);
-    s.certificatePath = QDir(s.certificateFolder).filePath(fileStem(userName) + u".cer"_s);
-    QFile::remove(s.pfxPath);
-    QFile::remove(s.certificatePath);
-    NivoCryptoOperation::forgetOpenedKeys();
-}
+std::optional<NivoProfile> NivoGXUtil::getNivoProfile() { return session().getNivoProfile(); }
+void NivoGXUtil::logout() { session().logout(); }
+void NivoGXUtil::removeStaleTemporaries() { session().removeStaleTemporaries(); }
 
 void NivoGXUtil::saveSettings(const QString& userName, const QString& password,
                               const QString& lastInputFolder,
                               const QString& lastEncryptOutputFolder,
                               const QString& lastDecryptOutputFolder) {
-    if (!userName.isEmpty()) {
-        saveNivoCredentials(userName, password);
-    }
-    QSettings settings = preferences();
-    const std::pair<const QString&, const QString&> entries[] = {
-        {kLastInputFolder, lastInputFolder},
-        {kLastOutputEncryptFolder, lastEncryptOutputFolder},
-        {kLastOutputDecryptFolder, lastDecryptOutputFolder},
-    };
-    for (const auto& [key, value] : entries) {
-        if (!value.isEmpty()) {
-            settings.setValue(key, value);
-        }
-    }
+    session().saveSettings(userName, password, lastInputFolder, lastEncryptOutputFolder,
+                           lastDecryptOutputFolder);
 }
-
-QString NivoGXUtil::getLastInputFolder() {
-    return preferences().value(kLastInputFolder).toString();
-}
-
+QString NivoGXUtil::getLastInputFolder() { return session().getLastInputFolder(); }
+QString NivoGXUtil::getLastOutputEncryptFolder() { return session().getLastOutputEncryptFolder(); }
+QString NivoGXUtil::getLastOutputDecryptFolder() { return session().getLastOutputDecryptFolder(); }
 void NivoGXUtil::setLastOutputFolder(bool toEncrypt, const QString& folder) {
-    QSettings settings = preferences();
-    const QString& key = toEncrypt ? kLastOutputEncryptFolder : kLastOutputDecryptFolder;
-    if (folder.isEmpty()) {
-        settings.remove(key);
-    } else {
-        settings.setValue(key, folder);
-    }
-}
-
-QString NivoGXUtil::getLastOutputEncryptFolder() {
-    return preferences().value(kLastOutputEncryptFolder).toString();
-}
-
-QString NivoGXUtil::getLastOutputDecryptFolder() {
-    return preferences().value(kLastOutputDecryptFolder).toString();
+    session().setLastOutputFolder(toEncrypt, folder);
 }
 
 void NivoGXUtil::saveNivoCredentials(const QString& loginName, const QString& password) {
-    if (!QKKeychainDoesGenericEntryExist(nullptr, kKeychainService)) {
-        QKKeychainAddGenericEntry(nullptr, kKeychainService);
-    }
-    QKKeychainSetUserName(nullptr, kKeychainService, loginName);
-    QKKeychainSetPassword(nullptr, kKeychainService, password);
+    session().saveNivoCredentials(loginName, password);
 }
-
-QString NivoGXUtil::getNivoUsername() {
-    if (!QKKeychainDoesGenericEntryExist(nullptr, kKeychainService)) {
-        return {};
-    }
-    return QKKeychainGetUserName(nullptr, kKeychainService);
-}
-
-QString NivoGXUtil::getNivoPassword() {
-    if (!QKKeychainDoesGenericEntryExist(nullptr, kKeychainService)) {
-        return {};
-    }
-    return QKKeychainGetPassword(nullptr, kKeychainService);
-}
+QString NivoGXUtil::getNivoUsername() { return session().getNivoUsername(); }
+QString NivoGXUtil::getNivoPassword() { return session().getNivoPassword(); }
 
 bool NivoGXUtil::NSStringIsValidEmail(const QString& candidate) {
     return AccountName::isValidEmail(candidate);
 }
-
 bool NivoGXUtil::IsValidAccount(const QString& candidate) {
     return AccountName::isValidAccount(candidate);
 }
 
-QString NivoGXUtil::applicationFolder() { return folders().applicationFolder; }
-QString NivoGXUtil::pfxFolder() { return folders().pfxFolder; }
-QString NivoGXUtil::certificateFolder() { return folders().certificateFolder; }
-QString NivoGXUtil::contactsFolder() { return folders().contactsFolder; }
-QString NivoGXUtil::logFolder() { return folders().logFolder; }
-QString NivoGXUtil::pfxPath() { return state().pfxPath; }
-QString NivoGXUtil::certificatePath() { return state().certificatePath; }
-QString NivoGXUtil::logPath() { return state().logPath; }
-
-void NivoGXUtil::resetState() {
-    state() = State{};
-}
-
-// --- the user's contact database ---
-
-QString NivoGXUtil::contactDBPath(const QString& userName) {
-    return QDir(contactsFolder()).filePath(u"Contact_"_s + fileStem(userName) + u".db"_s);
-}
+QString NivoGXUtil::applicationFolder() { return session().applicationFolder(); }
+QString NivoGXUtil::pfxFolder() { return session().pfxFolder(); }
+QString NivoGXUtil::certificateFolder() { return session().certificateFolder(); }
+QString NivoGXUtil::contactsFolder() { return session().contactsFolder(); }
+QString NivoGXUtil::logFolder() { return session().logFolder(); }
+QString NivoGXUtil::pfxPath() { return session().pfxPath(); }
+QString NivoGXUtil::certificatePath() { return session().certificatePath(); }
+QString NivoGXUtil::logPath() { return session().logPath(); }
 
 void NivoGXUtil::generateUserContactDB(const QString& userName) {
-    State& s = state();
-    s.contactDB.emplace();
-    s.contactDB->initDB(contactDBPath(userName));
+    session().generateUserContactDB(userName);
 }
-
 bool NivoGXUtil::replaceUserContactDB(const QString& userName, const QString& sourcePath,
                                       QString* error) {
-    return AtomicFile::copy(sourcePath, contactDBPath(userName), error);
+    return session().replaceUserContactDB(userName, sourcePath, error);
 }
-
 void NivoGXUtil::deleteUserContactDB(const QString& userName) {
-    QFile::remove(contactDBPath(userName));
+    session().deleteUserContactDB(userName);
 }
-
-QList<Contact> NivoGXUtil::getContactList() {
-    const auto& db = state().contactDB;
-    return db ? db->getContactList() : QList<Contact>();
+QString NivoGXUtil::contactDBPath(const QString& userName) {
+    return session().contactDBPath(userName);
 }
-
+QList<Contact> NivoGXUtil::getContactList() { return session().getContactList(); }
 QString NivoGXUtil::getNIVOIDfromCertData(const QByteArray& certData) {
-    const auto& db = state().contactDB;
-    return db ? db->getNIVOIDfromCertData(certData) : QString();
+    return session().getNIVOIDfromCertData(certData);
 }
-
-std::optional<ContactDB> NivoGXUtil::currentContactDB() {
-    return state().contactDB;
-}
-
-qint64 NivoGXUtil::addContact(const Contact& contact) {
-    const auto& db = state().contactDB;
-    return db ? db->addContact(contact) : 0;
-}
-
-void NivoGXUtil::deleteContact(qint64 id) {
-    if (const auto& db = state().contactDB) {
-        db->deleteContact(id);
-    }
-}
-
-QList<ContactPreset> NivoGXUtil::GetContactPreset() {
-    const auto& db = state().contactDB;
-    return db ? db->GetContactPreset() : QList<ContactPreset>();
-}
-
+std::optional<ContactDB> NivoGXUtil::currentContactDB() { return session().currentContactDB(); }
+qint64 NivoGXUtil::addContact(const Contact& contact) { return session().addContact(contact); }
+void NivoGXUtil::deleteContact(qint64 id) { session().deleteContact(id); }
+QList<ContactPreset> NivoGXUtil::GetContactPreset() { return session().GetContactPreset(); }
 QString NivoGXUtil::saveContactPreset(const ContactPreset& preset) {
-    const auto& db = state().contactDB;
-    return db ? db->saveContactPreset(preset) : QString();
+    return session().saveContactPreset(preset);
 }
-
-// --- backup and profile files ---
 
 bool NivoGXUtil::exportContacts(const QString& path, QString* error) {
-    const auto& db = state().contactDB;
-    if (!db) {
-        return false;
-    }
-    // A backup is never written while the profile may still be in the database.
-    return db->removeNivoProfile(error) && db->exportDB(path, error);
+    return session().exportContacts(path, error);
 }
-
 bool NivoGXUtil::exportNivoProfileDB(const QString& path, const NivoProfile& profile,
                                      QString* error) {
-    const auto& db = state().contactDB;
-    return db && db->addNivoProfile(profile) != -1 && db->exportDB(path, error);
+    return session().exportNivoProfileDB(path, profile, error);
 }
-
 QString NivoGXUtil::importContacts(const QString& path, QStringList* skipped) {
-    const auto& db = state().contactDB;
-    return db ? db->importContactDB(path, getNivoUsername(), skipped) : kImportContactSignIn;
+    return session().importContacts(path, skipped);
 }
-
 QString NivoGXUtil::importContactMapping(const QString& path) {
-    const auto& db = state().contactDB;
-    if (!db) {
-        return kImportContactMappingSignIn;
-    }
-    db->importContactMappingDB(path);
-    return u""_s;
+    return session().importContactMapping(path);
 }
-
-// --- the user's activity log ---
 
 void NivoGXUtil::writeToLog(const QString& operationType, const QString& filePath,
                             const QStringList& recipients, const QString& status) {
-    // Nobody has signed in yet: there is no log to write to.
-    if (logPath().isEmpty()) {
-        return;
-    }
-    ActivityLog(logPath()).writeToLog(operationType, filePath, recipients, status);
+    session().writeToLog(operationType, filePath, recipients, status);
 }
-
-QList<LogEntry> NivoGXUtil::getLogEntries() {
-    return ActivityLog(logPath()).getLogEntries();
-}
-
-void NivoGXUtil::viewLog() {
-    ActivityLog(logPath()).viewLog();
-}
-
+QList<LogEntry> NivoGXUtil::getLogEntries() { return session().getLogEntries(); }
+void NivoGXUtil::viewLog() { session().viewLog(); }
 bool NivoGXUtil::exportLogFile(const QString& destinationPath, QString* error) {
-    return ActivityLog(logPath()).exportLogFile(destinationPath, error);
+    return session().exportLogFile(destinationPath, error);
 }
+void NivoGXUtil::clearLogFile() { session().clearLogFile(); }
 
-void NivoGXUtil::clearLogFile() {
-    ActivityLog(logPath()).clearLogFile();
-}
+std::shared_ptr<RunEnvironment> NivoGXUtil::runEnvironment() { return Session::current(); }
+
+void NivoGXUtil::resetState() { Session::makeCurrent(std::make_shared<Session>()); }

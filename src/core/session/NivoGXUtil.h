@@ -14,18 +14,16 @@
 #include "model/NivoProfile.h"
 #include "processing/RunEnvironment.h"
 
-// The one place that decides where the signed-in user's things live: the folder tree under the
-// user's data folder, per-user file names, remembered folders, stored credentials, the current
-// profile and the sign-in state. Class-level only; the process-wide state is touched from the
-// main thread only.
+// The signed-in user's things as class methods: each forwards to the current Session (see
+// Session::current()), which holds the state. Callers on the main thread only.
 class NivoGXUtil {
 public:
     NivoGXUtil() = delete;
 
-    // Service name of the credential record in the secret store.
-    static const QString kKeychainService;
-    static const QString kImportContactSignIn;
-    static const QString kImportContactMappingSignIn;
+    // Session's texts: service name of the credential record in the secret store, refusals.
+    static const QString& kKeychainService;
+    static const QString& kImportContactSignIn;
+    static const QString& kImportContactMappingSignIn;
 
     // --- folders, profile and sign-in state ---
 
@@ -144,9 +142,9 @@ public:
                                             QString* error = nullptr);
     static void clearLogFile();
 
-    // The signed-in user as runs see it, read afresh at each call: one object shared by every run.
+    // The current session as runs see it.
     [[nodiscard]] static std::shared_ptr<RunEnvironment> runEnvironment();
 
-    // Forgets every process-wide value; for tests that run several sessions in one process.
+    // Makes a new, empty session current; for tests that run several sessions in one process.
     static void resetState();
 };
