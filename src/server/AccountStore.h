@@ -8,8 +8,9 @@
 #include <utility>
 
 #include "server/AccountAuthority.h"
-
-class QSqlDatabase;
+#include "server/AccountDatabase.h"
+#include "server/AccountSchema.h"
+#include "server/DatabaseLocation.h"
 
 // Everything the service keeps between requests, in a database named by a URL:
 // `sqlite:/path/accounts.db`, a file that only its owner may read (it holds every password hash
@@ -24,30 +25,16 @@ class QSqlDatabase;
 // is made again on the next call.
 class AccountStore {
 public:
-    // The tables this server reads and writes. Version 0 is a database from before versions were
-    // recorded; 1 has the accounts only; 2 adds the serial counter and the throttling records.
-    static constexpr int kSchemaVersion = 2;
+    // The version of the tables this server reads and writes (see AccountSchema).
+    static constexpr int kSchemaVersion = AccountSchema::kVersion;
 
-    enum class Engine { None, Sqlite, Postgres };
-
-    // Where a URL points, split into what Qt SQL wants.
-    struct Location {
-        Engine engine = Engine::None;
-        QString database;  // the SQLite file (absolute), or the PostgreSQL database's name
-        QString host;
-        int port = -1;
-        QString user;
-        QString password;
-        QString options;  // libpq's key=value settings, separated by ';'
-        [[nodiscard]] bool isValid() const { return engine != Engine::None; }
-        // The URL without its password, for messages.
-        [[nodiscard]] QString display() const;
-    };
+    using Engine = DatabaseLocation::Engine;
+    using Location = DatabaseLocation;
     // Empty (engine None) when the URL names no database this store can use.
-    [[nodiscard]] static Location parseUrl(const QString& url);
-    static constexpr auto kUrlForms =
-        "sqlite:/path/accounts.db or "
-        "postgresql://user@host[:port]/dbname";
+    [[nodiscard]] static Location parseUrl(const QString& url) {
+        return DatabaseLocation::parse(url);
+    }
+    static constexpr auto kUrlForms = DatabaseLocation::kUrlForms;
 
     struct Account {
         QString loginName;
@@ -60,19 +47,19 @@ public:
         bool disabled = false;  // kept, but not found by sign-ins and look-ups
     };
 
-    [[nodiscard]] static QString sqliteUrl(const QString& path);
+    [[nodiscard]] static QString sqliteUrl(const QString& path) {
+        return DatabaseLocation::sqliteUrl(path);
+    }
     // The file of a `sqlite:` URL (absolute), or empty when the URL names no SQLite database.
-    [[nodiscard]] static QString sqlitePath(const QString& url);
+    [[nodiscard]] static QString sqlitePath(const QString& url) {
+        return DatabaseLocation::sqlitePath(url);
+    }
 
     // `password`, when given, wins over one in the URL.
     explicit AccountStore(const QString& url, const QString& password = {});
-    // Closes this thread's connection; other threads close theirs when they end.
-    ~AccountStore();
-    AccountStore(const AccountStore&) = delete;
-    AccountStore& operator=(const AccountStore&) = delete;
 
-    [[nodiscard]] Engine engine() const { return m_location.engine; }
-    [[nodiscard]] QString display() const { return m_location.display(); }
+    [[nodiscard]] Engine engine() const { return m_database.location().engine; }
+    [[nodiscard]] QString display() const { return m_database.location().display(); }
 
     // Creates the file (owner-only) and tables when absent and updates older tables, in one
     // transaction; false, with the reason in error(), when the database cannot be used.
@@ -150,26 +137,12 @@ public:
     [[nodiscard]] QString copyFrom(AccountStore& from, QStringList* report);
 
 private:
-    // This thread's open connection to the database (invalid when it cannot be opened).
-    QSqlDatabase connection();
-    class Kept;  // a statement kept prepared on this thread's connection
-    // Runs `work` once more when it failed on PostgreSQL: the first statement after the database
-    // dropped a connection fails, and connection() then makes it anew.
-    template <typename Work>
-    auto retried(Work work) -> decltype(work());
-    // Runs a kept look-up and hands its statement to `read` (retried, see above); empty when the
-    // statement could not run.
+    // Runs a kept look-up and hands its statement to `read` (one more try on a new connection,
+    // as above); empty when the statement could not run.
     template <typename Read, typename... Values>
     auto lookUp(const QString& sql, Read read, const Values&... values)
-        -> std::optional<decltype(read(std::declval<Kept&>()))>;
-    [[nodiscard]] QString migrate(QSqlDatabase& db);
-    // Runs `work` in a transaction that holds off other writers of the rows it locks; false, and
-    // rolled back, when work or the commit fails.
-    bool transaction(const std::function<bool(QSqlDatabase&)>& work);
-    // Appended to a SELECT whose rows the transaction is about to change.
-    [[nodiscard]] QString lockRows() const;
+        -> std::optional<decltype(read(std::declval<AccountDatabase::Kept&>()))>;
 
-    const quint64 m_id;  // names this store's connections; never reused
-    Location m_location;
+    AccountDatabase m_database;
     QString m_error;
 };

@@ -1,9 +1,6 @@
 #include "platform/AtomicFile.h"
 
-#include <QDir>
 #include <QFileInfo>
-#include <QRandomGenerator>
-#include <QRegularExpression>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -22,10 +19,6 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-// ".<name>.nivogx-XXXXXXXX.part": hidden, and unlike anything a person or another program names
-// a file, so that clearing stale ones can never take a file that is not ours.
-const QString kTemporaryPattern = u".%1.nivogx-%2.part"_s;
-constexpr int kRandomLength = 8;
 constexpr int kNameAttempts = 64;
 
 const QString kCannotCreate = u"Cannot create a temporary file for %1: %2"_s;
@@ -39,29 +32,6 @@ const QString kNoFolder = u"The folder %1 does not exist."_s;
 
 // How often a taken name makes way for the next one before the commit gives up.
 constexpr int kPlaceAttempts = 1000;
-
-const QRegularExpression& temporaryName() {
-    static const QRegularExpression re(
-        u"^\\..+\\.nivogx-[A-Za-z0-9]{%1}\\.part$"_s.arg(kRandomLength),
-        QRegularExpression::DotMatchesEverythingOption);
-    return re;
-}
-
-QString randomTag() {
-    static constexpr char kAlphabet[] =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
-    QString tag;
-    for (int i = 0; i < kRandomLength; ++i) {
-        tag += QChar::fromLatin1(
-            kAlphabet[QRandomGenerator::global()->bounded(int{sizeof kAlphabet - 1})]);
-    }
-    return tag;
-}
-
-QString temporaryPathFor(const QString& path) {
-    const QFileInfo info(path);
-    return info.dir().filePath(kTemporaryPattern.arg(info.fileName(), randomTag()));
-}
 
 QString systemError(int error) {
     return QString::fromLocal8Bit(std::strerror(error));
@@ -93,37 +63,7 @@ bool unnamedAllowed() {
 
 #endif
 
-// How many bytes the temporary file gathers before it hands them to the disk.
-constexpr qint64 kWriteBackStep = qint64{8} << 20;
-
 }  // namespace
-
-qint64 AtomicFile::Output::writeData(const char* data, qint64 length) {
-    const qint64 written = QFile::writeData(data, length);
-    if (written < 0 || (written == 0 && length > 0)) {
-        if (m_writeError == 0) {
-            m_writeError = errno != 0 ? errno : EIO;
-        }
-        return written;
-    }
-    if (written == 0) {
-        return written;
-    }
-    m_written += written;
-#ifdef Q_OS_LINUX
-    if (m_written - m_handedUpTo >= kWriteBackStep) {
-        // Only starts writing, and waits for nothing. It leaves the outcome of the writes to
-        // the sync in commit(), which therefore still sees any failure: waiting here would
-        // collect it instead. A few KiB may have sat in this object's buffer at the previous
-        // hand-over, so each one starts where the one before the previous one reached; pages
-        // already on their way are skipped.
-        (void)::sync_file_range(handle(), m_handedBefore, 0, SYNC_FILE_RANGE_WRITE);
-        m_handedBefore = m_handedUpTo;
-        m_handedUpTo = m_written;
-    }
-#endif
-    return written;
-}
 
 AtomicFile::AtomicFile(QString path) : m_path(std::move(path)) {}
 
@@ -208,7 +148,7 @@ bool AtomicFile::openUnnamed([[maybe_unused]] unsigned mode) {
 
 bool AtomicFile::openNamed(unsigned mode) {
     for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
-        const QString candidate = temporaryPathFor(m_path);
+        const QString candidate = TemporaryFiles::nameBeside(m_path);
         m_fd = ::open(QFile::encodeName(candidate).constData(),
                       O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, mode);
         if (m_fd >= 0) {
@@ -294,7 +234,7 @@ bool AtomicFile::putInPlace() {
         // A file is there already: a name of our own beside it, then a rename over it, which
         // replaces the old file in one step.
         for (int attempt = 0; attempt < kNameAttempts && m_temporaryPath.isEmpty(); ++attempt) {
-            const QString candidate = temporaryPathFor(m_path);
+            const QString candidate = TemporaryFiles::nameBeside(m_path);
             if (::linkat(AT_FDCWD, self.constData(), AT_FDCWD,
                          QFile::encodeName(candidate).constData(), AT_SYMLINK_FOLLOW) == 0) {
                 m_temporaryPath = candidate;
@@ -348,32 +288,6 @@ void AtomicFile::discard() {
     }
 }
 
-int AtomicFile::removeStaleTemporaries(const QString& folder) {
-    if (folder.isEmpty()) {
-        return 0;
-    }
-    const QDir dir(folder);
-    int removed = 0;
-    for (const QString& name :
-         dir.entryList(QDir::Files | QDir::Hidden | QDir::System | QDir::NoSymLinks)) {
-        if (!isTemporaryName(name)) {
-            continue;
-        }
-        const QByteArray path = QFile::encodeName(dir.filePath(name));
-        const int fd = ::open(path.constData(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-        if (fd < 0) {
-            continue;
-        }
-        // Holding the lock while removing keeps a writer that is just starting from taking the
-        // name in between; it sees the name gone and picks another.
-        if (::flock(fd, LOCK_EX | LOCK_NB) == 0 && ::unlink(path.constData()) == 0) {
-            ++removed;
-        }
-        ::close(fd);
-    }
-    return removed;
-}
-
 #else  // Without the Unix calls: a named temporary file, renamed over the target.
 
 bool AtomicFile::open(std::optional<QFileDevice::Permissions> permissions) {
@@ -381,7 +295,7 @@ bool AtomicFile::open(std::optional<QFileDevice::Permissions> permissions) {
     m_committed = false;
     m_error.clear();
     for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
-        m_file.setFileName(temporaryPathFor(m_path));
+        m_file.setFileName(TemporaryFiles::nameBeside(m_path));
         if (m_file.open(QIODevice::WriteOnly | QIODevice::NewOnly)) {
             m_temporaryPath = m_file.fileName();
             if (permissions && !m_file.setPermissions(*permissions)) {
@@ -430,21 +344,6 @@ void AtomicFile::discard() {
         QFile::remove(m_temporaryPath);
         m_temporaryPath.clear();
     }
-}
-
-int AtomicFile::removeStaleTemporaries(const QString& folder) {
-    if (folder.isEmpty()) {
-        return 0;
-    }
-    // A file still open for writing cannot be removed here, which keeps live writers safe.
-    const QDir dir(folder);
-    int removed = 0;
-    for (const QString& name : dir.entryList(QDir::Files | QDir::Hidden | QDir::System)) {
-        if (isTemporaryName(name) && QFile::remove(dir.filePath(name))) {
-            ++removed;
-        }
-    }
-    return removed;
 }
 
 #endif
@@ -501,10 +400,6 @@ bool AtomicFile::finishCommit(bool replace, const NextName& nextName) {
     discard();
     m_committed = true;
     return true;
-}
-
-bool AtomicFile::isTemporaryName(QStringView fileName) {
-    return temporaryName().match(fileName.toString()).hasMatch();
 }
 
 bool AtomicFile::write(const QString& path, const QByteArray& data, QString* error,

@@ -8,6 +8,9 @@
 #include <functional>
 #include <optional>
 
+#include "platform/TemporaryFiles.h"
+#include "platform/WriteBackFile.h"
+
 // Writes a file so that it appears under its final name only complete.
 //
 // The bytes go to a temporary file in the target's folder, which takes the final name only on
@@ -65,11 +68,13 @@ public:
                                    QFileDevice::Permissions permissions = OwnerOnly);
 
     // Whether `fileName` (no folder) has the form of this class's temporary files.
-    [[nodiscard]] static bool isTemporaryName(QStringView fileName);
-    // Removes the temporary files in `folder` (not below it) whose writer is gone: those left by
-    // a process that was killed or crashed. Files of other names and temporaries still being
-    // written are never touched. Returns how many were removed.
-    static int removeStaleTemporaries(const QString& folder);
+    [[nodiscard]] static bool isTemporaryName(QStringView fileName) {
+        return TemporaryFiles::isTemporaryName(fileName);
+    }
+    // Removes the temporary files in `folder` whose writer is gone (see TemporaryFiles).
+    static int removeStaleTemporaries(const QString& folder) {
+        return TemporaryFiles::removeStale(folder);
+    }
 
 private:
     bool fail(const QString& message);
@@ -83,27 +88,9 @@ private:
     // The message for a failure of the system call that made, wrote or placed the file.
     [[nodiscard]] QString describe(int error, const QString& fallback) const;
 
-    // The temporary file. On Linux it hands its bytes to the disk every few MiB as they come,
-    // so that the sync in commit() finds little left to write: a large file is then synced in
-    // about the time it took to write it, not in one long wait at the end.
-    class Output final : public QFile {
-    public:
-        // The system's error number of the first write that failed; 0 while none did.
-        [[nodiscard]] int writeError() const noexcept { return m_writeError; }
-
-    protected:
-        qint64 writeData(const char* data, qint64 length) override;
-
-    private:
-        int m_writeError = 0;
-        qint64 m_written = 0;
-        qint64 m_handedUpTo = 0;    // bytes written at the last hand-over to the disk
-        qint64 m_handedBefore = 0;  // the same at the one before
-    };
-
     QString m_path;
     QString m_temporaryPath;  // empty while the temporary file has no name
-    Output m_file;
+    WriteBackFile m_file;     // the temporary file
     int m_fd = -1;
     bool m_committed = false;
     QString m_error;

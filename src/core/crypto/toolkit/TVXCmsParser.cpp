@@ -3,14 +3,15 @@
 #include <algorithm>
 #include <array>
 #include <exception>
-#include <functional>
 #include <optional>
-#include <utility>
 
+#include "crypto/cms/BerOctetsBio.h"
 #include "crypto/cms/BerReader.h"
+#include "crypto/cms/BioBerSource.h"
 #include "crypto/cms/CmsHead.h"
 #include "crypto/cms/HandoffPipe.h"
 #include "crypto/cms/OpenSsl.h"
+#include "crypto/toolkit/CmsSignatureCheck.h"
 #include "crypto/toolkit/TVXCmsParserCallback.h"
 #include "crypto/toolkit/TVXStream.h"
 #include "crypto/toolkit/comTruvexUtil_ExceptionUtil.h"
@@ -50,19 +51,6 @@ QString typeName(int nid) {
     return name != nullptr ? QString::fromUtf8(name) : QString::number(nid);
 }
 
-// The signing time among the signed attributes of `signerInfo`; null when there is none.
-QDateTime signingTime(CMS_SignerInfo* signerInfo) {
-    const int index = CMS_signed_get_attr_by_NID(signerInfo, NID_pkcs9_signingTime, -1);
-    X509_ATTRIBUTE* attribute = index >= 0 ? CMS_signed_get_attr(signerInfo, index) : nullptr;
-    const ASN1_TYPE* value =
-        attribute != nullptr ? X509_ATTRIBUTE_get0_type(attribute, 0) : nullptr;
-    if (value == nullptr ||
-        (value->type != V_ASN1_UTCTIME && value->type != V_ASN1_GENERALIZEDTIME)) {
-        return {};
-    }
-    return nivossl::dateTimeOf(value->value.generalizedtime);
-}
-
 bool isRecipient(CMS_ContentInfo* cms, X509* certificate) {
     STACK_OF(CMS_RecipientInfo)* infos = CMS_get0_RecipientInfos(cms);
     for (int i = 0; i < sk_CMS_RecipientInfo_num(infos); ++i) {
@@ -91,15 +79,6 @@ bool isRecipient(CMS_ContentInfo* cms, X509* certificate) {
     return false;
 }
 
-// The errors that mean "a signature does not match", as opposed to a message we cannot process.
-bool isSignatureMismatch(const nivossl::Errors& errors) {
-    return errors.has(ERR_LIB_CMS, CMS_R_VERIFICATION_FAILURE) ||
-           errors.has(ERR_LIB_CMS, CMS_R_CONTENT_VERIFY_ERROR) ||
-           errors.has(ERR_LIB_CMS, CMS_R_SIGNER_CERTIFICATE_NOT_FOUND) ||
-           errors.has(ERR_LIB_CMS, CMS_R_MESSAGEDIGEST_WRONG_LENGTH);
-}
-
-
 using Header = BerReader::Header;
 
 constexpr quint8 kContext = BerReader::kContext;
@@ -115,6 +94,8 @@ constexpr std::array kContentTypes{
     NID_id_smime_ct_compressedData, NID_id_smime_ct_authEnvelopedData,
     NID_id_smime_ct_authData};
 
+using CarrierError = BioBerSource::CarrierError;
+
 // A content-less layer rebuilt by CmsHead for OpenSSL; a message whose kept parts OpenSSL
 // refuses is damaged.
 nivossl::CmsPtr accepted(nivossl::CmsPtr cms) {
@@ -122,95 +103,6 @@ nivossl::CmsPtr accepted(nivossl::CmsPtr cms) {
         throw MessageError{kDamaged.arg(nivossl::Errors::drain().text())};
     }
     return cms;
-}
-
-// A fault of the layer that carries the one being read (the ciphertext around decrypted
-// content): it damages the message as a whole, whatever the inner reader made of it so far.
-class CarrierError final : public BerReader::Error {
-public:
-    using BerReader::Error::Error;
-};
-
-// A BerSource reading a BIO. Faults raised further down the chain (inside another reader's BIO)
-// were parked in `pending` and are raised again here, faults of the encoding as CarrierError.
-class BioSource final : public BerSource {
-public:
-    BioSource(BIO* bio, std::exception_ptr& pending) : m_bio(bio), m_pending(pending) {}
-
-    qint64 read(char* data, qint64 size) override {
-        const int wanted = static_cast<int>(std::min<qint64>(size, kCopyChunk));
-        const int read = BIO_read(m_bio, data, wanted);
-        if (read > 0) {
-            return read;
-        }
-        if (m_pending) {
-            try {
-                std::rethrow_exception(std::exchange(m_pending, nullptr));
-            } catch (const BerReader::Error& error) {
-                throw CarrierError(error.message());
-            }
-        }
-        if (read < 0 && BIO_ctrl(m_bio, BIO_CTRL_EOF, 0, nullptr) != 1) {
-            throw CarrierError(u"the data cannot be read"_s);
-        }
-        return 0;
-    }
-
-private:
-    BIO* m_bio;
-    std::exception_ptr& m_pending;
-};
-
-// A source BIO delivering the contents of an OCTET STRING from a BerReader, so that OpenSSL
-// decrypts or digests them as they stream past. C code calls it: faults are parked, not thrown.
-struct OctetsFeed {
-    BerReader* reader = nullptr;
-    std::exception_ptr* pending = nullptr;
-    std::function<void()> atEnd;  // runs once, when the string has been read
-    bool ended = false;
-};
-
-int octetsRead(BIO* bio, char* data, int size) {
-    auto* feed = static_cast<OctetsFeed*>(BIO_get_data(bio));
-    if (feed->ended) {
-        return 0;
-    }
-    try {
-        const qint64 read = feed->reader->readOctets(data, size);
-        if (read == 0) {
-            feed->ended = true;
-            if (feed->atEnd) {
-                feed->atEnd();
-            }
-        }
-        return static_cast<int>(read);
-    } catch (...) {
-        *feed->pending = std::current_exception();
-        return -1;
-    }
-}
-
-long octetsCtrl(BIO* bio, int command, long /*number*/, void* /*pointer*/) {
-    const auto* feed = static_cast<const OctetsFeed*>(BIO_get_data(bio));
-    switch (command) {
-    case BIO_CTRL_EOF:
-        return feed->ended ? 1 : 0;
-    case BIO_CTRL_FLUSH:
-        return 1;
-    default:
-        return 0;
-    }
-}
-
-nivossl::BioPtr octetsBio(OctetsFeed& feed) {
-    static const nivossl::BioMethodPtr method =
-        nivossl::sourceSinkMethod("BER octets", octetsRead, nullptr, octetsCtrl);
-    nivossl::BioPtr bio(method ? BIO_new(method.get()) : nullptr);
-    if (!bio) {
-        throw MessageError{kCannotDecrypt.arg(nivossl::Errors::drain().text())};
-    }
-    BIO_set_data(bio.get(), &feed);
-    return bio;
 }
 
 // The digest BIOs that CMS_dataInit pushed on a BIO we do not own; frees exactly those.
@@ -245,7 +137,7 @@ public:
         : m_callback(callback), m_result(result) {}
 
     void parse(BIO* in) {
-        BioSource source(in, m_pending);
+        BioBerSource source(in, m_pending);
         BerReader reader(source);
         int type = NID_undef;
         try {
@@ -370,8 +262,11 @@ private:
             throw MessageError{kCannotDecrypt.arg(nivossl::Errors::drain().text())};
         }
 
-        OctetsFeed feed{&reader, &m_pending, {}, false};
-        nivossl::BioPtr ciphertext = octetsBio(feed);
+        BerOctetsBio feed(reader, m_pending);
+        nivossl::BioPtr ciphertext = feed.bio();
+        if (!ciphertext) {
+            throw MessageError{kCannotDecrypt.arg(nivossl::Errors::drain().text())};
+        }
         reader.beginOctets(*head.content);
         const nivossl::BioPtr plain(CMS_dataInit(cms.get(), ciphertext.get()));
         if (!plain) {
@@ -380,12 +275,12 @@ private:
         (void)ciphertext.release();  // now the end of the plain chain
         // What follows the content must be read before the decryption finishes: an
         // authenticated layer's tag comes after it.
-        feed.atEnd = [&reader, authenticated, cipher = plain.get()] {
+        feed.setAtEnd([&reader, authenticated, cipher = plain.get()] {
             reader.leave();
             finishEnveloped(reader, authenticated, cipher);
-        };
+        });
 
-        BioSource plainSource(plain.get(), m_pending);
+        BioBerSource plainSource(plain.get(), m_pending);
         BerReader inner(plainSource);
         openInner(inner, OBJ_obj2nid(CMS_get0_eContentType(cms.get())), level + 1);
         // Whatever follows the inner layer is ignored, but it must be decrypted to the end so
@@ -393,7 +288,7 @@ private:
         std::array<char, 4096> rest{};
         while (plainSource.read(rest.data(), rest.size()) > 0) {
         }
-        if (!feed.ended || BIO_get_cipher_status(plain.get()) != 1) {
+        if (!feed.ended() || BIO_get_cipher_status(plain.get()) != 1) {
             throw MessageError{kCannotDecrypt.arg(nivossl::Errors::drain().text())};
         }
     }
@@ -501,56 +396,14 @@ private:
         verify(cms.get(), chain.head(), level);
     }
 
-    // Each signature must match its certificate (trust in the certificate is decided elsewhere:
-    // contacts, account checks) and the content that streamed through `digests`.
+    // Each signature must match its certificate and the content that streamed through
+    // `digests`.
     void verify(CMS_ContentInfo* cms, BIO* digests, int level) {
-        ERR_clear_error();
-        STACK_OF(CMS_SignerInfo)* signerInfos = CMS_get0_SignerInfos(cms);
-        const int count = sk_CMS_SignerInfo_num(signerInfos);
-        if (count <= 0) {
-            throw MessageError{kCannotVerify.arg(u"no signer"_s)};
+        const QString problem = CmsSignatureCheck::check(
+            cms, digests, [&] { return m_callback.getSignerForEncodingLevel(level); }, m_result);
+        if (!problem.isEmpty()) {
+            throw MessageError{kCannotVerify.arg(problem)};
         }
-        // Certificates of the offered signers help find signers whose certificate is not in the
-        // message; they are borrowed for the call.
-        const QList<Participant> signers = m_callback.getSignerForEncodingLevel(level);
-        const nivossl::BorrowedCertStackPtr offered(sk_X509_new_null());
-        for (const Participant& signer : signers) {
-            sk_X509_push(offered.get(), signer.certificate().handle());
-        }
-        bool valid = CMS_set1_signers_certs(cms, offered.get(), 0) == count;
-        for (int i = 0; valid && i < count; ++i) {
-            CMS_SignerInfo* signerInfo = sk_CMS_SignerInfo_value(signerInfos, i);
-            valid = (CMS_signed_get_attr_count(signerInfo) < 0 ||
-                     CMS_SignerInfo_verify(signerInfo) == 1) &&
-                    CMS_SignerInfo_verify_content(signerInfo, digests) == 1;
-        }
-        if (!valid) {
-            const nivossl::Errors errors = nivossl::Errors::drain();
-            if (!errors.isEmpty() && !isSignatureMismatch(errors)) {
-                throw MessageError{kCannotVerify.arg(errors.text())};
-            }
-        }
-        m_result.recordSignedLayer(valid);
-        collectSignerCertificates(cms);
-    }
-
-    // Only certificates that travel in the message name a signer.
-    void collectSignerCertificates(CMS_ContentInfo* cms) {
-        const nivossl::CertStackPtr certificates(CMS_get1_certs(cms));
-        STACK_OF(CMS_SignerInfo)* signerInfos = CMS_get0_SignerInfos(cms);
-        for (int i = 0; i < sk_CMS_SignerInfo_num(signerInfos); ++i) {
-            CMS_SignerInfo* signerInfo = sk_CMS_SignerInfo_value(signerInfos, i);
-            for (int c = 0; c < sk_X509_num(certificates.get()); ++c) {
-                X509* certificate = sk_X509_value(certificates.get(), c);
-                if (CMS_SignerInfo_cert_cmp(signerInfo, certificate) == 0) {
-                    m_result.addSignerCertificate(
-                        TVXX509Certificate(nivossl::shareCert(nivossl::upRef(certificate))),
-                        signingTime(signerInfo));
-                    break;
-                }
-            }
-        }
-        ERR_clear_error();
     }
 
     TVXCmsParserCallback& m_callback;
