@@ -144,70 +144,53 @@ TEST_F(StreamingCmsTest, FailuresMatchTheMemoryVariantAndNeverTouchTheOutputPath
     EXPECT_EQ(readFile(kept), "an earlier file"_ba);
 }
 
-TEST_F(StreamingCmsTest, AFullDiskFailsBothDirectionsCleanly) {
-    const QByteArray content = TVXRandom::randomDataWithLength(3 * 1024 * 1024);
-    const QString input = out(u"big"_s);
-    writeFile(input, content);
-    const QString protectedPath = encryptFileForBob(content, u"big2"_s);
-    writeFile(out(u"earlier"_s), "an earlier file"_ba);
-
-    // Files may grow to 1 MiB only: the writes fail as on a full disk, on whichever thread
-    // writes the output.
-    rlimit saved{};
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
-    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit small = saved;
-    small.rlim_cur = 1024 * 1024;
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-
-    EXPECT_THROW((void)NivoCryptoOperation::encryptFile(
-                     input, TestPki::profileFor(alice(), u"alice"_s), TestPki::kPassword,
-                     {bob().certDer}, out(u"earlier"_s)),
-                 TVXException);
-    QString sender = kSenderUntouched;
-    const QString outcome =
-        NivoCryptoOperation::decryptFile(protectedPath, TestPki::profileFor(bob(), u"bob"_s),
-                                         TestPki::kPassword, out(u"earlier"_s), sender);
-
-    setrlimit(RLIMIT_FSIZE, &saved);
-    std::signal(SIGXFSZ, previousHandler);
-    EXPECT_TRUE(outcome.startsWith(u"Cannot write"_s)) << outcome.toStdString();
-    EXPECT_EQ(sender, kSenderUntouched);
-    EXPECT_EQ(readFile(out(u"earlier"_s)), "an earlier file"_ba);
-    EXPECT_EQ(filesHere(), (QStringList{u"big"_s, u"big2"_s, u"big2.tvf"_s, u"earlier"_s}));
-}
-
-TEST_F(StreamingCmsTest, AWriteThatFailsNearTheEndStillFailsTheEncryption) {
-    // The last bytes reach the file only when the encoders are finished: a failure there must
-    // fail the run as surely as one in the middle, however many threads the output went through.
+TEST_F(StreamingCmsTest, AWriteThatFailsAnywhereFailsBothDirectionsCleanly) {
+    // Files may grow only so far: the writes fail as on a full disk, on whichever thread writes
+    // the output. The last bytes reach the file only when the encoders are finished: a failure
+    // there must fail the run as surely as one in the middle.
     const QByteArray content = TVXRandom::randomDataWithLength(2 * 1024 * 1024 + 17);
     const QString input = out(u"plain"_s);
-    const qint64 size = QFileInfo(encryptFileForBob(content, u"plain"_s)).size();
+    const QString sealed = encryptFileForBob(content, u"plain"_s);
+    const qint64 size = QFileInfo(sealed).size();
     const NivoProfile aliceProfile = TestPki::profileFor(alice(), u"alice"_s);
 
     rlimit saved{};
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
     const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
-    const auto encryptWithin = [&](qint64 limit, const QString& output) {
+    const auto within = [&](qint64 limit, const std::function<void()>& work) {
         rlimit small = saved;
         small.rlim_cur = static_cast<rlim_t>(limit);
         EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-        bool failed = false;
-        try {
-            (void)NivoCryptoOperation::encryptFile(input, aliceProfile, TestPki::kPassword,
-                                                   {bob().certDer}, output);
-        } catch (const TVXException&) {
-            failed = true;
-        }
+        work();
         setrlimit(RLIMIT_FSIZE, &saved);
+    };
+    const auto encryptWithin = [&](qint64 limit, const QString& output) {
+        bool failed = false;
+        within(limit, [&] {
+            try {
+                (void)NivoCryptoOperation::encryptFile(input, aliceProfile, TestPki::kPassword,
+                                                       {bob().certDer}, output);
+            } catch (const TVXException&) {
+                failed = true;
+            }
+        });
         return failed;
     };
-    for (const qint64 limit : {size - 1, size - 4000, size - 300 * 1024}) {
+    for (const qint64 limit : {size - 1, size - 4000, size - 300 * 1024, qint64{1} << 20}) {
         SCOPED_TRACE(limit);
         writeFile(out(u"earlier"_s), "an earlier file"_ba);
         EXPECT_TRUE(encryptWithin(limit, out(u"earlier"_s)));
         EXPECT_EQ(readFile(out(u"earlier"_s)), "an earlier file"_ba);
     }
+    QString sender = kSenderUntouched;
+    QString outcome;
+    within(qint64{1} << 20, [&] {
+        outcome = NivoCryptoOperation::decryptFile(sealed, TestPki::profileFor(bob(), u"bob"_s),
+                                                   TestPki::kPassword, out(u"earlier"_s), sender);
+    });
+    EXPECT_TRUE(outcome.startsWith(u"Cannot write"_s)) << outcome.toStdString();
+    EXPECT_EQ(sender, kSenderUntouched);
+    EXPECT_EQ(readFile(out(u"earlier"_s)), "an earlier file"_ba);
     // Room for every byte: the same run succeeds, so the limits above cut the very output.
     EXPECT_FALSE(encryptWithin(size, out(u"exact.tvf"_s)));
     std::signal(SIGXFSZ, previousHandler);
