@@ -2,12 +2,11 @@
 // what the tool or the server print even with every log category on, not in any file the tool
 // writes (the PKCS#12 holds a key derived from it, never the text), not in failure messages.
 #include <QDirIterator>
-#include <QElapsedTimer>
-#include <QRegularExpression>
 #include <QThread>
 #include <QUrl>
 
 #include "CliTestKit.h"
+#include "ServerProcess.h"
 
 using namespace clitest;
 
@@ -43,27 +42,10 @@ protected:
         ASSERT_TRUE(m_serverData.isValid());
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert(u"QT_LOGGING_RULES"_s, u"*=true"_s);
-        m_serverProcess.setProcessEnvironment(env);
-        m_serverProcess.start(QStringLiteral(NIVOGX_SERVER_PATH),
-                              {u"--dev"_s, u"--listen"_s, u"127.0.0.1:0"_s, u"--data-dir"_s,
-                               m_serverData.path()});
-        QElapsedTimer waited;
-        waited.start();
-        while (!m_serverOut.contains("listening on") && waited.elapsed() < 30'000) {
-            m_serverProcess.waitForReadyRead(1'000);
-            m_serverOut += m_serverProcess.readAllStandardOutput();
-        }
-        const auto match = QRegularExpression(u"(https://\\S+)"_s).match(QString::fromUtf8(m_serverOut));
-        ASSERT_TRUE(match.hasMatch()) << m_serverOut.toStdString();
-        m_url = match.captured(1);
-    }
-
-    void TearDown() override {
-        m_serverProcess.terminate();
-        if (!m_serverProcess.waitForFinished(10'000)) {
-            m_serverProcess.kill();
-            m_serverProcess.waitForFinished();
-        }
+        m_url = m_serverProcess.start(
+            {u"--dev"_s, u"--listen"_s, u"127.0.0.1:0"_s, u"--data-dir"_s, m_serverData.path()},
+            env);
+        ASSERT_FALSE(m_url.isEmpty()) << m_serverProcess.out.toStdString();
     }
 
     // Runs the tool with every log category on and keeps what it printed.
@@ -94,8 +76,7 @@ protected:
     }
 
     QTemporaryDir m_serverData;
-    QProcess m_serverProcess;
-    QByteArray m_serverOut;
+    ServerProcess m_serverProcess;
     QByteArray m_printed;
 };
 
@@ -144,10 +125,9 @@ TEST_F(CliSecretTest, ThePasswordAppearsNowhere) {
     EXPECT_FALSE(run.err.isEmpty());
     EXPECT_EQ(cli(nina, {u"decrypt"_s, u"--password-stdin"_s, u"plan.txt.tvf"_s}, secretLine).exitCode, 0);
 
-    m_serverProcess.terminate();
-    ASSERT_TRUE(m_serverProcess.waitForFinished(10'000));
-    const QByteArray serverPrinted =
-        m_serverOut + m_serverProcess.readAllStandardOutput() + m_serverProcess.readAllStandardError();
+    m_serverProcess.stop();
+    ASSERT_EQ(m_serverProcess.process.exitStatus(), QProcess::NormalExit);
+    const QByteArray serverPrinted = m_serverProcess.out + m_serverProcess.log;
     // The verbose logging really was on.
     EXPECT_TRUE(m_printed.contains("qt.") || m_printed.contains("nivogx.")) << m_printed.left(300).toStdString();
 
