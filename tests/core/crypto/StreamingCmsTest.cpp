@@ -128,13 +128,6 @@ TEST_F(StreamingCmsTest, FailuresMatchTheMemoryVariantAndNeverTouchTheOutputPath
         EXPECT_EQ(readFile(earlier), "an earlier file"_ba);
         EXPECT_FALSE(inMemory.outputWritten);
     }
-    // No temporary file is left behind by any failure.
-    for (const QString& name : filesHere()) {
-        EXPECT_TRUE(name.startsWith(u"in"_s) || name.startsWith(u"earlier"_s) ||
-                    name.startsWith(u"good"_s))
-            << name.toStdString();
-    }
-
     // A failed encryption keeps the earlier file too, and leaves nothing else.
     const QString kept = out(u"earlier1"_s);
     EXPECT_THROW((void)NivoCryptoOperation::encryptFile(
@@ -142,6 +135,18 @@ TEST_F(StreamingCmsTest, FailuresMatchTheMemoryVariantAndNeverTouchTheOutputPath
                      {"not a certificate"_ba}, kept),
                  TVXException);
     EXPECT_EQ(readFile(kept), "an earlier file"_ba);
+    // So does a missing input, which leaves no output at all.
+    EXPECT_THROW((void)NivoCryptoOperation::encryptFile(
+                     out(u"missing"_s), TestPki::profileFor(alice(), u"alice"_s),
+                     TestPki::kPassword, {}, out(u"missing.tvf"_s)),
+                 TVXException);
+    EXPECT_FALSE(QFile::exists(out(u"missing.tvf"_s)));
+    // No temporary file is left behind by any failure.
+    for (const QString& name : filesHere()) {
+        EXPECT_TRUE(name.startsWith(u"in"_s) || name.startsWith(u"earlier"_s) ||
+                    name.startsWith(u"good"_s))
+            << name.toStdString();
+    }
 }
 
 TEST_F(StreamingCmsTest, AWriteThatFailsAnywhereFailsBothDirectionsCleanly) {
