@@ -7,6 +7,7 @@
 
 #include "CliTestKit.h"
 #include "ServerProcess.h"
+#include "TestFiles.h"
 
 using namespace clitest;
 
@@ -24,11 +25,6 @@ QList<QByteArray> encodings(const QString& text) {
         std::swap(utf16be[i], utf16be[i + 1]);
     }
     return {text.toUtf8(), utf16le, utf16be, QUrl::toPercentEncoding(text)};
-}
-
-QByteArray readAll(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 class CliSecretTest : public CliTest {
@@ -94,9 +90,9 @@ TEST_F(CliSecretTest, ThePasswordAppearsNowhere) {
         ASSERT_TRUE(waiting.waitForStarted());
         QThread::msleep(300);
         const QString proc = u"/proc/%1/"_s.arg(waiting.processId());
-        const QByteArray commandLine = readAll(proc + u"cmdline"_s);
+        const QByteArray commandLine = fileBytes(proc + u"cmdline"_s);
         EXPECT_TRUE(commandLine.contains("signin")) << commandLine.toStdString();
-        EXPECT_EQ(leaks(commandLine + readAll(proc + u"environ"_s), u"argv"_s), QStringList());
+        EXPECT_EQ(leaks(commandLine + fileBytes(proc + u"environ"_s), u"argv"_s), QStringList());
         waiting.write(secretLine);
         waiting.closeWriteChannel();
         ASSERT_TRUE(waiting.waitForFinished(kRunBoundMs));
@@ -137,7 +133,7 @@ TEST_F(CliSecretTest, ThePasswordAppearsNowhere) {
         QDirIterator it(root, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
         while (it.hasNext()) {
             const QString path = it.next();
-            found += leaks(readAll(path), path);
+            found += leaks(fileBytes(path), path);
             ++files;
         }
     }
