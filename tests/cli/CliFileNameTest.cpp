@@ -34,23 +34,10 @@ TEST_F(CliTest, NamesWithSeparatorsAndLineBreaksRoundTrip) {
         EXPECT_EQ(fileBytes(back + u'/' + name), content);
     }
 
-    // The log holds every run. Control characters in a path are written as escapes, so its line
-    // stays one readable line; a path that carries " | " cannot be told apart from the fields:
-    // the reader skips that line and reads the others.
+    // The log escapes control characters and skips a line whose path carries " | "
+    // (HostileLogTest); printed for a person, no name reaches the terminal with its controls.
     pia.write(u"plain.txt"_s, "plain");
     ASSERT_EQ(pia.cli({u"encrypt"_s, u"plain.txt"_s}, m_url).exitCode, 0);
-    const CliRun log = pia.cli({u"log"_s, u"--json"_s}, m_url);
-    ASSERT_EQ(log.exitCode, 0) << log.err.toStdString();
-    QStringList files;
-    for (const QString& line : log.out.split(u'\n', Qt::SkipEmptyParts)) {
-        files << json(line).value(u"file"_s).toString();
-    }
-    const QString twoLines = pia.files() + u"/two\\nlines.txt"_s;
-    const QString tabName = pia.files() + u"/tab\\there \u00e9\u4e2d.txt"_s;
-    EXPECT_EQ(files, (QStringList{twoLines, twoLines + u".tvf"_s, tabName, tabName + u".tvf"_s,
-                                  pia.files() + u"/plain.txt"_s}));
-
-    // Printed for a person, no name reaches the terminal with its controls.
     const CliRun printed = pia.cli({u"log"_s}, m_url);
     EXPECT_EQ(printed.out.count(u'\n'), 5) << printed.out.toStdString();
     EXPECT_FALSE(printed.out.contains(u'\t'));

@@ -114,16 +114,6 @@ TEST_F(CliTest, AResultThatCannotGoOutFailsTheRunAndATerminalIsRefused) {
         << err.toStdString();
 }
 
-// Runs the openssl command in `dir`; its standard output.
-QByteArray openssl(const QString& dir, const QStringList& arguments) {
-    QProcess process;
-    process.setWorkingDirectory(dir);
-    process.start(u"openssl"_s, arguments);
-    EXPECT_TRUE(process.waitForFinished(kRunBoundMs));
-    EXPECT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
-    return process.readAllStandardOutput();
-}
-
 TEST_F(CliTest, ArmouredFilesOpenHereAndWithOpenssl) {
     signUp({"alice", "bob"});
     const User& alice = *m_users[0];

@@ -2,12 +2,12 @@
 // what the tool or the server print even with every log category on, not in any file the tool
 // writes (the PKCS#12 holds a key derived from it, never the text), not in failure messages.
 #include <QDirIterator>
-#include <QElapsedTimer>
-#include <QRegularExpression>
 #include <QThread>
 #include <QUrl>
 
 #include "CliTestKit.h"
+#include "ServerProcess.h"
+#include "TestFiles.h"
 
 using namespace clitest;
 
@@ -27,11 +27,6 @@ QList<QByteArray> encodings(const QString& text) {
     return {text.toUtf8(), utf16le, utf16be, QUrl::toPercentEncoding(text)};
 }
 
-QByteArray readAll(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 class CliSecretTest : public CliTest {
 protected:
     void SetUp() override {
@@ -43,27 +38,10 @@ protected:
         ASSERT_TRUE(m_serverData.isValid());
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert(u"QT_LOGGING_RULES"_s, u"*=true"_s);
-        m_serverProcess.setProcessEnvironment(env);
-        m_serverProcess.start(QStringLiteral(NIVOGX_SERVER_PATH),
-                              {u"--dev"_s, u"--listen"_s, u"127.0.0.1:0"_s, u"--data-dir"_s,
-                               m_serverData.path()});
-        QElapsedTimer waited;
-        waited.start();
-        while (!m_serverOut.contains("listening on") && waited.elapsed() < 30'000) {
-            m_serverProcess.waitForReadyRead(1'000);
-            m_serverOut += m_serverProcess.readAllStandardOutput();
-        }
-        const auto match = QRegularExpression(u"(https://\\S+)"_s).match(QString::fromUtf8(m_serverOut));
-        ASSERT_TRUE(match.hasMatch()) << m_serverOut.toStdString();
-        m_url = match.captured(1);
-    }
-
-    void TearDown() override {
-        m_serverProcess.terminate();
-        if (!m_serverProcess.waitForFinished(10'000)) {
-            m_serverProcess.kill();
-            m_serverProcess.waitForFinished();
-        }
+        m_url = m_serverProcess.start(
+            {u"--dev"_s, u"--listen"_s, u"127.0.0.1:0"_s, u"--data-dir"_s, m_serverData.path()},
+            env);
+        ASSERT_FALSE(m_url.isEmpty()) << m_serverProcess.out.toStdString();
     }
 
     // Runs the tool with every log category on and keeps what it printed.
@@ -94,8 +72,7 @@ protected:
     }
 
     QTemporaryDir m_serverData;
-    QProcess m_serverProcess;
-    QByteArray m_serverOut;
+    ServerProcess m_serverProcess;
     QByteArray m_printed;
 };
 
@@ -113,9 +90,9 @@ TEST_F(CliSecretTest, ThePasswordAppearsNowhere) {
         ASSERT_TRUE(waiting.waitForStarted());
         QThread::msleep(300);
         const QString proc = u"/proc/%1/"_s.arg(waiting.processId());
-        const QByteArray commandLine = readAll(proc + u"cmdline"_s);
+        const QByteArray commandLine = fileBytes(proc + u"cmdline"_s);
         EXPECT_TRUE(commandLine.contains("signin")) << commandLine.toStdString();
-        EXPECT_EQ(leaks(commandLine + readAll(proc + u"environ"_s), u"argv"_s), QStringList());
+        EXPECT_EQ(leaks(commandLine + fileBytes(proc + u"environ"_s), u"argv"_s), QStringList());
         waiting.write(secretLine);
         waiting.closeWriteChannel();
         ASSERT_TRUE(waiting.waitForFinished(kRunBoundMs));
@@ -144,10 +121,9 @@ TEST_F(CliSecretTest, ThePasswordAppearsNowhere) {
     EXPECT_FALSE(run.err.isEmpty());
     EXPECT_EQ(cli(nina, {u"decrypt"_s, u"--password-stdin"_s, u"plan.txt.tvf"_s}, secretLine).exitCode, 0);
 
-    m_serverProcess.terminate();
-    ASSERT_TRUE(m_serverProcess.waitForFinished(10'000));
-    const QByteArray serverPrinted =
-        m_serverOut + m_serverProcess.readAllStandardOutput() + m_serverProcess.readAllStandardError();
+    m_serverProcess.stop();
+    ASSERT_EQ(m_serverProcess.process.exitStatus(), QProcess::NormalExit);
+    const QByteArray serverPrinted = m_serverProcess.out + m_serverProcess.log;
     // The verbose logging really was on.
     EXPECT_TRUE(m_printed.contains("qt.") || m_printed.contains("nivogx.")) << m_printed.left(300).toStdString();
 
@@ -157,7 +133,7 @@ TEST_F(CliSecretTest, ThePasswordAppearsNowhere) {
         QDirIterator it(root, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
         while (it.hasNext()) {
             const QString path = it.next();
-            found += leaks(readAll(path), path);
+            found += leaks(fileBytes(path), path);
             ++files;
         }
     }

@@ -59,7 +59,7 @@ TEST_F(CliTest, FilesGoOnlyToTheirRecipientsAndNameTheSender) {
     // The outside of the file names its recipients; the user and contacts are recognised.
     run = alice.cli({u"inspect"_s, u"--json"_s, u"report.pdf.tvf"_s}, m_url);
     ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
-    QJsonObject inspection = json(run.out);
+    const QJsonObject inspection = json(run.out);
     EXPECT_EQ(inspection.value(u"layer"_s).toString(), u"EnvelopedData"_s);
     EXPECT_EQ(inspection.value(u"contentEncryption"_s).toString(), u"aes-256-cbc"_s);
     QStringList named;
@@ -68,21 +68,6 @@ TEST_F(CliTest, FilesGoOnlyToTheirRecipientsAndNameTheSender) {
     }
     named.sort();
     EXPECT_EQ(named, (QStringList{u"alice"_s, u"bob"_s}));
-    // Only the head of a file is read: garbage in place of the end of its encrypted content, or
-    // no end at all, leaves the outline as it was.
-    QFile whole(report + u".tvf"_s);
-    ASSERT_TRUE(whole.open(QIODevice::ReadOnly));
-    const QByteArray shortened = whole.readAll().chopped(200);
-    inspection.remove(u"input"_s);
-    const QStringList damaged{alice.write(u"garbled.tvf"_s, shortened + QByteArray(200, '\xff')),
-                              alice.write(u"cut.tvf"_s, shortened)};
-    for (const QString& path : damaged) {
-        run = alice.cli({u"inspect"_s, u"--json"_s, path}, m_url);
-        ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
-        QJsonObject outline = json(run.out);
-        outline.remove(u"input"_s);
-        EXPECT_EQ(outline, inspection) << run.out.toStdString();
-    }
     run = alice.cli({u"inspect"_s, resent}, m_url);
     EXPECT_TRUE(run.out.contains(u"\n  bob  key transport"_s)) << run.out.toStdString();
     run = alice.cli({u"inspect"_s, u"report.pdf"_s}, m_url);

@@ -108,6 +108,16 @@ inline QJsonObject json(const QString& line) {
     return QJsonDocument::fromJson(line.trimmed().toUtf8()).object();
 }
 
+// Runs the openssl command in `dir`; its standard output.
+inline QByteArray openssl(const QString& dir, const QStringList& arguments) {
+    QProcess process;
+    process.setWorkingDirectory(dir);
+    process.start(u"openssl"_s, arguments);
+    EXPECT_TRUE(process.waitForFinished(kRunBoundMs));
+    EXPECT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
+    return process.readAllStandardOutput();
+}
+
 inline bool useRealSecretService() {
     return qEnvironmentVariable("NIVOGX_TEST_SECRET_SERVICE") == u"1"_s;
 }
@@ -141,29 +151,23 @@ protected:
                          const QByteArray& content) const {
         const QString dir = m_root.path() + u"/forgery"_s;
         QDir().mkpath(dir);
-        const auto openssl = [&dir](const QStringList& arguments) {
-            QProcess process;
-            process.setWorkingDirectory(dir);
-            process.start(u"openssl"_s, arguments);
-            EXPECT_TRUE(process.waitForFinished(kRunBoundMs));
-            EXPECT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
-        };
         QFile plain(dir + u"/plain"_s);
         EXPECT_TRUE(plain.open(QIODevice::WriteOnly));
         plain.write(content);
         plain.close();
-        openssl({u"req"_s, u"-x509"_s, u"-newkey"_s, u"ec"_s, u"-pkeyopt"_s,
+        openssl(dir,
+                {u"req"_s, u"-x509"_s, u"-newkey"_s, u"ec"_s, u"-pkeyopt"_s,
                  u"ec_paramgen_curve:P-256"_s, u"-nodes"_s, u"-keyout"_s, u"k.pem"_s, u"-out"_s,
                  u"c.pem"_s, u"-days"_s, u"2"_s, u"-subj"_s, u"/CN="_s + claimedName});
-        openssl({u"x509"_s, u"-inform"_s, u"DER"_s, u"-in"_s,
-                 recipient.dataHome() + u"/NIVO-GX/cert/"_s + recipient.name() + u".cer"_s,
-                 u"-out"_s, u"recipient.pem"_s});
-        openssl({u"cms"_s, u"-sign"_s, u"-nodetach"_s, u"-binary"_s, u"-signer"_s, u"c.pem"_s,
-                 u"-inkey"_s, u"k.pem"_s, u"-in"_s, u"plain"_s, u"-outform"_s, u"DER"_s,
-                 u"-out"_s, u"signed"_s});
+        openssl(dir, {u"x509"_s, u"-inform"_s, u"DER"_s, u"-in"_s,
+                      recipient.dataHome() + u"/NIVO-GX/cert/"_s + recipient.name() + u".cer"_s,
+                      u"-out"_s, u"recipient.pem"_s});
+        openssl(dir, {u"cms"_s, u"-sign"_s, u"-nodetach"_s, u"-binary"_s, u"-signer"_s, u"c.pem"_s,
+                      u"-inkey"_s, u"k.pem"_s, u"-in"_s, u"plain"_s, u"-outform"_s, u"DER"_s,
+                      u"-out"_s, u"signed"_s});
         const QString path = recipient.files() + u"/forged.tvf"_s;
-        openssl({u"cms"_s, u"-encrypt"_s, u"-binary"_s, u"-aes256"_s, u"-in"_s, u"signed"_s,
-                 u"-outform"_s, u"DER"_s, u"-out"_s, path, u"recipient.pem"_s});
+        openssl(dir, {u"cms"_s, u"-encrypt"_s, u"-binary"_s, u"-aes256"_s, u"-in"_s, u"signed"_s,
+                      u"-outform"_s, u"DER"_s, u"-out"_s, path, u"recipient.pem"_s});
         return path;
     }
 

@@ -9,7 +9,6 @@
 #include <QToolBar>
 
 #include "TestFiles.h"
-#include "TestPki.h"
 #include "account/AccountServer.h"
 #include "contacts/ContactDB.h"
 #include "platform/QKKeychain.h"
@@ -128,8 +127,6 @@ QString GuiTest::writeProfileFile(const QString& name, const QString& password) 
     ContactDB file;
     file.initDB(path);
     file.addNivoProfile(profile);
-    file.addContact({0, QStringLiteral("zoe"), QStringLiteral("Zoe"),
-                     TestPki::serviceCertificate(QStringLiteral("zoe"))});
     return path;
 }
 

@@ -51,7 +51,7 @@ protected:
     bool useRealSecretService();
     // Creates an account directly at the server.
     static void createAccount(const QString& name, const QString& password);
-    // A profile file for an existing account, as an export writes it, with one contact in it.
+    // A profile file for an existing account, as an export writes it.
     [[nodiscard]] QString writeProfileFile(const QString& name, const QString& password);
     // What a previous run leaves behind for a signed-in user: credentials, folders, key files.
     static void leaveCompleteSignIn(const QString& name);

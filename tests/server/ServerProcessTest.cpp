@@ -1,21 +1,20 @@
 // The nivogx-server program as an operator runs it: what it refuses to start with, the settings
 // file, the modes of its secrets, the signals it answers, and the account administration.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <QDir>
 #include <QFile>
 #include <QProcess>
-#include <QRegularExpression>
 #include <QSqlDatabase>
 #include <QSqlQuery>
 #include <QSslCertificate>
 #include <QTemporaryDir>
 #include <QThread>
-
 #include <csignal>
-#include <sys/stat.h>
 
 #include "RawClient.h"
+#include "ServerProcess.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -50,13 +49,6 @@ mode_t modeOf(const QString& path) {
 
 class ServerProcessTest : public ::testing::Test {
 protected:
-    void TearDown() override {
-        if (server.state() != QProcess::NotRunning) {
-            server.kill();
-            server.waitForFinished(kStartBoundMs);
-        }
-    }
-
     // Runs the program to its end; returns its exit code, with its output in `output`.
     int run(const QStringList& arguments, QString* output = nullptr) {
         QProcess process;
@@ -73,36 +65,10 @@ protected:
         return process.exitCode();
     }
 
-    // Starts the program to serve; returns its base URL, or empty when it did not come up.
-    QString start(const QStringList& arguments) {
-        server.start(QStringLiteral(NIVOGX_SERVER_PATH), arguments);
-        QByteArray said;
-        QElapsedTimer timer;
-        timer.start();
-        while (!said.contains('\n') && timer.elapsed() < kStartBoundMs &&
-               server.waitForReadyRead(kStartBoundMs)) {
-            said += server.readAllStandardOutput();
-        }
-        const auto match = QRegularExpression(u"(https://\\S+)"_s).match(QString::fromUtf8(said));
-        return match.hasMatch() ? match.captured(1) : QString();
-    }
-
-    // Waits (bounded) for a line containing `text` on the program's stderr.
-    bool waitForLog(const QByteArray& text) {
-        QElapsedTimer timer;
-        timer.start();
-        while (!log.contains(text) && timer.elapsed() < kStartBoundMs) {
-            server.waitForReadyRead(500);
-            log += server.readAllStandardError();
-        }
-        return log.contains(text);
-    }
-
     QString dataDir() const { return QDir(dir.path()).filePath(u"data"_s); }
 
     QTemporaryDir dir;
-    QProcess server;
-    QByteArray log;
+    ServerProcess server;
 };
 
 TEST_F(ServerProcessTest, WithoutKeysItRefusesUnlessInDevelopmentMode) {
@@ -121,14 +87,15 @@ TEST_F(ServerProcessTest, WithoutKeysItRefusesUnlessInDevelopmentMode) {
 
 TEST_F(ServerProcessTest, SecretsAreOwnerOnlyAndLooserModesAreRefused) {
     const mode_t before = ::umask(022);
-    const QString url = start({u"--dev"_s, u"--listen"_s, u"127.0.0.1:0"_s, u"--data-dir"_s, dataDir()});
+    const QString url =
+        server.start({u"--dev"_s, u"--listen"_s, u"127.0.0.1:0"_s, u"--data-dir"_s, dataDir()});
     ::umask(before);
     ASSERT_FALSE(url.isEmpty());
     EXPECT_EQ(modeOf(dataDir()), 0700u);
     const QString database = QDir(dataDir()).filePath(u"accounts.db"_s);
     EXPECT_EQ(modeOf(database), 0600u);
-    ::kill(static_cast<pid_t>(server.processId()), SIGTERM);
-    ASSERT_TRUE(server.waitForFinished(kStartBoundMs));
+    server.signal(SIGTERM);
+    ASSERT_TRUE(server.process.waitForFinished(kStartBoundMs));
 
     ASSERT_EQ(::chmod(QFile::encodeName(database).constData(), 0644), 0);
     QString output;
@@ -143,7 +110,8 @@ TEST_F(ServerProcessTest, SettingsFileFlagsWinAndRequestsAreLoggedWithoutPasswor
     file.write("listen=127.0.0.1:0\ndata-dir=" + QFile::encodeName(dataDir()) +
                "\nmin-password-length=12\n");
     file.close();
-    const QString url = start({u"--config"_s, config, u"--dev"_s, u"--min-password-length"_s, u"9"_s});
+    const QString url =
+        server.start({u"--config"_s, config, u"--dev"_s, u"--min-password-length"_s, u"9"_s});
     ASSERT_FALSE(url.isEmpty());
 
     const auto signUp = [&](const QByteArray& name, const QByteArray& password) {
@@ -154,9 +122,10 @@ TEST_F(ServerProcessTest, SettingsFileFlagsWinAndRequestsAreLoggedWithoutPasswor
     EXPECT_TRUE(signUp("long", "ninechars").contains("Profile created"));
     EXPECT_TRUE(exchange(url, "GET /healthz HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n")
                     .startsWith("HTTP/1.1 200"));
-    ASSERT_TRUE(waitForLog("/healthz"));
-    EXPECT_TRUE(log.contains("127.0.0.1 /nivo/CreateProfile.aspx Profile created for long."));
-    EXPECT_FALSE(log.contains("ninechars"));
+    ASSERT_TRUE(server.logged("/healthz"));
+    EXPECT_TRUE(
+        server.log.contains("127.0.0.1 /nivo/CreateProfile.aspx Profile created for long."));
+    EXPECT_FALSE(server.log.contains("ninechars"));
 }
 
 TEST_F(ServerProcessTest, HangUpReloadsTheCertificateAndTerminateFinishesTheRequestUnderWay) {
@@ -165,8 +134,8 @@ TEST_F(ServerProcessTest, HangUpReloadsTheCertificateAndTerminateFinishesTheRequ
     const QString key = QDir(dir.path()).filePath(u"tls.key"_s);
     ASSERT_TRUE(QFile::copy(dev("server-tls-chain.pem"), chain));
     ASSERT_TRUE(QFile::copy(dev("server-tls.key"), key));
-    const QString url = start({u"--dev"_s, u"--listen"_s, u"127.0.0.1:0"_s, u"--data-dir"_s,
-                               dataDir(), u"--tls-cert"_s, chain, u"--tls-key"_s, key});
+    const QString url = server.start({u"--dev"_s, u"--listen"_s, u"127.0.0.1:0"_s, u"--data-dir"_s,
+                                      dataDir(), u"--tls-cert"_s, chain, u"--tls-key"_s, key});
     ASSERT_FALSE(url.isEmpty());
     const auto servedCertificate = [&] {
         QSslSocket socket;
@@ -183,8 +152,8 @@ TEST_F(ServerProcessTest, HangUpReloadsTheCertificateAndTerminateFinishesTheRequ
                                  u"ec_paramgen_curve:prime256v1"_s, u"-nodes"_s, u"-keyout"_s, key,
                                  u"-out"_s, chain, u"-subj"_s, u"/CN=reloaded"_s, u"-days"_s, u"1"_s}),
               0);
-    ::kill(static_cast<pid_t>(server.processId()), SIGHUP);
-    ASSERT_TRUE(waitForLog("reloaded the TLS certificate"));
+    server.signal(SIGHUP);
+    ASSERT_TRUE(server.logged("reloaded the TLS certificate"));
     const QSslCertificate second = servedCertificate();
     EXPECT_EQ(second.subjectInfo(QSslCertificate::CommonName), QStringList{u"reloaded"_s});
 
@@ -194,19 +163,20 @@ TEST_F(ServerProcessTest, HangUpReloadsTheCertificateAndTerminateFinishesTheRequ
     socket.write(post("/nivo/CreateProfile.aspx", "logInName=last&logInPassword=password1"));
     ASSERT_TRUE(socket.waitForBytesWritten(kExchangeBoundMs));
     QThread::msleep(300);  // let it arrive; its key takes longer than that to make
-    ::kill(static_cast<pid_t>(server.processId()), SIGTERM);
+    server.signal(SIGTERM);
     QByteArray answer;
     while (!answer.contains("Profile created") && socket.waitForReadyRead(kExchangeBoundMs)) {
         answer += socket.readAll();
     }
     EXPECT_TRUE(answer.contains("Profile created for last.")) << answer.toStdString();
-    ASSERT_TRUE(server.waitForFinished(kStartBoundMs));
-    EXPECT_EQ(server.exitStatus(), QProcess::NormalExit);
-    EXPECT_EQ(server.exitCode(), 0);
+    ASSERT_TRUE(server.process.waitForFinished(kStartBoundMs));
+    EXPECT_EQ(server.process.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(server.process.exitCode(), 0);
 }
 
 TEST_F(ServerProcessTest, AccountsCanBeListedDisabledEnabledAndDeleted) {
-    const QString url = start({u"--dev"_s, u"--listen"_s, u"127.0.0.1:0"_s, u"--data-dir"_s, dataDir()});
+    const QString url =
+        server.start({u"--dev"_s, u"--listen"_s, u"127.0.0.1:0"_s, u"--data-dir"_s, dataDir()});
     ASSERT_FALSE(url.isEmpty());
     ASSERT_TRUE(exchange(url, post("/nivo/CreateProfile.aspx",
                                    "logInName=olga&logInPassword=password&email=o%40example.org"))

@@ -6,7 +6,6 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
-#include <QRegularExpression>
 #include <QScopeGuard>
 #include <QSet>
 #include <QSqlDatabase>
@@ -17,13 +16,13 @@
 #include <QTemporaryDir>
 #include <QThread>
 #include <QUrl>
-#include <csignal>
 #include <memory>
 #include <thread>
 #include <vector>
 
 #include "PostgresCluster.h"
 #include "RawClient.h"
+#include "ServerProcess.h"
 #include "server/AccountStore.h"
 #include "server/ClientThrottle.h"
 
@@ -82,33 +81,6 @@ bool guessUntilLockedOut(const QStringList& urls, const QByteArray& name,
     return failures == ClientThrottle::kFreeAttempts + 3;
 }
 
-// One nivogx-server process on the test's database; stopped when it goes.
-struct ServerProcess {
-    QProcess process;
-    QString url;
-    QByteArray log;
-
-    ~ServerProcess() {
-        if (process.state() != QProcess::NotRunning) {
-            ::kill(static_cast<pid_t>(process.processId()), SIGTERM);
-            if (!process.waitForFinished(kBoundMs)) {
-                process.kill();
-                process.waitForFinished();
-            }
-        }
-    }
-    // The log so far (bounded wait for `text` in it).
-    bool logged(const QByteArray& text) {
-        QElapsedTimer timer;
-        timer.start();
-        while (!log.contains(text) && timer.elapsed() < kBoundMs) {
-            process.waitForReadyRead(200);
-            log += process.readAllStandardError();
-        }
-        return log.contains(text);
-    }
-};
-
 class SharedDatabaseTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() { cluster = new PostgresCluster; }
@@ -137,20 +109,11 @@ protected:
     ServerProcess* start(const QStringList& arguments = {},
                          const QString& listen = u"127.0.0.1:0"_s) {
         auto& server = *servers.emplace_back(std::make_unique<ServerProcess>());
-        server.process.start(QStringLiteral(NIVOGX_SERVER_PATH),
-                             QStringList{u"--config"_s, config, u"--dev"_s, u"--listen"_s, listen,
-                                         u"--user-key-bits"_s, u"1024"_s} +
-                                 arguments);
-        QByteArray said;
-        QElapsedTimer timer;
-        timer.start();
-        while (!said.contains('\n') && timer.elapsed() < kBoundMs &&
-               server.process.waitForReadyRead(kBoundMs)) {
-            said += server.process.readAllStandardOutput();
-        }
-        const auto match = QRegularExpression(u"(https://\\S+)"_s).match(QString::fromUtf8(said));
-        server.url = match.captured(1);
-        return server.url.isEmpty() ? nullptr : &server;
+        const QString url =
+            server.start(QStringList{u"--config"_s, config, u"--dev"_s, u"--listen"_s, listen,
+                                     u"--user-key-bits"_s, u"1024"_s} +
+                         arguments);
+        return url.isEmpty() ? nullptr : &server;
     }
 
     static inline PostgresCluster* cluster = nullptr;
@@ -345,7 +308,7 @@ TEST_F(SharedDatabaseTest, MigrationFromSqliteCopiesEverythingAndCanRunAgain) {
     for (int i = 0; i < ClientThrottle::kFreeAttempts; ++i) {
         ASSERT_TRUE(signIn(old->url, "sam", "wrong").contains("Wrong password"));
     }
-    ::kill(static_cast<pid_t>(old->process.processId()), SIGTERM);
+    old->signal(SIGTERM);
     ASSERT_TRUE(old->process.waitForFinished(kBoundMs));
 
     const auto migrate = [&] {

@@ -2,12 +2,10 @@
 #include <openssl/cms.h>
 #include <openssl/x509.h>
 
-#include <algorithm>
-
-#include <QDir>
 #include <QFile>
 #include <QRegularExpression>
 #include <QTemporaryDir>
+#include <algorithm>
 #include <memory>
 
 #include "CryptoTestKit.h"
@@ -220,42 +218,6 @@ TEST_F(CmsOperationTest, AnExistingOutputFileIsReplacedNotAppendedTo) {
     // Decrypted content is the user's alone.
     EXPECT_EQ(QFile::permissions(out(u"plain.txt"_s)) & (QFile::ReadGroup | QFile::ReadOther),
               QFile::Permissions());
-}
-
-TEST_F(CmsOperationTest, FileVariantsStreamTheSameMessageAndLeaveNothingOnFailure) {
-    const QByteArray content = TVXRandom::randomDataWithLength(300 * 1024);
-    const QString input = out(u"input.bin"_s);
-    writeFile(input, content);
-    const QString protectedPath = out(u"input.bin.tvf"_s);
-    writeFile(protectedPath, "old"_ba);
-    EXPECT_EQ(NivoCryptoOperation::encryptFile(input, TestPki::profileFor(alice(), u"alice"_s),
-                                               TestPki::kPassword, {bob().certDer},
-                                               protectedPath),
-              u""_s);
-
-    // Both decrypt variants open what the streaming encoder wrote.
-    Decrypted opened = decryptFileAs(bob(), u"bob"_s, protectedPath, out(u"f1"_s));
-    EXPECT_EQ(opened.outcome, u""_s);
-    EXPECT_EQ(opened.output, content);
-    EXPECT_EQ(opened.sender, alice().commonName);
-    EXPECT_EQ(decryptAs(bob(), u"bob"_s, readFile(protectedPath), out(u"f2"_s)).output, content);
-
-    // A failed decryption keeps an earlier output file as it was.
-    writeFile(out(u"f3"_s), "earlier"_ba);
-    opened = decryptFileAs(bob(), u"bob"_s, input, out(u"f3"_s));
-    EXPECT_EQ(opened.outcome, NivoCryptoOperation::kNotEncryptedOrNotSupported);
-    EXPECT_EQ(opened.output, "earlier"_ba);
-    EXPECT_EQ(opened.sender, kSenderUntouched);
-
-    // A missing input throws and leaves no output behind.
-    EXPECT_THROW((void)NivoCryptoOperation::encryptFile(
-                     out(u"missing.bin"_s), TestPki::profileFor(alice(), u"alice"_s),
-                     TestPki::kPassword, {}, out(u"missing.tvf"_s)),
-                 TVXException);
-    EXPECT_FALSE(QFile::exists(out(u"missing.tvf"_s)));
-    // No temporary file is left behind by the failures either.
-    EXPECT_EQ(QDir(m_dir.path()).entryList(QDir::Files | QDir::Hidden, QDir::Name),
-              (QStringList{u"f1"_s, u"f2"_s, u"f3"_s, u"input.bin"_s, u"input.bin.tvf"_s}));
 }
 
 TEST_F(CmsOperationTest, EncryptFailuresThrowAndKeepTheEarlierOutput) {

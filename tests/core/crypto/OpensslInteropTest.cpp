@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <openssl/obj_mac.h>
 
+#include <QDir>
+
 #include "CryptoTestKit.h"
 #include "TestPki.h"
 #include "crypto/NivoCryptoOperation.h"
@@ -132,6 +134,13 @@ TEST_F(OpensslInteropTest, BadFilesFailWithTheRightTextAndWriteNothing) {
     const qsizetype at = badContent.indexOf("board");
     ASSERT_GE(at, 0);
     badContent[at] = 'B';
+    // Ours, larger than every buffer of the streaming variant. The signer entries come last in
+    // the signed layer, so the last block of the ciphertext carries the signature.
+    const QByteArray ours = aliceToBob(TVXRandom::randomDataWithLength(300 * 1024));
+    const auto flipped = [](QByteArray message, qsizetype where, char bits) {
+        message[where] = static_cast<char>(message[where] ^ bits);
+        return message;
+    };
 
     const QString notSupported = u"Not Supported Exception"_s;
     struct Case {
@@ -156,6 +165,10 @@ TEST_F(OpensslInteropTest, BadFilesFailWithTheRightTextAndWriteNothing) {
          NivoCryptoOperation::kInvalidSignature},
         {"encrypted but not signed", opensslEncrypt(pki(), m_content, {&bob()}), {}},
         {"truncated", good.left(good.size() - 40), {}},
+        {"ours, tampered ciphertext", flipped(ours, ours.size() / 2, 0x20), {}},
+        {"ours, tampered near the end", flipped(ours, ours.size() - 40, 0x01), {}},
+        {"ours, truncated in the content", ours.left(ours.size() / 3), {}},
+        {"ours, truncated at the end", ours.left(ours.size() - 2), {}},
     };
     int n = 0;
     for (const Case& c : cases) {
@@ -172,12 +185,22 @@ TEST_F(OpensslInteropTest, BadFilesFailWithTheRightTextAndWriteNothing) {
         EXPECT_FALSE(opened.outputWritten);
         EXPECT_EQ(opened.sender, kSenderUntouched);
 
-        // The streaming variant writes nothing either.
+        // The streaming variant fails alike and keeps an earlier file at its output path.
         const QString input = out(u"in%1"_s.arg(n));
         writeFile(input, c.message);
-        const Decrypted streamed = decryptFileAs(bob(), u"bob"_s, input, outputPath);
-        EXPECT_EQ(streamed.outcome, opened.outcome);
-        EXPECT_FALSE(streamed.outputWritten);
+        const QString earlier = out(u"earlier%1"_s.arg(n));
+        writeFile(earlier, "an earlier file"_ba);
+        QString sender = kSenderUntouched;
+        EXPECT_EQ(NivoCryptoOperation::decryptFile(input, TestPki::profileFor(bob(), u"bob"_s),
+                                                   TestPki::kPassword, earlier, sender),
+                  opened.outcome);
+        EXPECT_EQ(sender, kSenderUntouched);
+        EXPECT_EQ(readFile(earlier), "an earlier file"_ba);
+    }
+    // No temporary file is left behind by any failure.
+    for (const QString& name : QDir(m_dir.path()).entryList(QDir::Files | QDir::Hidden)) {
+        EXPECT_TRUE(name.startsWith(u"in"_s) || name.startsWith(u"earlier"_s))
+            << name.toStdString();
     }
 
     // The good file still opens, so the failures above are the files' fault.

@@ -6,6 +6,7 @@
 #include <QAbstractItemModelTester>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QPointer>
 #include <QSignalSpy>
 #include <algorithm>
@@ -328,6 +329,35 @@ TEST_F(FileListModelTest, EachPathIsListedOnceThroughAddingRemovingAndAddingAgai
     ASSERT_EQ(paths(), expected);
     EXPECT_EQ(model->addFiles(pool.mid(0, 30)), 1);
     EXPECT_TRUE(paths().contains(done));
+}
+
+// What a folder given to Add Folder or -R yields, and the private folders its outputs go to.
+TEST_F(FileListModelTest, AFolderGivesItsFilesAtAnyDepthButNotHiddenOnesOrLinks) {
+    for (const QString& name :
+         {u"photos/a.jpg"_s, u"photos/2024/b.jpg"_s, u"photos/2024/june/c.bin"_s,
+          u"photos/.hidden"_s, u"photos/.cache/d.jpg"_s}) {
+        kit.writeFile(name, name.toUtf8());
+    }
+    const QString photos = kit.path(u"photos"_s);
+    ASSERT_TRUE(QFile::link(u"a.jpg"_s, photos + u"/2024/link.jpg"_s));
+    ASSERT_TRUE(QFile::link(photos + u"/2024"_s, photos + u"/linked"_s));
+    EXPECT_EQ(FileListModel::filesInFolder(photos),
+              (QStringList{photos + u"/2024/b.jpg"_s, photos + u"/2024/june/c.bin"_s,
+                           photos + u"/a.jpg"_s}));
+    EXPECT_EQ(FileListModel::subFolderOf(photos, photos + u"/2024/june/c.bin"_s),
+              u"photos/2024/june"_s);
+    EXPECT_EQ(FileListModel::subFolderOf(photos + u"/."_s, photos + u"/a.jpg"_s), u"photos"_s);
+
+    const QString out = kit.path(u"out"_s);
+    EXPECT_EQ(FileListModel::makeSubFolders(out, QString()), out);
+    EXPECT_EQ(FileListModel::makeSubFolders(out, u"photos/2024"_s), out + u"/photos/2024"_s);
+    for (const QString& level : {out + u"/photos"_s, out + u"/photos/2024"_s}) {
+        EXPECT_TRUE(QFileInfo(level).isDir()) << level.toStdString();
+        EXPECT_EQ(QFile::permissions(level) &
+                      (QFile::ReadGroup | QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther),
+                  QFile::Permissions())
+            << "made for the user alone: " << level.toStdString();
+    }
 }
 
 }  // namespace
