@@ -15,9 +15,9 @@
 #include "ProcessingTestKit.h"
 #include "TestFiles.h"
 #include "crypto/NivoCryptoOperation.h"
-#include "crypto/comTruvexCrypto_Pkcs12Loader.h"
+#include "crypto/toolkit/comTruvexCrypto_Pkcs12Loader.h"
 #include "processing/ProcessController.h"
-#include "storage/NivoGXUtil.h"
+#include "session/NivoGXUtil.h"
 
 using namespace Qt::Literals::StringLiterals;
 
