@@ -8,11 +8,9 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenu>
-#include <QProgressBar>
 #include <QSizePolicy>
 #include <QSplitter>
 #include <QStatusBar>
-#include <QSystemTrayIcon>
 #include <QToolBar>
 #include <QUrl>
 #include <algorithm>
@@ -20,6 +18,7 @@
 #include "contacts/ContactController.h"
 #include "filelist/CustomFileTableView.h"
 #include "filelist/ResultsPanel.h"
+#include "filelist/RunStatus.h"
 #include "log/VisibleText.h"
 #include "processing/FileListModel.h"
 #include "processing/ProcessController.h"
@@ -53,9 +52,6 @@ const char* const kEmptyFolder =
     QT_TRANSLATE_NOOP("FileController", "The folder %1 holds no files to add.");
 const char* const kFoldersSkipped =
     QT_TRANSLATE_NOOP("FileController", "Folders are added with Add Folder…");
-const char* const kRunDone = QT_TRANSLATE_NOOP("FileController", "%1 of %2 files done");
-const char* const kRunFailed = QT_TRANSLATE_NOOP("FileController", "%1 failed: see the list.");
-const char* const kRunProgress = QT_TRANSLATE_NOOP("FileController", "%1 %2 of %3");
 const char* const kExportProfile = QT_TRANSLATE_NOOP("FileController", "Export Profile...");
 const char* const kSignOut = QT_TRANSLATE_NOOP("FileController", "Sign Out");
 const char* const kSignedInAs = QT_TRANSLATE_NOOP("FileController", "Signed in as %1");
@@ -68,8 +64,6 @@ const char* const kSelectDecryptFolder =
 constexpr int kFileColumnWidth = 420;
 constexpr qsizetype kManyFilesLimit = 1000;
 constexpr int kStatusMessageMs = 8000;
-// A run this long is one the user may have turned away from.
-constexpr std::chrono::milliseconds kNotifyAfter{5000};
 constexpr int kProcessWindowMargin = 48;
 
 }  // namespace
@@ -82,8 +76,7 @@ FileController::FileController(NotificationHub& hub, Prompter& prompter, QWidget
       m_fileTableView(new CustomFileTableView(this)),
       m_resultsPanel(new ResultsPanel(this)),
       m_userToolBarItem(new QLabel(this)),
-      m_notifyRunEnd([this](const QString& summary) { notifyDesktop(summary); }),
-      m_notifyAfter(kNotifyAfter) {
+      m_runStatus(new RunStatus(*this, [this] { return pendingFiles(); })) {
     setObjectName(u"FileController"_s);
     setWindowTitle(tr(kTitle));
     m_userToolBarItem->setObjectName(u"userToolBarItem"_s);
@@ -136,11 +129,6 @@ FileController::FileController(NotificationHub& hub, Prompter& prompter, QWidget
     toolBar->addWidget(m_userToolBarItem);
     addToolBarAction(kSignOut, "logoutAction", IconSet::kSignOut,
                      &FileController::LogoutButtonTapped);
-    m_runProgress = new QProgressBar(this);
-    m_runProgress->setObjectName(u"runProgress"_s);
-    m_runProgress->setMaximumWidth(200);
-    m_runProgress->hide();
-    statusBar()->addPermanentWidget(m_runProgress);
 
     m_removeAction = new QAction(tr(kRemove), this);
     m_removeAction->setObjectName(u"removeAction"_s);
@@ -182,7 +170,7 @@ void FileController::windowDidLoad() {
     connect(&m_hub, &NotificationHub::selectionCompleted, this,
             &FileController::handleRecipientSelectionComplete);
     connect(m_model, &FileListModel::processStarting, this, &FileController::processStarting);
-    connect(m_model, &FileListModel::processingChanged, this, &FileController::processingChanged);
+    connect(m_model, &FileListModel::processingChanged, m_runStatus, &RunStatus::processingChanged);
     connect(m_fileTableView, &CustomFileTableView::filesDropped, this,
             &FileController::filesDropped);
     m_fileTableView->setDeleteKeyHandler(
@@ -266,61 +254,17 @@ void FileController::showFoldersSkipped() {
     statusBar()->showMessage(tr(kFoldersSkipped), kStatusMessageMs);
 }
 
-void FileController::processingChanged(bool processing) {
-    m_runProgress->setVisible(processing);
-    if (processing) {
-        m_runStarted = 0;
-        m_runFailed = 0;
-        m_runClock.start();
-        return;
-    }
-    // The run ends inside the last file's report, before this window has heard its outcome.
-    QMetaObject::invokeMethod(this, &FileController::runEnded, Qt::QueuedConnection);
+void FileController::setRunEndNotifier(RunStatus::RunEndNotifier notifier,
+                                       std::chrono::milliseconds minimum) {
+    m_runStatus->setRunEndNotifier(std::move(notifier), minimum);
 }
 
-void FileController::setRunEndNotifier(RunEndNotifier notifier, std::chrono::milliseconds minimum) {
-    m_notifyRunEnd = std::move(notifier);
-    m_notifyAfter = minimum;
-}
-
-void FileController::runEnded() {
-    const QString done = tr(kRunDone).arg(m_runStarted - m_runFailed).arg(m_runStarted);
-    statusBar()->showMessage(done, kStatusMessageMs);
-    // Any window of the application in use counts: the file's own window may have been the
-    // active one until the end.
-    if (m_runClock.elapsed() < m_notifyAfter.count() || QApplication::activeWindow() != nullptr) {
-        return;
-    }
-    m_notifyRunEnd(m_runFailed > 0 ? done + u"\n"_s + tr(kRunFailed).arg(m_runFailed) : done);
-}
-
-void FileController::notifyDesktop(const QString& summary) {
-    QApplication::alert(this);
-    if (QSystemTrayIcon::isSystemTrayAvailable()) {
-        if (m_tray == nullptr) {
-            m_tray = new QSystemTrayIcon(windowIcon(), this);
-        }
-        m_tray->show();
-        m_tray->showMessage(tr(kTitle), summary);
-    }
-}
-
-// "Encrypting 3 of 12" with the whole batch's progress: the files done count whole, the current
-// one by its share.
-void FileController::showRunProgress(qint64 done, qint64 total) {
-    qsizetype pending = 0;
-    for (const FileDetails& entry : m_model->fileList()) {
-        if (entry.status == FileListModel::kPendingEncryption ||
-            entry.status == FileListModel::kPendingDecryption) {
-            ++pending;
-        }
-    }
-    const qsizetype all = m_runStarted + pending;
-    statusBar()->showMessage(tr(kRunProgress).arg(m_runWord).arg(m_runStarted).arg(all));
-    const double share = total > 0 ? double(done) / double(total) : 0.0;
-    m_runProgress->setRange(0, 1000);
-    m_runProgress->setValue(all > 0 ? int(1000.0 * (double(m_runStarted - 1) + share) / double(all))
-                                    : 0);
+qsizetype FileController::pendingFiles() const {
+    return std::count_if(m_model->fileList().cbegin(), m_model->fileList().cend(),
+                         [](const FileDetails& entry) {
+                             return entry.status == FileListModel::kPendingEncryption ||
+                                    entry.status == FileListModel::kPendingDecryption;
+                         });
 }
 
 QStringList FileController::fileList() const {
@@ -450,14 +394,7 @@ void FileController::askToClearList(const QString& informativeText) {
 }
 
 void FileController::processStarting(ProcessController* controller, int row) {
-    ++m_runStarted;
-    m_runWord = m_model->fileList().at(row).status;
-    connect(controller, &ProcessController::progress, this, &FileController::showRunProgress);
-    connect(
-        controller, &ProcessController::processingCompleted, this,
-        [this](const QString& result) { m_runFailed += result.isEmpty() ? 0 : 1; },
-        Qt::SingleShotConnection);
-    showRunProgress(0, 0);
+    m_runStatus->fileStarting(controller, m_model->fileList().at(row).status);
     m_resultsPanel->follow(controller);
     // A cancelled run's window has closed already; any other is replaced by the next file's.
     if (m_processWindow) {

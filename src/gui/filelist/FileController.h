@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QElapsedTimer>
 #include <QMainWindow>
 #include <QPointer>
 #include <QStringList>
@@ -18,9 +17,8 @@ class ProcessWindow;
 class Prompter;
 class QAction;
 class QLabel;
-class QProgressBar;
-class QSystemTrayIcon;
 class ResultsPanel;
+class RunStatus;
 
 // The main window of a signed-in user: the list of files with their statuses, and the buttons
 // that add files, encrypt or decrypt them one after another, export the profile and sign out.
@@ -56,12 +54,9 @@ public:
     // The actions of the list's context menu, for the rows selected when it opens.
     [[nodiscard]] QList<QAction*> contextActions() const;
 
-    // How the end of a run is made known when no window of the application is in use, given
-    // the run's summary: by default the desktop is asked to draw attention to the window and, where
-    // there is a notification area, a notification shows the summary. Runs shorter than
-    // `minimum` end without it.
-    using RunEndNotifier = std::function<void(const QString& summary)>;
-    void setRunEndNotifier(RunEndNotifier notifier, std::chrono::milliseconds minimum);
+    // See RunStatus::setRunEndNotifier.
+    void setRunEndNotifier(std::function<void(const QString& summary)> notifier,
+                           std::chrono::milliseconds minimum);
 
 Q_SIGNALS:
     // Sign-out or a closed window: the application should quit.
@@ -81,14 +76,11 @@ private:
     void processSelected(bool toEncrypt);
     void filesDropped(const QStringList& paths);
     void showFoldersSkipped();
-    void processingChanged(bool processing);
-    void runEnded();
-    void notifyDesktop(const QString& summary);
-    void showRunProgress(qint64 done, qint64 total);
     QAction* addToolBarAction(const char* text, const char* name, const QString& image,
                               void (FileController::*slot)());
     void processStarting(ProcessController* controller, int row);
     void askToClearList(const QString& informativeText);
+    [[nodiscard]] qsizetype pendingFiles() const;
     void displayAlertBox(const QString& message);
     void comeToFront();
 
@@ -103,15 +95,8 @@ private:
     QAction* m_showInFolderAction = nullptr;
     QAction* m_encryptSelectedAction = nullptr;
     QAction* m_decryptSelectedAction = nullptr;
-    QProgressBar* m_runProgress;
-    int m_runStarted = 0;
-    int m_runFailed = 0;
-    QElapsedTimer m_runClock;
-    RunEndNotifier m_notifyRunEnd;
-    std::chrono::milliseconds m_notifyAfter;
-    QSystemTrayIcon* m_tray = nullptr;
+    RunStatus* m_runStatus;
     bool m_markSelectedOnly = false;
-    QString m_runWord;
     QPointer<ProcessWindow> m_processWindow;
     QPointer<ContactController> m_contactController;
     bool m_terminating = false;
