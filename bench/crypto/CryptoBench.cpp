@@ -15,10 +15,8 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTextStream>
-#include <atomic>
 #include <cstdio>
 #include <functional>
-#include <stdexcept>
 
 #include "crypto/NivoCryptoOperation.h"
 #include "crypto/toolkit/TVXException.h"
@@ -100,17 +98,16 @@ int phase(const QString& which, const QString& dir) {
     return 0;
 }
 
-using FileOperation = std::function<void(const NivoCryptoOperation::FileRun&)>;
+using FileOperation = std::function<RunResult(const NivoCryptoOperation::FileRun&)>;
 
 // Runs `operation`, cancels it once `at` bytes of input were read, and prints how long it took
 // from the cancel to its end, and how far it read. False when it was not stopped.
 bool timeCancel(const char* name, const FileOperation& operation, qint64 at, qint64 total) {
-    std::atomic<bool> cancelled = false;
+    bool cancelled = false;
     QElapsedTimer timer;
     qint64 cancelledAt = 0;
     qint64 lastDone = 0;
     NivoCryptoOperation::FileRun run{};
-    run.cancelled = &cancelled;
     run.progress = [&](qint64 done, qint64) {
         lastDone = done;
         if (!cancelled && done >= at) {
@@ -118,13 +115,9 @@ bool timeCancel(const char* name, const FileOperation& operation, qint64 at, qin
             timer.start();
             cancelled = true;
         }
+        return !cancelled;
     };
-    bool stopped = false;
-    try {
-        operation(run);
-    } catch (const std::exception&) {
-        stopped = cancelled;
-    }
+    const bool stopped = operation(run).status == RunResult::Status::Cancelled;
     const double ms = timer.isValid() ? static_cast<double>(timer.nsecsElapsed()) / 1e6 : -1;
     std::printf("%-8s cancelled after %6lld MiB of %lld: stopped in %8.1f ms, %lld KiB read after "
                 "the cancel, %s\n",
@@ -147,7 +140,7 @@ int cancelBench(const QString& d, qint64 gib) {
                 static_cast<long long>(gib));
     std::fflush(stdout);
     const FileOperation encrypt = [&](const NivoCryptoOperation::FileRun& run) {
-        (void)NivoCryptoOperation::encryptFile(input, user, kPassword, {}, sealed, run);
+        return NivoCryptoOperation::encryptFile(input, user, kPassword, {}, sealed, run);
     };
     bool stopped = true;
     for (const qint64 at : {qint64{64} << 20, size / 2}) {
@@ -156,16 +149,12 @@ int cancelBench(const QString& d, qint64 gib) {
     // A whole protected file to open.
     QElapsedTimer whole;
     whole.start();
-    encrypt(NivoCryptoOperation::FileRun{});
+    (void)encrypt(NivoCryptoOperation::FileRun{});
     std::printf("(protecting it whole took %.1f s)\n", static_cast<double>(whole.elapsed()) / 1e3);
     const qint64 sealedSize = QFileInfo(sealed).size();
     const FileOperation decrypt = [&](const NivoCryptoOperation::FileRun& run) {
-        SenderVerdict sender;
-        const QString outcome = NivoCryptoOperation::decryptFile(
-            sealed, user, kPassword, d + u"/opened.bin"_s, sender, {}, run);
-        if (!outcome.isEmpty()) {
-            throw std::runtime_error(outcome.toStdString());
-        }
+        return NivoCryptoOperation::decryptFile(sealed, user, kPassword, d + u"/opened.bin"_s, {},
+                                                run);
     };
     for (const qint64 at : {qint64{64} << 20, sealedSize / 2}) {
         stopped = timeCancel("decrypt", decrypt, at, sealedSize) && stopped;

@@ -1,5 +1,7 @@
 #include "crypto/NivoCryptoOperation.h"
 
+#include <atomic>
+#include <exception>
 #include <mutex>
 #include <optional>
 #include <variant>
@@ -15,6 +17,7 @@
 #include "crypto/toolkit/TVXCmsParser.h"
 #include "crypto/toolkit/TVXCmsParserCallback.h"
 #include "crypto/toolkit/TVXCryptoProvider.h"
+#include "crypto/toolkit/TVXException.h"
 #include "crypto/toolkit/comTruvexCryptoBusinessLogic_CryptoParticipant.h"
 #include "crypto/toolkit/comTruvexCrypto_Pkcs12Loader.h"
 #include "crypto/toolkit/comTruvexUtil_ExceptionUtil.h"
@@ -67,6 +70,35 @@ void writeWhole(const QString& path, const QByteArray& bytes,
 }
 
 }  // namespace
+
+class NivoCryptoOperation::Steering {
+public:
+    explicit Steering(const Progress& progress) : m_progress(progress) {}
+
+    // What the input stream reports to and checks before every block.
+    [[nodiscard]] ComTruvexIO_FileStream::ReadProgress report() {
+        return [this](qint64 done, qint64 total) { tell(done, total); };
+    }
+    [[nodiscard]] const std::atomic<bool>* stop() const noexcept { return &m_stopped; }
+    // Asks once more, with the count reported last, when the work is done and its output not
+    // yet placed; the input's check that follows fails once the answer was false.
+    void askAtEnd() { tell(m_done, m_total); }
+    [[nodiscard]] bool stopped() const noexcept { return m_stopped.load(); }
+
+private:
+    void tell(qint64 done, qint64 total) {
+        m_done = done;
+        m_total = total;
+        if (m_progress && !m_stopped.load() && !m_progress(done, total)) {
+            m_stopped.store(true);
+        }
+    }
+
+    const Progress& m_progress;
+    std::atomic<bool> m_stopped = false;
+    qint64 m_done = 0;
+    qint64 m_total = 0;
+};
 
 void NivoCryptoOperation::setSenderContext(SenderContext context) {
     const std::lock_guard lock(lookupMutex());
@@ -125,12 +157,54 @@ QString NivoCryptoOperation::encryptData(const QByteArray& data, const NivoProfi
     return u""_s;
 }
 
+RunResult NivoCryptoOperation::runToEnd(const Progress& progress,
+                                        const std::function<QString(Steering&, RunResult&)>& work) {
+    Steering steering(progress);
+    RunResult result;
+    try {
+        result.detail = work(steering, result);
+    } catch (const TVXException& e) {
+        result.detail = e.description();
+    } catch (const std::exception& e) {
+        result.detail = QString::fromLocal8Bit(e.what());
+    }
+    if (!result.detail.isEmpty()) {
+        result.status =
+            steering.stopped() ? RunResult::Status::Cancelled : RunResult::Status::Failed;
+        result.sender = {};
+        result.placedPath.clear();
+    }
+    return result;
+}
+
 QString NivoCryptoOperation::encryptFile(const QString& inputPath, const NivoProfile& profile,
                                          const QString& password,
                                          const QList<QByteArray>& recipientList,
-                                         const QString& outputPath, const FileRun& run) {
+                                         const QString& outputPath) {
+    const FileRun run{};
+    Steering steering(run.progress);
+    RunResult result;
+    return encryptStreaming(inputPath, profile, password, recipientList, outputPath, run, steering,
+                            result);
+}
+
+RunResult NivoCryptoOperation::encryptFile(const QString& inputPath, const NivoProfile& profile,
+                                           const QString& password,
+                                           const QList<QByteArray>& recipientList,
+                                           const QString& outputPath, const FileRun& run) {
+    return runToEnd(run.progress, [&](Steering& steering, RunResult& result) {
+        return encryptStreaming(inputPath, profile, password, recipientList, outputPath, run,
+                                steering, result);
+    });
+}
+
+QString NivoCryptoOperation::encryptStreaming(const QString& inputPath, const NivoProfile& profile,
+                                              const QString& password,
+                                              const QList<QByteArray>& recipientList,
+                                              const QString& outputPath, const FileRun& run,
+                                              Steering& steering, RunResult& result) {
     const auto source =
-        ComTruvexIO_FileStream::initForReading(inputPath, run.progress, run.cancelled);
+        ComTruvexIO_FileStream::initForReading(inputPath, steering.report(), steering.stop());
     const auto sink = ComTruvexIO_FileStream::initForWriting(outputPath);
     try {
         encode(*source, *sink, profile, password, recipientList);
@@ -138,25 +212,23 @@ QString NivoCryptoOperation::encryptFile(const QString& inputPath, const NivoPro
         explainFailure(*source, *sink);
         throw;
     }
+    steering.askAtEnd();
     source->ensureIntact();
-    place(*sink, outputPath, run);
+    result.placedPath = place(*sink, outputPath, run);
     sink->close();
     source->close();
     return u""_s;
 }
 
-void NivoCryptoOperation::place(ComTruvexIO_FileStream& sink, const QString& outputPath,
-                                const FileRun& run) {
+QString NivoCryptoOperation::place(ComTruvexIO_FileStream& sink, const QString& outputPath,
+                                   const FileRun& run) {
     if (run.handOver) {
         sink.handOver(run.handOver);
-        return;
+        return {};
     }
     if (!run.armoured) {
         sink.commit(run.nextName);
-        if (run.placedPath != nullptr) {
-            *run.placedPath = sink.path();
-        }
-        return;
+        return sink.path();
     }
     // The message, complete, is written once more as text, which appears only complete too.
     QString placed;
@@ -175,9 +247,7 @@ void NivoCryptoOperation::place(ComTruvexIO_FileStream& sink, const QString& out
         placed = text.path();
         return QString();
     });
-    if (run.placedPath != nullptr) {
-        *run.placedPath = placed;
-    }
+    return placed;
 }
 
 void NivoCryptoOperation::explainFailure(const ComTruvexIO_FileStream& source,
@@ -298,21 +368,33 @@ QString NivoCryptoOperation::decryptData(const QByteArray& data, const NivoProfi
 QString NivoCryptoOperation::decryptFile(const QString& inputPath, const NivoProfile& profile,
                                          const QString& password, const QString& outputPath,
                                          QString& sender) {
-    SenderVerdict verdict{.name = sender, .trust = {}, .impersonatedContact = {}};
-    const QString outcome =
-        decryptFile(inputPath, profile, password, outputPath, verdict, installedContext());
-    sender = verdict.name;
+    const FileRun run{};
+    Steering steering(run.progress);
+    RunResult result;
+    result.sender.name = sender;
+    const QString outcome = decryptStreaming(inputPath, profile, password, outputPath,
+                                             installedContext(), run, steering, result);
+    sender = result.sender.name;
     return outcome;
 }
 
-QString NivoCryptoOperation::decryptFile(const QString& inputPath, const NivoProfile& profile,
-                                         const QString& password, const QString& outputPath,
-                                         SenderVerdict& sender, const SenderContext& context,
-                                         const FileRun& run) {
+RunResult NivoCryptoOperation::decryptFile(const QString& inputPath, const NivoProfile& profile,
+                                           const QString& password, const QString& outputPath,
+                                           const SenderContext& context, const FileRun& run) {
+    return runToEnd(run.progress, [&](Steering& steering, RunResult& result) {
+        return decryptStreaming(inputPath, profile, password, outputPath, context, run, steering,
+                                result);
+    });
+}
+
+QString NivoCryptoOperation::decryptStreaming(const QString& inputPath, const NivoProfile& profile,
+                                              const QString& password, const QString& outputPath,
+                                              const SenderContext& context, const FileRun& run,
+                                              Steering& steering, RunResult& result) {
     const auto source =
-        ComTruvexIO_FileStream::initForReading(inputPath, run.progress, run.cancelled);
+        ComTruvexIO_FileStream::initForReading(inputPath, steering.report(), steering.stop());
     const auto sink = ComTruvexIO_FileStream::initForWriting(outputPath, kPlainFilePermissions);
-    SenderVerdict named = sender;
+    SenderVerdict named = result.sender;
     QString outcome;
     try {
         outcome = decodeTo(*source, *sink, profile, password, context, named);
@@ -321,15 +403,13 @@ QString NivoCryptoOperation::decryptFile(const QString& inputPath, const NivoPro
         throw;
     }
     // A message cut short or grown while it was read fails as such, whatever the decoder said.
+    steering.askAtEnd();
+    source->ensureIntact();
     if (outcome.isEmpty()) {
-        source->ensureIntact();
-        place(*sink, outputPath, run);
-        sender = named;
-    } else {
-        source->ensureIntact();
-        if (const QString failure = sink->writeFailure(); !failure.isEmpty()) {
-            outcome = failure;
-        }
+        result.placedPath = place(*sink, outputPath, run);
+        result.sender = named;
+    } else if (const QString failure = sink->writeFailure(); !failure.isEmpty()) {
+        outcome = failure;
     }
     // Without a commit the content written so far is discarded.
     sink->close();

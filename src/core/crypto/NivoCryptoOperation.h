@@ -4,9 +4,9 @@
 #include <QList>
 #include <QString>
 #include <QtGlobal>
-#include <atomic>
 #include <functional>
 
+#include "crypto/RunResult.h"
 #include "crypto/SenderVerdict.h"
 #include "model/NivoProfile.h"
 
@@ -48,24 +48,22 @@ public:
     // operation runs.
     static void setSenderContext(SenderContext context);
 
-    // Bytes of the input consumed so far and its size, called now and then on the working thread.
-    using Progress = std::function<void(qint64 done, qint64 total)>;
+    // Bytes of the input consumed so far and its size, told on the working thread when about a
+    // MiB more was read, at the end of the input and once more when the work is done, before its
+    // output is placed. The answer false stops the work within one block of input; it then leaves
+    // no output and its result is Cancelled.
+    using Progress = std::function<bool(qint64 done, qint64 total)>;
 
-    // How the caller of a file operation follows and steers it. Make one with braces (`FileRun
-    // run{};`), which leaves every member empty.
+    // How the caller of a file run follows and steers it. Make one with braces (`FileRun run{};`),
+    // which leaves every member empty.
     struct FileRun {
         Progress progress;
-        // Set from another thread to stop the work within one block of input; the operation
-        // then throws and leaves no output.
-        const std::atomic<bool>* cancelled;
         // When given, the output never replaces a file: a name found taken when the output is
         // placed makes way for the one this returns for it ("" to give up).
         std::function<QString(const QString& taken)> nextName;
-        // Where the output went, once placed.
-        QString* placedPath;
         // When given, the complete output (after every check) is handed to it, read from its
         // start, instead of being placed: for output that goes to a pipe. It answers "" or its
-        // failure, which fails the operation; the output never has a name.
+        // failure, which fails the run; the output never has a name.
         std::function<QString(QIODevice& output)> handOver;
         // Encryption: the output is placed as PEM text instead of binary.
         bool armoured;
@@ -88,7 +86,13 @@ public:
     [[nodiscard]] static QString encryptFile(const QString& inputPath, const NivoProfile& profile,
                                              const QString& password,
                                              const QList<QByteArray>& recipientList,
-                                             const QString& outputPath, const FileRun& run = {});
+                                             const QString& outputPath);
+    // The same as a run that `run` follows and steers; it throws nothing, every failure comes
+    // back in the result with its text.
+    [[nodiscard]] static RunResult encryptFile(const QString& inputPath, const NivoProfile& profile,
+                                               const QString& password,
+                                               const QList<QByteArray>& recipientList,
+                                               const QString& outputPath, const FileRun& run);
 
     // Both return "" on success, with the sender named in `sender`: the user's LoginName for the
     // user's own certificate, else the contact's NIVO ID, else the certificate's CN (the last
@@ -111,12 +115,31 @@ public:
     [[nodiscard]] static QString decryptFile(const QString& inputPath, const NivoProfile& profile,
                                              const QString& password, const QString& outputPath,
                                              QString& sender);
-    [[nodiscard]] static QString decryptFile(const QString& inputPath, const NivoProfile& profile,
-                                             const QString& password, const QString& outputPath,
-                                             SenderVerdict& sender, const SenderContext& context,
-                                             const FileRun& run = {});
+    // The same as a run that `run` follows and steers, with `context` instead of the installed
+    // one and the verdict on the sender in the result; it throws nothing.
+    [[nodiscard]] static RunResult decryptFile(const QString& inputPath, const NivoProfile& profile,
+                                               const QString& password, const QString& outputPath,
+                                               const SenderContext& context, const FileRun& run);
 
 private:
+    // Passes a run's progress on and stops its input once the answer is false.
+    class Steering;
+
+    // The file runs, throwing what fails; the output's place, and the sender of an opened file
+    // once every check passed, go to `result`. Encryption answers "", decryption "" or the
+    // failure text of the message.
+    static QString encryptStreaming(const QString& inputPath, const NivoProfile& profile,
+                                    const QString& password, const QList<QByteArray>& recipientList,
+                                    const QString& outputPath, const FileRun& run,
+                                    Steering& steering, RunResult& result);
+    static QString decryptStreaming(const QString& inputPath, const NivoProfile& profile,
+                                    const QString& password, const QString& outputPath,
+                                    const SenderContext& context, const FileRun& run,
+                                    Steering& steering, RunResult& result);
+    // The edge of a run: calls `work` and turns what it throws into the result's text.
+    [[nodiscard]] static RunResult runToEnd(
+        const Progress& progress,
+        const std::function<QString(Steering& steering, RunResult& result)>& work);
     static void encode(TVXStream& source, TVXStream& sink, const NivoProfile& profile,
                        const QString& password, const QList<QByteArray>& recipientList);
     // "" when the content may be written, else the failure text; names the sender on success.
@@ -126,10 +149,12 @@ private:
     [[nodiscard]] static QString judge(const TVXCmsParseResult& result, const NivoProfile& profile,
                                        const SenderContext& context, SenderVerdict& sender);
     // Puts the complete output where `run` says: under its name (or the next free one), as PEM
-    // text there, or handed over; throws when that fails.
-    static void place(ComTruvexIO_FileStream& sink, const QString& outputPath, const FileRun& run);
-    // Throws the clearer cause of a failure when there is one: a cancel, a changed input, a
-    // failed write.
+    // text there, or handed over; throws when that fails. Answers where it went ("" when handed
+    // over).
+    [[nodiscard]] static QString place(ComTruvexIO_FileStream& sink, const QString& outputPath,
+                                       const FileRun& run);
+    // Throws the clearer cause of a failure when there is one: a stop, a changed input, a failed
+    // write.
     static void explainFailure(const ComTruvexIO_FileStream& source,
                                const ComTruvexIO_FileStream& sink);
     // The context installed with setSenderContext, taken under its lock.

@@ -17,7 +17,6 @@
 #include "contacts/ContactDB.h"
 #include "crypto/NivoCryptoOperation.h"
 #include "crypto/cms/CmsArmour.h"
-#include "crypto/toolkit/TVXException.h"
 #include "model/LogEntry.h"
 #include "platform/AtomicFile.h"
 #include "platform/PathText.h"
@@ -40,13 +39,6 @@ namespace {
 // Marks that cut a decrypted file's inner extension, tried in this order.
 constexpr QChar kExtensionCuts[] = {u'-', u'_', u' ', u'('};
 
-// What the background work hands back to the owner's thread.
-struct Outcome {
-    QString text;          // "" on success
-    SenderVerdict sender;  // who signed a decrypted file; no name when nobody was named
-    QString placedPath;    // where the output went; "" when it went nowhere
-};
-
 // Everything the background work needs, copied so that nothing is shared with the owner.
 struct Job {
     QString inputPath;
@@ -60,8 +52,6 @@ struct Job {
     bool armoured = false;
     // The output paths of other runs under way, which a taken output name does not move to.
     QSet<QString> outputPathsInUse;
-    // Set by cancel(); the work stops at its next block.
-    std::shared_ptr<std::atomic<bool>> cancelled;
     // The user's contacts, for naming a known sender; a copy of its own, because the current
     // database object belongs to the main thread.
     std::optional<ContactDB> contacts;
@@ -173,55 +163,46 @@ private:
     QString m_failure;
 };
 
-// Called on the worker thread with bytes done and the total.
+// Called on the worker thread with bytes done and the total; answers whether to go on.
 using ProgressReport = NivoCryptoOperation::Progress;
 
-Outcome work(const Job& job, const ProgressReport& report) {
-    Outcome outcome;
+RunResult work(const Job& job, const ProgressReport& report) {
     NivoCryptoOperation::FileRun run{};
     run.progress = report;
-    run.cancelled = job.cancelled.get();
     run.nextName = [&inUse = job.outputPathsInUse](const QString& taken) {
         return ProcessController::nextFreeOutputPath(taken, inUse);
     };
-    run.placedPath = &outcome.placedPath;
     run.handOver = job.handOver;
     run.armoured = job.armoured;
-    try {
-        if (job.toEncrypt) {
-            outcome.text = NivoCryptoOperation::encryptFile(
-                job.inputPath, job.profile, job.password, job.certificates, job.outputPath, run);
-        } else {
-            NivoCryptoOperation::SenderContext context;
-            context.serviceRoot = NivoProfileCommon::getNivoRootCer();
-            context.requireVerified = job.requireVerified;
-            if (job.contacts) {
-                context.nivoIdOf = [&contacts = *job.contacts](const QByteArray& certificate) {
-                    return contacts.getNIVOIDfromCertData(certificate);
-                };
-                context.isContact = [&contacts = *job.contacts](const QString& nivoId) {
-                    return contacts.contactExists(nivoId) >= 0;
-                };
-            }
-            // Armoured files are opened as the message their text carries.
-            std::optional<UnwrappedInput> unwrapped;
-            if (CmsArmour::isArmoured(job.inputPath)) {
-                unwrapped.emplace(job.inputPath, QFileInfo(job.outputPath).absolutePath());
-                if (!unwrapped->failure().isEmpty()) {
-                    outcome.text = unwrapped->failure();
-                    return outcome;
-                }
-            }
-            outcome.text = NivoCryptoOperation::decryptFile(
-                unwrapped ? unwrapped->path() : job.inputPath, job.profile, job.password,
-                job.outputPath, outcome.sender, context, run);
-        }
-    } catch (const TVXException& e) {
-        outcome.text = e.description();
-    } catch (const std::exception& e) {
-        outcome.text = QString::fromLocal8Bit(e.what());
+    if (job.toEncrypt) {
+        return NivoCryptoOperation::encryptFile(job.inputPath, job.profile, job.password,
+                                                job.certificates, job.outputPath, run);
     }
-    return outcome;
+    NivoCryptoOperation::SenderContext context;
+    context.serviceRoot = NivoProfileCommon::getNivoRootCer();
+    context.requireVerified = job.requireVerified;
+    if (job.contacts) {
+        context.nivoIdOf = [&contacts = *job.contacts](const QByteArray& certificate) {
+            return contacts.getNIVOIDfromCertData(certificate);
+        };
+        context.isContact = [&contacts = *job.contacts](const QString& nivoId) {
+            return contacts.contactExists(nivoId) >= 0;
+        };
+    }
+    // Armoured files are opened as the message their text carries.
+    std::optional<UnwrappedInput> unwrapped;
+    if (CmsArmour::isArmoured(job.inputPath)) {
+        unwrapped.emplace(job.inputPath, QFileInfo(job.outputPath).absolutePath());
+        if (!unwrapped->failure().isEmpty()) {
+            return {.status = RunResult::Status::Failed,
+                    .sender = {},
+                    .detail = unwrapped->failure(),
+                    .placedPath = {}};
+        }
+    }
+    return NivoCryptoOperation::decryptFile(unwrapped ? unwrapped->path() : job.inputPath,
+                                            job.profile, job.password, job.outputPath, context,
+                                            run);
 }
 
 }  // namespace
@@ -333,7 +314,6 @@ void ProcessController::startInBackground(QList<QByteArray> certificates) {
     job.handOver = m_handOver;
     job.armoured = m_armoured && m_toEncrypt;
     job.outputPathsInUse = m_outputPathsInUse;
-    job.cancelled = m_cancelled;
     if (!m_toEncrypt) {
         job.contacts = m_environment->contacts();
     }
@@ -347,13 +327,13 @@ void ProcessController::startInBackground(QList<QByteArray> certificates) {
     const std::shared_ptr<RunEnvironment> environment = m_environment;
 
     // Parentless: it must outlive this controller until the work is done.
-    auto* watcher = new QFutureWatcher<Outcome>;
+    auto* watcher = new QFutureWatcher<RunResult>;
     connect(watcher, &QFutureWatcherBase::finished, watcher,
             [watcher, self, environment, toEncrypt, inputPath, encryptionNames] {
-                const Outcome outcome = watcher->result();
+                const RunResult outcome = watcher->result();
                 watcher->deleteLater();
-                // A failed run has placed nothing and so has nothing to remove.
-                const bool failed = !outcome.text.isEmpty();
+                // A failed or stopped run has placed nothing and so has nothing to remove.
+                const bool failed = !outcome.succeeded();
                 const QString status = failed ? LogEntry::kFailed : LogEntry::kSuccess;
                 if (toEncrypt) {
                     environment->writeToLog(LogEntry::kEncryptAction, inputPath, encryptionNames,
@@ -368,13 +348,15 @@ void ProcessController::startInBackground(QList<QByteArray> certificates) {
                         self->m_sender = outcome.sender;
                         self->m_outputPath = outcome.placedPath;
                     }
-                    Q_EMIT self->processingCompleted(outcome.text);
+                    Q_EMIT self->processingCompleted(outcome.detail);
                 }
             });
 
     // Every report is queued to the watcher's thread, in order and before the completion, so
-    // none is lost or merged however fast the work runs; they stop with this controller.
-    const ProgressReport report = [watcher, self](qint64 done, qint64 total) {
+    // none is lost or merged however fast the work runs; they stop with this controller. The
+    // answer stops the work once cancelled.
+    const ProgressReport report = [watcher, self, cancelled = m_cancelled](qint64 done,
+                                                                           qint64 total) {
         QMetaObject::invokeMethod(
             watcher,
             [self, done, total] {
@@ -383,6 +365,7 @@ void ProcessController::startInBackground(QList<QByteArray> certificates) {
                 }
             },
             Qt::QueuedConnection);
+        return !cancelled->load();
     };
     Q_EMIT progress(0, 0);
     watcher->setFuture(QtConcurrent::run(QThreadPool::globalInstance(),
@@ -394,7 +377,7 @@ void ProcessController::cancel() {
         return;
     }
     m_running = false;
-    // The work stops at its next block and discards what it wrote.
+    // The work stops at its next report of progress and discards what it wrote.
     m_cancelled->store(true);
     if (m_toEncrypt) {
         m_environment->writeToLog(LogEntry::kEncryptAction, m_inputName, encryptionLogNames(),

@@ -27,9 +27,10 @@
 // event loop, connects statusChanged and progress to its label and bar, calls processFile and
 // waits for processingCompleted: an empty text means success, anything else is the text to show
 // for the file. The Cancel button calls cancel(), which reports "Encryption cancelled" or
-// "Decryption cancelled" at once and stops the work within a block of input; the stopped work
-// still reports a second time when it ends, with its own log line ("Failed"). The controller may
-// be destroyed after its first processingCompleted: the work then still ends and logs on its own.
+// "Decryption cancelled" at once and stops the work at its next report of progress; the stopped
+// work still reports a second time when it ends, with its own log line ("Failed"). The controller
+// may be destroyed after its first processingCompleted: the work then still ends and logs on its
+// own.
 class ProcessController : public QObject {
     Q_OBJECT
 public:
