@@ -12,7 +12,7 @@
 #include "CliMessages.h"
 #include "CliPipe.h"
 #include "log/VisibleText.h"
-#include "processing/FileListModel.h"
+#include "processing/BatchRunner.h"
 #include "processing/ProcessController.h"
 #include "session/NivoGXUtil.h"
 
@@ -136,7 +136,7 @@ void CliBatch::start(bool large) {
         QFileInfo(m_files.paths[at]).absoluteFilePath(), m_profile.value_or(NivoProfile()),
         m_settings.password, m_settings.recipients,
         subFolder.isEmpty() ? m_settings.outputFolder
-                            : FileListModel::makeSubFolders(m_settings.outputFolder, subFolder),
+                            : BatchRunner::makeSubFolders(m_settings.outputFolder, subFolder),
         m_settings.toEncrypt);
     // A run always reports from the event loop, so its output is known before it ends.
     m_runs[index].reservedPath = controller->outputPath();
