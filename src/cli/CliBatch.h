@@ -1,16 +1,11 @@
 #pragma once
 
 #include <QList>
-#include <QSet>
 #include <QString>
 #include <QStringList>
-#include <memory>
-#include <optional>
-#include <vector>
 
-#include "crypto/SenderVerdict.h"
 #include "model/Contact.h"
-#include "model/NivoProfile.h"
+#include "processing/BatchRunner.h"
 
 class CliConsole;
 class CliMessages;
@@ -51,40 +46,19 @@ public:
     [[nodiscard]] bool placed() const noexcept { return m_placed; }
 
 private:
-    // What a file's run left for its result line, kept until the files before it are printed.
-    struct Run {
-        bool done = false;
-        QString outcome;
-        QString reservedPath;  // the name chosen at the start, kept from the other runs
-        QString outputPath;
-        SenderVerdict sender;
-    };
-
-    void startMore();
-    void start(bool large);
-    void completed(size_t index, const QString& result);
-    void printLine(const QString& name, const Run& run);
+    // Sets the options of the command on the run of file `index`.
+    void prepare(qsizetype index, ProcessController& controller) const;
+    void printLine(const QString& name, const BatchRunner::Result& result);
     void interrupt();
 
     CliMessages& m_messages;
     CliConsole& m_console;
     const Files& m_files;
     const Settings& m_settings;
-    std::optional<NivoProfile> m_profile;
     QString m_userNivoId;
-    QEventLoop* m_loop = nullptr;  // while run() waits
-
-    std::vector<Run> m_runs;
-    // A controller runs one file. One that has reported is kept until the next one reports, as
-    // it is still sending its signal when it does.
-    std::vector<std::unique_ptr<ProcessController>> m_controllers;
-    std::unique_ptr<ProcessController> m_retired;
-    // The outputs of the runs under way, which only appear once complete.
-    QSet<QString> m_outputsInUse;
-    size_t m_started = 0;
-    size_t m_printed = 0;
-    size_t m_underWay = 0;
-    bool m_largeUnderWay = false;
+    // While run() waits.
+    QEventLoop* m_loop = nullptr;
+    BatchRunner* m_runner = nullptr;
     bool m_allSucceeded = true;
     bool m_interrupted = false;
     bool m_placed = false;

@@ -39,9 +39,27 @@ bool listedBefore(const QString& nameA, const QString& pathA, const QString& nam
 }  // namespace
 
 FileListModel::FileListModel(std::shared_ptr<RunEnvironment> environment, QObject* parent)
-    : QAbstractTableModel(parent), m_environment(std::move(environment)) {
+    : QAbstractTableModel(parent), m_environment(std::move(environment)), m_runner(m_environment) {
     m_folderUse[0].before = m_environment->outputFolder(true);
     m_folderUse[1].before = m_environment->outputFolder(false);
+    // The run hands over one file at a time, the one at m_fileIndexCounter.
+    connect(&m_runner, &BatchRunner::itemStarting, this,
+            [this](qsizetype, ProcessController* controller) {
+                m_processController = controller;
+                Q_EMIT processStarting(controller, static_cast<int>(m_fileIndexCounter));
+            });
+    connect(&m_runner, &BatchRunner::itemFinished, this,
+            [this](qsizetype index, const QString& processResult) {
+                FolderUse& use = m_folderUse[m_runner.item(index).toEncrypt ? 0 : 1];
+                if (processResult.isEmpty()) {
+                    use.placed = true;
+                } else if (processResult != ProcessController::kEncryptionCancelled &&
+                           processResult != ProcessController::kDecryptionCancelled) {
+                    use.failed = true;
+                }
+                m_processController = nullptr;
+                handleProcessingComplete(processResult);
+            });
 }
 
 FileListModel::~FileListModel() = default;
@@ -154,19 +172,6 @@ int FileListModel::addFolderFiles(const QString& folder, const QStringList& file
         }
     }
     return added;
-}
-
-QString FileListModel::makeSubFolders(const QString& folder, const QString& subFolder) {
-    QString path = folder;
-    for (const QString& level : subFolder.split(u'/', Qt::SkipEmptyParts)) {
-        path = QDir(path).filePath(level);
-        if (!QFileInfo(path).isDir()) {
-            // Private from the start; a folder that cannot be made fails the file's write, which
-            // names it.
-            QDir().mkdir(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        }
-    }
-    return path;
 }
 
 void FileListModel::clear() {
@@ -313,35 +318,13 @@ void FileListModel::startFileProcess() {
 }
 
 void FileListModel::launch(qsizetype row, bool toEncrypt) {
-    auto* controller = new ProcessController(m_environment, this);
-    const QString outputFolder = m_environment->outputFolder(toEncrypt);
-    m_processController = controller;
-    // Only the first outcome counts: after a cancel the abandoned work reports once more, by
-    // which time the run has moved on to another row.
-    FolderUse& use = m_folderUse[toEncrypt ? 0 : 1];
-    use.folder = outputFolder;
-    connect(controller, &ProcessController::processingCompleted, this,
-            [this, controller, &use](const QString& processResult) {
-                disconnect(controller, &ProcessController::processingCompleted, this, nullptr);
-                if (processResult.isEmpty()) {
-                    use.placed = true;
-                } else if (processResult != ProcessController::kEncryptionCancelled &&
-                           processResult != ProcessController::kDecryptionCancelled) {
-                    use.failed = true;
-                }
-                controller->deleteLater();
-                if (m_processController == controller) {
-                    m_processController = nullptr;
-                }
-                handleProcessingComplete(processResult);
-            });
-    // A copy: slots of the signals below may change the list.
-    const QString path = m_fileList.at(row).filePath;
-    const QString subFolder = m_fileList.at(row).subFolder;
-    Q_EMIT processStarting(controller, static_cast<int>(row));
-    controller->processFile(path, m_environment->profile().value_or(NivoProfile{}),
-                            m_environment->password(), m_recipientList,
-                            makeSubFolders(outputFolder, subFolder), toEncrypt);
+    const FileDetails& entry = m_fileList.at(row);
+    BatchRunner::Item item{
+        entry.filePath, m_environment->outputFolder(toEncrypt),           entry.subFolder,
+        toEncrypt,      m_environment->profile().value_or(NivoProfile{}), m_environment->password(),
+        m_recipientList};
+    m_folderUse[toEncrypt ? 0 : 1].folder = item.outputFolder;
+    m_runner.add(std::move(item));
 }
 
 void FileListModel::handleProcessingComplete(const QString& processResult) {

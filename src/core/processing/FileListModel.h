@@ -11,11 +11,12 @@
 
 #include "model/Contact.h"
 #include "model/NivoProfile.h"
+#include "processing/BatchRunner.h"
 #include "processing/FileDetails.h"
 #include "processing/ProcessController.h"
 
 // The file queue behind the main window's list: the rows with their statuses, which files an
-// Encrypt or Decrypt marks, and the run that hands them one at a time to a ProcessController and
+// Encrypt or Decrypt marks, and the run that hands them one at a time to a BatchRunner and
 // moves on when it reports back. A run walks the rows by index, so rows added meanwhile are
 // appended unsorted and the queue's position follows deletions above it.
 //
@@ -24,7 +25,7 @@
 // handleRecipientSelectionComplete() or, after storing the chosen folder, calls
 // startDecryption(). To show a file's progress it connects to processStarting, which hands over
 // each file's controller before it starts. The command-line tool drives the same calls and waits
-// for processingChanged(false). The model owns every controller it makes and deletes it (later)
+// for processingChanged(false). The model's runner owns every controller and deletes it (later)
 // once it has reported, so keep a QPointer to it, not a plain pointer. Each file takes the
 // environment's profile, password and remembered output folder as it is handed over.
 class FileListModel : public QAbstractTableModel {
@@ -58,8 +59,7 @@ public:
                              // the detail; "Yes" calls clear()
     };
 
-    explicit FileListModel(std::shared_ptr<RunEnvironment> environment,
-                           QObject* parent = nullptr);
+    explicit FileListModel(std::shared_ptr<RunEnvironment> environment, QObject* parent = nullptr);
     ~FileListModel() override;
 
     [[nodiscard]] int rowCount(const QModelIndex& parent = {}) const override;
@@ -92,9 +92,6 @@ public:
     // Adds `files`, found under `folder`, so that each output keeps its place below the folder's
     // name (subFolderOf).
     int addFolderFiles(const QString& folder, const QStringList& files);
-    // Creates `subFolder` under `folder`, each new level readable by the user only, and answers
-    // the deepest one; `folder` when `subFolder` is empty.
-    [[nodiscard]] static QString makeSubFolders(const QString& folder, const QString& subFolder);
     // Empties the list; for the "Yes" of the remove-all question, which is never asked during a
     // run.
     void clear();
@@ -108,7 +105,9 @@ public:
 
     // Until the next run ends, marking leaves every row but these alone; empty: no limit. For
     // encrypting or decrypting a few chosen rows.
-    void setMarkOnly(const QStringList& paths) { m_markOnly = QSet<QString>(paths.begin(), paths.end()); }
+    void setMarkOnly(const QStringList& paths) {
+        m_markOnly = QSet<QString>(paths.begin(), paths.end());
+    }
 
     [[nodiscard]] Request encryptRequested();
     [[nodiscard]] Request decryptRequested();
@@ -172,4 +171,6 @@ private:
         bool failed = false;
     };
     std::array<FolderUse, 2> m_folderUse;
+    // Last, so that it and its controllers go first.
+    BatchRunner m_runner;
 };

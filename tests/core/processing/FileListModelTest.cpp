@@ -15,6 +15,7 @@
 
 #include "ProcessingTestKit.h"
 #include "crypto/NivoCryptoOperation.h"
+#include "processing/BatchRunner.h"
 #include "processing/FileListModel.h"
 #include "processing/ProcessController.h"
 #include "session/NivoGXUtil.h"
@@ -349,8 +350,8 @@ TEST_F(FileListModelTest, AFolderGivesItsFilesAtAnyDepthButNotHiddenOnesOrLinks)
     EXPECT_EQ(FileListModel::subFolderOf(photos + u"/."_s, photos + u"/a.jpg"_s), u"photos"_s);
 
     const QString out = kit.path(u"out"_s);
-    EXPECT_EQ(FileListModel::makeSubFolders(out, QString()), out);
-    EXPECT_EQ(FileListModel::makeSubFolders(out, u"photos/2024"_s), out + u"/photos/2024"_s);
+    EXPECT_EQ(BatchRunner::makeSubFolders(out, QString()), out);
+    EXPECT_EQ(BatchRunner::makeSubFolders(out, u"photos/2024"_s), out + u"/photos/2024"_s);
     for (const QString& level : {out + u"/photos"_s, out + u"/photos/2024"_s}) {
         EXPECT_TRUE(QFileInfo(level).isDir()) << level.toStdString();
         EXPECT_EQ(QFile::permissions(level) &
