@@ -19,7 +19,7 @@ QList<QJsonObject> jsonLines(const QString& out) {
 }
 
 TEST_F(CliTest, ABatchPrintsInTheGivenOrderAndNeverGivesTwoFilesOneName) {
-    signUp({"dora"});
+    ASSERT_NO_FATAL_FAILURE(signUp({"dora"}));
     const User& dora = *m_users[0];
     ASSERT_EQ(dora.signIn(m_url).exitCode, 0);
     const QDir files(dora.files());
@@ -93,7 +93,7 @@ TEST_F(CliTest, ABatchPrintsInTheGivenOrderAndNeverGivesTwoFilesOneName) {
 // A folder with -R: each output in the same place below the folder's name, both ways. Which
 // files a folder gives is FileListModelTest's.
 TEST_F(CliTest, AFolderGoesBothWaysInItsLayout) {
-    signUp({"rita"});
+    ASSERT_NO_FATAL_FAILURE(signUp({"rita"}));
     const User& rita = *m_users[0];
     ASSERT_EQ(rita.signIn(m_url).exitCode, 0);
     const QDir files(rita.files());

@@ -11,7 +11,7 @@ using namespace clitest;
 namespace {
 
 TEST_F(CliTest, NamesWithSeparatorsAndLineBreaksRoundTrip) {
-    signUp({"pia"});
+    ASSERT_NO_FATAL_FAILURE(signUp({"pia"}));
     const User& pia = *m_users[0];
     ASSERT_EQ(pia.signIn(m_url).exitCode, 0);
     const QString back = pia.files() + u"/back"_s;
@@ -49,7 +49,7 @@ TEST_F(CliTest, NamesWithSeparatorsAndLineBreaksRoundTrip) {
 }
 
 TEST_F(CliTest, ANameThatIsNotUtf8IsRefusedWithoutWritingAnything) {
-    signUp({"quinn"});
+    ASSERT_NO_FATAL_FAILURE(signUp({"quinn"}));
     const User& quinn = *m_users[0];
     ASSERT_EQ(quinn.signIn(m_url).exitCode, 0);
     // Latin-1 "café.txt", as an old archive or another system may have named it.

@@ -89,7 +89,7 @@ protected:
 };
 
 TEST_F(CliKillTest, AKilledRunLeavesNoOutputAndTheNextRunClearsItsTemporaries) {
-    signUp({"kate"});
+    ASSERT_NO_FATAL_FAILURE(signUp({"kate"}));
     const User& kate = *m_users[0];
     ASSERT_EQ(kate.signIn(m_url).exitCode, 0);
     const QString big = writeLarge(kate.files() + u"/big.bin"_s);
@@ -126,7 +126,7 @@ TEST_F(CliKillTest, AKilledRunLeavesNoOutputAndTheNextRunClearsItsTemporaries) {
 }
 
 TEST_F(CliKillTest, APipeRunKilledAnywhereLeavesNothing) {
-    signUp({"pia"});
+    ASSERT_NO_FATAL_FAILURE(signUp({"pia"}));
     const User& pia = *m_users[0];
     ASSERT_EQ(pia.signIn(m_url).exitCode, 0);
     const QString big = writeLarge(pia.files() + u"/big.bin"_s);
@@ -174,7 +174,7 @@ TEST_F(CliKillTest, APipeRunKilledAnywhereLeavesNothing) {
 }
 
 TEST_F(CliKillTest, AnInterruptCancelsTheFileUnderWayAndLeavesNothing) {
-    signUp({"ivan"});
+    ASSERT_NO_FATAL_FAILURE(signUp({"ivan"}));
     const User& ivan = *m_users[0];
     ASSERT_EQ(ivan.signIn(m_url).exitCode, 0);
     // Several GiB that take no room: the run goes on long after the interrupt if not stopped.

@@ -14,7 +14,7 @@ using namespace clitest;
 namespace {
 
 TEST_F(CliTest, PipesCarryFilesBothWaysAndReleaseOnlyVerifiedContent) {
-    signUp({"alice", "bob"});
+    ASSERT_NO_FATAL_FAILURE(signUp({"alice", "bob"}));
     const User& alice = *m_users[0];
     const User& bob = *m_users[1];
     QByteArray content;
@@ -64,7 +64,7 @@ TEST_F(CliTest, PipesCarryFilesBothWaysAndReleaseOnlyVerifiedContent) {
 }
 
 TEST_F(CliTest, AResultThatCannotGoOutFailsTheRunAndATerminalIsRefused) {
-    signUp({"olga"});
+    ASSERT_NO_FATAL_FAILURE(signUp({"olga"}));
     const User& olga = *m_users[0];
     ASSERT_EQ(olga.signIn(m_url).exitCode, 0);
     // More than a pipe holds, so that a reader gone is noticed.
@@ -115,7 +115,7 @@ TEST_F(CliTest, AResultThatCannotGoOutFailsTheRunAndATerminalIsRefused) {
 }
 
 TEST_F(CliTest, ArmouredFilesOpenHereAndWithOpenssl) {
-    signUp({"alice", "bob"});
+    ASSERT_NO_FATAL_FAILURE(signUp({"alice", "bob"}));
     const User& alice = *m_users[0];
     const User& bob = *m_users[1];
     const QByteArray content = QByteArray("for the mail\n").repeated(3000);

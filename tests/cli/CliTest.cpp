@@ -11,7 +11,7 @@ using namespace clitest;
 namespace {
 
 TEST_F(CliTest, FilesGoOnlyToTheirRecipientsAndNameTheSender) {
-    signUp({"alice", "bob", "carol"});
+    ASSERT_NO_FATAL_FAILURE(signUp({"alice", "bob", "carol"}));
     const User& alice = *m_users[0];
     const User& bob = *m_users[1];
     const User& carol = *m_users[2];
@@ -158,7 +158,7 @@ TEST_F(CliTest, FilesGoOnlyToTheirRecipientsAndNameTheSender) {
 }
 
 TEST_F(CliTest, ContactsAndProfileCarryOverToAnOfflineSignIn) {
-    signUp({"dave", "erin"});
+    ASSERT_NO_FATAL_FAILURE(signUp({"dave", "erin"}));
     const User& dave = *m_users[0];
     ASSERT_EQ(dave.signIn(m_url).exitCode, 0);
     ASSERT_EQ(dave.cli({u"contacts"_s, u"add"_s, u"erin"_s}, m_url).exitCode, 0);

@@ -133,7 +133,8 @@ protected:
         m_url = m_server->baseUrl();
     }
 
-    // Creates accounts for the names given, each with its own home.
+    // Creates accounts for the names given, each with its own home. Call it inside
+    // ASSERT_NO_FATAL_FAILURE: a failed sign-up must end the test, not leave it without users.
     void signUp(std::initializer_list<const char*> names) {
         for (const char* name : names) {
             auto user = std::make_unique<User>(QString::fromLatin1(name), m_root.path());
