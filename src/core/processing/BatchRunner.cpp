@@ -30,6 +30,14 @@ void BatchRunner::cancel() {
     }
 }
 
+void BatchRunner::forget() {
+    if (isBusy()) {
+        return;
+    }
+    m_items.clear();
+    m_firstUnfinished = 0;
+}
+
 QString BatchRunner::makeSubFolders(const QString& folder, const QString& subFolder) {
     QString path = folder;
     for (const QString& level : subFolder.split(u'/', Qt::SkipEmptyParts)) {

@@ -66,6 +66,10 @@ public:
     // items waiting, which never start.
     void cancel();
 
+    // Forgets every item, when nothing is under way and nothing waits (else does nothing); the
+    // next item added has index 0 again.
+    void forget();
+
     // Whether a run is under way or an item waits.
     [[nodiscard]] bool isBusy() const noexcept {
         return !m_underWay.isEmpty() || !m_waiting.empty();

@@ -379,6 +379,9 @@ void FileListModel::setProcessing(bool processing) {
     if (!processing) {
         forgetFailedFolders();
         m_markOnly.clear();
+        // Once the runner has finished with the last file: a window open all day runs batch after
+        // batch, and the runner would otherwise keep a record of each file.
+        QMetaObject::invokeMethod(this, [this] { m_runner.forget(); }, Qt::QueuedConnection);
     }
     m_isProcessing = processing;
     Q_EMIT processingChanged(processing);
