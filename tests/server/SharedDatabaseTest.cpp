@@ -23,6 +23,7 @@
 #include "PostgresCluster.h"
 #include "RawClient.h"
 #include "ServerProcess.h"
+#include "TestFiles.h"
 #include "server/AccountStore.h"
 #include "server/ClientThrottle.h"
 
@@ -99,10 +100,9 @@ protected:
         ASSERT_FALSE(database.isEmpty());
         // The password from the settings file, as the documentation advises.
         config = QDir(dir.path()).filePath(u"server.conf"_s);
-        QFile file(config);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write("database=" + database.toUtf8() + "\ndatabase-password=" +
-                   QByteArray(PostgresCluster::kPassword) + "\nsignup-interval=0\n");
+        ASSERT_TRUE(putFile(config, "database=" + database.toUtf8() + "\ndatabase-password=" +
+                                        QByteArray(PostgresCluster::kPassword) +
+                                        "\nsignup-interval=0\n"));
     }
 
     // Starts a server on the test's database; null when it did not come up.
@@ -255,16 +255,13 @@ TEST_F(SharedDatabaseTest, BehindAProxyThrottlingSeesTheClientsAddress) {
     const quint16 front = probe.serverPort();
     probe.close();
     const QString proxyConfig = QDir(dir.path()).filePath(u"haproxy.cfg"_s);
-    QFile file(proxyConfig);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(
-        u"defaults\n  mode tcp\n  timeout connect 5s\n  timeout client 30s\n"
-        "  timeout server 30s\nfrontend accounts\n  bind 127.0.0.1:%1\n"
-        "  default_backend servers\nbackend servers\n"
-        "  server one 127.0.0.1:%2 send-proxy\n"_s.arg(front)
-            .arg(QUrl(server->url).port())
-            .toUtf8());
-    file.close();
+    ASSERT_TRUE(putFile(proxyConfig,
+                        u"defaults\n  mode tcp\n  timeout connect 5s\n  timeout client 30s\n"
+                        "  timeout server 30s\nfrontend accounts\n  bind 127.0.0.1:%1\n"
+                        "  default_backend servers\nbackend servers\n"
+                        "  server one 127.0.0.1:%2 send-proxy\n"_s.arg(front)
+                            .arg(QUrl(server->url).port())
+                            .toUtf8()));
     QProcess proxy;
     proxy.setProcessChannelMode(QProcess::ForwardedChannels);
     proxy.start(haproxy, {u"-db"_s, u"-f"_s, proxyConfig});
