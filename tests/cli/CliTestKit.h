@@ -16,6 +16,8 @@
 #include <memory>
 
 #include "ServerThread.h"
+#include "TestFiles.h"
+#include "TestPki.h"
 #include "session/NivoGXUtil.h"
 
 namespace clitest {
@@ -89,10 +91,9 @@ public:
     }
 
     QString write(const QString& fileName, const QByteArray& content) const {
-        QFile file(files() + u'/' + fileName);
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(content);
-        return file.fileName();
+        const QString path = files() + u'/' + fileName;
+        EXPECT_TRUE(putFile(path, content)) << path.toStdString();
+        return path;
     }
 
 private:
@@ -150,25 +151,16 @@ protected:
     // command can make.
     QString forgeFileFor(const User& recipient, const QString& claimedName,
                          const QByteArray& content) const {
-        const QString dir = m_root.path() + u"/forgery"_s;
-        QDir().mkpath(dir);
-        QFile plain(dir + u"/plain"_s);
-        EXPECT_TRUE(plain.open(QIODevice::WriteOnly));
-        plain.write(content);
-        plain.close();
-        openssl(dir,
-                {u"req"_s, u"-x509"_s, u"-newkey"_s, u"ec"_s, u"-pkeyopt"_s,
-                 u"ec_paramgen_curve:P-256"_s, u"-nodes"_s, u"-keyout"_s, u"k.pem"_s, u"-out"_s,
-                 u"c.pem"_s, u"-days"_s, u"2"_s, u"-subj"_s, u"/CN="_s + claimedName});
-        openssl(dir, {u"x509"_s, u"-inform"_s, u"DER"_s, u"-in"_s,
-                      recipient.dataHome() + u"/NIVO-GX/cert/"_s + recipient.name() + u".cer"_s,
-                      u"-out"_s, u"recipient.pem"_s});
-        openssl(dir, {u"cms"_s, u"-sign"_s, u"-nodetach"_s, u"-binary"_s, u"-signer"_s, u"c.pem"_s,
-                      u"-inkey"_s, u"k.pem"_s, u"-in"_s, u"plain"_s, u"-outform"_s, u"DER"_s,
-                      u"-out"_s, u"signed"_s});
+        TestPki forger;
+        const TestPki::Identity self = forger.createSelfSigned(claimedName);
+        TestPki::Identity to;
+        to.certPath =
+            forger.writeFile(u"recipient.pem"_s,
+                             forger.openssl({u"x509"_s, u"-inform"_s, u"DER"_s},
+                                            fileBytes(recipient.dataHome() + u"/NIVO-GX/cert/"_s +
+                                                      recipient.name() + u".cer"_s)));
         const QString path = recipient.files() + u"/forged.tvf"_s;
-        openssl(dir, {u"cms"_s, u"-encrypt"_s, u"-binary"_s, u"-aes256"_s, u"-in"_s, u"signed"_s,
-                      u"-outform"_s, u"DER"_s, u"-out"_s, path, u"recipient.pem"_s});
+        EXPECT_TRUE(putFile(path, forger.encrypt(forger.sign(content, {&self}), {&to})));
         return path;
     }
 

@@ -21,6 +21,7 @@
 #include "filelist/FileController.h"
 #include "log/LogViewerController.h"
 #include "session/NivoGXUtil.h"
+#include "session/SignIn.h"
 #include "shell/AppDelegate.h"
 #include "shell/DialogPrompter.h"
 
@@ -157,12 +158,10 @@ TEST_F(AppDelegateTest, SignOutForgetsThePasswordAndQuits) {
     leaveCompleteSignIn(QStringLiteral("erin"));
     app.applicationDidFinishLaunching();
     ASSERT_NE(app.fileController(), nullptr);
-    const QString pfx = NivoGXUtil::pfxPath();
     app.fileController()->findChild<QAction*>(QStringLiteral("logoutAction"))->trigger();
     EXPECT_EQ(terminate.count(), 1);
-    EXPECT_EQ(NivoGXUtil::getNivoUsername(), QStringLiteral("erin"));
-    EXPECT_TRUE(NivoGXUtil::getNivoPassword().isEmpty());
-    EXPECT_FALSE(QFileInfo::exists(pfx));
+    // What sign-out keeps and forgets is FoldersAndSignInTest's and CredentialStoreTest's.
+    EXPECT_FALSE(NivoGXUtil::hasRequiredCredentials());
     EXPECT_EQ(prompter.count(), 0) << "sign-out does not ask";
 }
 
@@ -319,12 +318,11 @@ TEST_F(AppDelegateTest, ClosingTheMainWindowAsksAboutSignOutAndQuitsEitherWay) {
 }
 
 TEST_F(AppDelegateTest, ExportedProfileSignsInOnceTheServerIsGone) {
+    // Signed in as the sign-in window does it; SignInWindowTest walks the window.
     createAccount(QStringLiteral("alice"), QStringLiteral("pw"));
+    ASSERT_FALSE(SignIn::keep(u"alice"_s, u"pw"_s, SignIn::requestProfile(u"alice"_s, u"pw"_s)));
     app.applicationDidFinishLaunching();
-    typeInto(app.loginController(), "fieldUsername", QStringLiteral("alice"));
-    typeInto(app.loginController(), "fieldPassword", QStringLiteral("pw"));
-    clickButton(app.loginController(), "loginButton");
-    ASSERT_TRUE(eventually([&] { return app.fileController() != nullptr; }));
+    ASSERT_NE(app.fileController(), nullptr);
 
     const QString chosen = QDir(sandbox.root()).filePath(QStringLiteral("profile.txt"));
     prompter.answerSave(chosen);

@@ -15,6 +15,7 @@
 
 #include "ScriptedHttpsServer.h"
 #include "ScriptedPrompter.h"
+#include "TestFiles.h"
 #include "TestPki.h"
 #include "UserSandbox.h"
 #include "account/AccountServer.h"
@@ -142,9 +143,7 @@ int main(int argc, char* argv[]) {
          {QStringLiteral("inbox/photo-0042.jpg.tvf"), QStringLiteral("work/budget 2027.xlsx"),
           QStringLiteral("work/minutes.txt")}) {
         QDir().mkpath(QFileInfo(root.filePath(name)).path());
-        if (QFile file(root.filePath(name)); file.open(QIODevice::WriteOnly)) {
-            file.write("not a protected file");
-        }
+        (void)putFile(root.filePath(name), "not a protected file");
     }
     const TestPki::Identity bob =
         TestPki::devService().createUser(QStringLiteral("bob"), TestPki::KeyType::Ec);

@@ -15,6 +15,7 @@
 
 #include "RawClient.h"
 #include "ServerProcess.h"
+#include "TestFiles.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -105,11 +106,8 @@ TEST_F(ServerProcessTest, SecretsAreOwnerOnlyAndLooserModesAreRefused) {
 
 TEST_F(ServerProcessTest, SettingsFileFlagsWinAndRequestsAreLoggedWithoutPasswords) {
     const QString config = QDir(dir.path()).filePath(u"server.conf"_s);
-    QFile file(config);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write("listen=127.0.0.1:0\ndata-dir=" + QFile::encodeName(dataDir()) +
-               "\nmin-password-length=12\n");
-    file.close();
+    ASSERT_TRUE(putFile(config, "listen=127.0.0.1:0\ndata-dir=" + QFile::encodeName(dataDir()) +
+                                    "\nmin-password-length=12\n"));
     const QString url =
         server.start({u"--config"_s, config, u"--dev"_s, u"--min-password-length"_s, u"9"_s});
     ASSERT_FALSE(url.isEmpty());

@@ -2,9 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <QFile>
 #include <QHash>
 #include <QProcess>
+
+#include "TestFiles.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -203,12 +204,31 @@ QByteArray TestPki::openssl(const QStringList& arguments, const QByteArray& inpu
     return process.readAllStandardOutput();
 }
 
+QByteArray TestPki::sign(const QByteArray& content, const QList<const Identity*>& signers,
+                         const QStringList& extraArguments) const {
+    QStringList arguments{u"cms"_s,     u"-sign"_s,    u"-nodetach"_s,
+                          u"-binary"_s, u"-outform"_s, u"DER"_s};
+    for (const Identity* signer : signers) {
+        arguments << u"-signer"_s << signer->certPath << u"-inkey"_s << signer->keyPath;
+    }
+    return openssl(arguments + extraArguments, content);
+}
+
+QByteArray TestPki::encrypt(const QByteArray& content, const QList<const Identity*>& recipients,
+                            const QStringList& extraArguments) const {
+    // Options after a recipient apply to that recipient (e.g. -keyopt), so they come first.
+    QStringList arguments =
+        QStringList{u"cms"_s, u"-encrypt"_s, u"-binary"_s, u"-outform"_s, u"DER"_s} +
+        extraArguments;
+    for (const Identity* recipient : recipients) {
+        arguments << recipient->certPath;
+    }
+    return openssl(arguments, content);
+}
+
 QString TestPki::writeFile(const QString& name, const QByteArray& bytes) const {
     const QString filePath = path(name);
-    QFile file(filePath);
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size()) {
-        ADD_FAILURE() << "cannot write " << filePath.toStdString();
-    }
+    EXPECT_TRUE(putFile(filePath, bytes)) << filePath.toStdString();
     return filePath;
 }
 

@@ -64,6 +64,14 @@ public:
     QByteArray openssl(const QStringList& arguments, const QByteArray& input = {},
                        int* exitCode = nullptr) const;
 
+    // `openssl cms -sign -nodetach` of `content` by the signers, in the order given, as DER.
+    [[nodiscard]] QByteArray sign(const QByteArray& content, const QList<const Identity*>& signers,
+                                  const QStringList& extraArguments = {}) const;
+    // `openssl cms -encrypt` of `content` for the recipients, as DER.
+    [[nodiscard]] QByteArray encrypt(const QByteArray& content,
+                                     const QList<const Identity*>& recipients,
+                                     const QStringList& extraArguments = {}) const;
+
     // Writes `bytes` to a file in the PKI directory and returns its path.
     QString writeFile(const QString& name, const QByteArray& bytes) const;
     [[nodiscard]] QString path(const QString& name) const;

@@ -4,6 +4,7 @@
 #include <QJsonDocument>
 #include <QSslCertificate>
 
+#include "TestFiles.h"
 #include "account/NivoProfileUtil.h"
 
 namespace {
@@ -62,8 +63,7 @@ TEST(NivoProfileUtilTest, HexConversions) {
 namespace {
 
 QByteArray devFile(const char* name) {
-    QFile file(QStringLiteral(NIVOGX_SOURCE_DIR "/certs/dev/") + QString::fromLatin1(name));
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    return fileBytes(QStringLiteral(NIVOGX_SOURCE_DIR "/certs/dev/") + QString::fromLatin1(name));
 }
 
 TEST(NivoProfileUtilTest, CertificateChecksFollowTheChainAndRejectDamage) {

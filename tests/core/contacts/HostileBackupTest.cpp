@@ -1,6 +1,7 @@
-// Contact backups that are not what they claim: SQLite files of some other program, a CONTACT
-// table with values of the wrong kinds, a 100 MB certificate, a file cut short in the middle of
-// its data. None of them may put anything unusable into the user's contacts, and none is written.
+// Contact backups that are not what they claim: text, empty files, SQLite files of some other
+// program, a CONTACT table with values of the wrong kinds, a 100 MB certificate, a file cut short
+// in the middle of its data. None of them may put anything unusable into the user's contacts,
+// and none is written.
 #include <gtest/gtest.h>
 
 #include "TestPki.h"
@@ -56,13 +57,25 @@ protected:
     QByteArray m_live;
 };
 
-TEST_F(HostileBackupTest, ADatabaseOfAnotherProgramIsRefused) {
-    const QString path = database(QStringLiteral("other.cbkm"),
-                                  {"create table NOTES (ID integer primary key, Text text)",
-                                   "insert into NOTES (Text) values ('not a contact')",
-                                   "create table CONTACTS (NivoID text, CertData blob)",
-                                   "insert into CONTACTS values ('mallory', x'3082')"});
-    EXPECT_EQ(import(path), QStringLiteral("Unable to retrieve contacts from file."));
+TEST_F(HostileBackupTest, WhatIsNotAContactDatabaseIsRefused) {
+    const QString text = file(QStringLiteral("notes.cbkm"));
+    ASSERT_TRUE(putFile(text, QByteArray(4096, 'z')));
+    const QString empty = file(QStringLiteral("empty.cbkm"));
+    ASSERT_TRUE(putFile(empty));
+    const QString other = database(QStringLiteral("other.cbkm"),
+                                   {"create table NOTES (ID integer primary key, Text text)",
+                                    "insert into NOTES (Text) values ('not a contact')",
+                                    "create table CONTACTS (NivoID text, CertData blob)",
+                                    "insert into CONTACTS values ('mallory', x'3082')"});
+    for (const QString& path : {text, empty, other}) {
+        EXPECT_EQ(import(path), QStringLiteral("Unable to retrieve contacts from file."));
+        const QByteArray before = fileDigest(path);
+        EXPECT_EQ(NivoGXUtil::importContactMapping(path), QStringLiteral(""));
+        EXPECT_EQ(fileDigest(path), before);
+    }
+    // A file that cannot be opened at all imports nothing, silently, and is not made.
+    EXPECT_EQ(import(file(QStringLiteral("missing.cbkm"))), QStringLiteral(""));
+    EXPECT_FALSE(QFile::exists(file(QStringLiteral("missing.cbkm"))));
     expectContactsUnchanged();
 }
 

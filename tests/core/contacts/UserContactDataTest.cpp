@@ -207,28 +207,6 @@ TEST_F(UserContactDataTest, ImportTakesOnlyVerifiedKeysSkipsTheOwnAccountAndTwic
     EXPECT_EQ(fileDigest(backup), before);
 }
 
-TEST_F(UserContactDataTest, AFileThatIsNotAContactDatabaseIsRefusedAndNothingChanges) {
-    NivoGXUtil::addContact(contact(QStringLiteral("bob"), QStringLiteral("Bob"), "B"));
-    const QByteArray live = fileDigest(livePath());
-
-    const QString text = file(QStringLiteral("notes.cbkm"));
-    ASSERT_TRUE(putFile(text, QByteArray(4096, 'z')));
-    const QString empty = file(QStringLiteral("empty.cbkm"));
-    ASSERT_TRUE(putFile(empty, QByteArray()));
-    for (const QString& path : {text, empty}) {
-        const QByteArray before = fileDigest(path);
-        EXPECT_EQ(NivoGXUtil::importContacts(path),
-                  QStringLiteral("Unable to retrieve contacts from file."));
-        EXPECT_EQ(fileDigest(path), before);
-        EXPECT_EQ(NivoGXUtil::importContactMapping(path), QStringLiteral(""));
-        EXPECT_EQ(fileDigest(path), before);
-    }
-    // A file that cannot be opened at all imports nothing, silently.
-    EXPECT_EQ(NivoGXUtil::importContacts(file(QStringLiteral("missing.cbkm"))), QStringLiteral(""));
-    EXPECT_FALSE(QFile::exists(file(QStringLiteral("missing.cbkm"))));
-    EXPECT_EQ(fileDigest(livePath()), live);
-}
-
 TEST_F(UserContactDataTest, MappingImportTakesOverPresetsByNameWithTheirMemberIdsAsTheyStand) {
     NivoGXUtil::saveContactPreset({QStringLiteral("TEAM"), {5}});
     NivoGXUtil::saveContactPreset({QStringLiteral("mine"), {6}});

@@ -53,7 +53,7 @@ protected:
     // The outline of `message` as read from a file, and how far into the file it read.
     std::pair<CmsOutline, qint64> outlineOfFile(const QByteArray& message) {
         const QString path = out(u"outlined.tvf"_s);
-        writeFile(path, message);
+        EXPECT_TRUE(putFile(path, message));
         QFile file(path);
         EXPECT_TRUE(file.open(QIODevice::ReadOnly));
         const CmsOutline outline = CmsOutline::inspect(file, {carol().certDer, bob().certDer});
@@ -71,9 +71,9 @@ TEST_F(CmsOutlineTest, TheOutlineIsTheSameWhateverTheContentSize) {
         QString encryption;
     } messages[] = {
         {"ours", aliceToBob("x"_ba), aliceToBob(large), u"EnvelopedData"_s, u"aes-256-cbc"_s},
-        {"authenticated", opensslEncrypt(pki(), "x"_ba, {&alice(), &bob()}, {u"-aes-256-gcm"_s}),
-         opensslEncrypt(pki(), large, {&alice(), &bob()}, {u"-aes-256-gcm"_s}),
-         u"AuthEnvelopedData"_s, u"aes-256-gcm"_s},
+        {"authenticated", pki().encrypt("x"_ba, {&alice(), &bob()}, {u"-aes-256-gcm"_s}),
+         pki().encrypt(large, {&alice(), &bob()}, {u"-aes-256-gcm"_s}), u"AuthEnvelopedData"_s,
+         u"aes-256-gcm"_s},
     };
     for (const auto& m : messages) {
         SCOPED_TRACE(m.name);

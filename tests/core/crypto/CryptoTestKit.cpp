@@ -59,39 +59,15 @@ CmsPtr envelope(const TestPki::Identity& recipient, const QByteArray& content, i
     return cms;
 }
 
-QStringList pathsOf(const QList<const TestPki::Identity*>& identities, bool withKeys) {
-    QStringList arguments;
-    for (const TestPki::Identity* identity : identities) {
-        if (withKeys) {
-            arguments << u"-signer"_s << identity->certPath << u"-inkey"_s << identity->keyPath;
-        } else {
-            arguments << identity->certPath;
-        }
-    }
-    return arguments;
-}
-
 Decrypted finish(const QString& outcome, const QString& sender, const QString& outputPath) {
     Decrypted result{outcome, sender, QFile::exists(outputPath), {}, {}};
     if (result.outputWritten) {
-        result.output = readFile(outputPath);
+        result.output = fileBytes(outputPath);
     }
     return result;
 }
 
 }  // namespace
-
-QByteArray readFile(const QString& path) {
-    QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << path.toStdString();
-    return file.readAll();
-}
-
-void writeFile(const QString& path, const QByteArray& bytes) {
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    ASSERT_EQ(file.write(bytes), bytes.size());
-}
 
 QByteArray tlv(quint8 tag, const QByteArray& content) {
     QByteArray length;
@@ -134,26 +110,6 @@ Decrypted decryptFileAs(const TestPki::Identity& identity, const QString& loginN
         inputPath, TestPki::profileFor(identity, loginName), TestPki::kPassword, outputPath,
         sender);
     return finish(outcome, sender, outputPath);
-}
-
-QByteArray opensslSign(const TestPki& pki, const QByteArray& content,
-                       const QList<const TestPki::Identity*>& signers,
-                       const QStringList& extraArguments) {
-    QStringList arguments{u"cms"_s, u"-sign"_s, u"-nodetach"_s, u"-binary"_s, u"-outform"_s,
-                          u"DER"_s};
-    arguments += pathsOf(signers, true);
-    arguments += extraArguments;
-    return pki.openssl(arguments, content);
-}
-
-QByteArray opensslEncrypt(const TestPki& pki, const QByteArray& content,
-                          const QList<const TestPki::Identity*>& recipients,
-                          const QStringList& extraArguments) {
-    QStringList arguments{u"cms"_s, u"-encrypt"_s, u"-binary"_s, u"-outform"_s, u"DER"_s};
-    arguments += extraArguments;
-    // Options after a recipient apply to that recipient (e.g. -keyopt), so they come first.
-    arguments += pathsOf(recipients, false);
-    return pki.openssl(arguments, content);
 }
 
 QByteArray envelopeLabelled(const TestPki::Identity& recipient, const QByteArray& content,
@@ -200,7 +156,7 @@ QByteArray PeopleTest::aliceToBob(const QByteArray& content) {
                                                TestPki::profileFor(alice(), u"alice"_s),
                                                TestPki::kPassword, {bob().certDer}, path),
               QString());
-    const QByteArray message = CryptoTestKit::readFile(path);
+    const QByteArray message = fileBytes(path);
     QFile::remove(path);
     return message;
 }

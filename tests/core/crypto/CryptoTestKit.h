@@ -1,22 +1,19 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <QByteArray>
 #include <QList>
 #include <QString>
-
-#include <gtest/gtest.h>
-
 #include <QTemporaryDir>
 
+#include "TestFiles.h"
 #include "TestPki.h"
 #include "crypto/NivoCryptoOperation.h"
 
-// Helpers shared by the crypto tests: file access, DER building, outcomes of decryption, and
+// Helpers shared by the crypto tests: DER building, outcomes of decryption, and
 // messages built directly with OpenSSL for shapes the openssl command cannot produce.
 namespace CryptoTestKit {
-
-[[nodiscard]] QByteArray readFile(const QString& path);
-void writeFile(const QString& path, const QByteArray& bytes);
 
 // One DER TLV with a single-byte tag.
 [[nodiscard]] QByteArray tlv(quint8 tag, const QByteArray& content);
@@ -41,15 +38,6 @@ inline const QString kSenderUntouched = QStringLiteral("(sender untouched)");
 [[nodiscard]] Decrypted decryptFileAs(const TestPki::Identity& identity,
                                       const QString& loginName, const QString& inputPath,
                                       const QString& outputPath);
-
-// `openssl cms -sign -nodetach` of `content` by the signers, in the order given, as DER.
-[[nodiscard]] QByteArray opensslSign(const TestPki& pki, const QByteArray& content,
-                                     const QList<const TestPki::Identity*>& signers,
-                                     const QStringList& extraArguments = {});
-// `openssl cms -encrypt` of `content` for the recipients, as DER.
-[[nodiscard]] QByteArray opensslEncrypt(const TestPki& pki, const QByteArray& content,
-                                        const QList<const TestPki::Identity*>& recipients,
-                                        const QStringList& extraArguments = {});
 
 // EnvelopedData (AES-256-CBC) for `recipient` around `content`, labelled with the content type
 // `contentTypeNid`.

@@ -116,7 +116,7 @@ protected:
     // Bob opens `message` with both variants; each must refuse it cleanly. Returns the texts.
     QStringList refusedByBoth(const QByteArray& message, const std::string& what) {
         const QString input = out(u"hostile.tvf"_s);
-        writeFile(input, message);
+        EXPECT_TRUE(putFile(input, message));
         const Decrypted inMemory = decryptAs(bob(), u"bob"_s, message, out(u"plain"_s));
         const Decrypted fromFile = decryptFileAs(bob(), u"bob"_s, input, out(u"plain"_s));
         for (const Decrypted* result : {&inMemory, &fromFile}) {
@@ -189,8 +189,7 @@ TEST_F(HostileProtectedFileTest, HugeDeclaredLengthsAreRefusedWithoutReadingOn) 
 }
 
 TEST_F(HostileProtectedFileTest, TenThousandRecipientsAreSearchedAndTheOwnEntryFound) {
-    const QByteArray signedContent =
-        opensslSign(pki(), "for many eyes"_ba, {&alice()});
+    const QByteArray signedContent = pki().sign("for many eyes"_ba, {&alice()});
     QList<const QByteArray*> recipients;
     for (int i = 0; i < 10'000; ++i) {
         recipients << &carol().certDer;
@@ -213,7 +212,7 @@ TEST_F(HostileProtectedFileTest, TenThousandRecipientsAreSearchedAndTheOwnEntryF
 TEST_F(HostileProtectedFileTest, NestingAThousandDeepIsRefused) {
     // A thousand enveloped layers, each addressed to Bob: only a signed layer may follow an
     // enveloped one, so opening stops at the second.
-    QByteArray layered = opensslSign(pki(), "deep inside"_ba, {&alice()});
+    QByteArray layered = pki().sign("deep inside"_ba, {&alice()});
     for (int i = 0; i < 1'000; ++i) {
         layered = envelopeLabelled(bob(), layered, NID_pkcs7_enveloped);
     }
@@ -222,8 +221,7 @@ TEST_F(HostileProtectedFileTest, NestingAThousandDeepIsRefused) {
     }
 
     // The real ciphertext for Bob, cut into a BER string of strings 1,000 levels deep.
-    const QByteArray real =
-        envelopeFor({&bob().certDer}, opensslSign(pki(), "deep inside"_ba, {&alice()}));
+    const QByteArray real = envelopeFor({&bob().certDer}, pki().sign("deep inside"_ba, {&alice()}));
     const QList<QByteArray> contentInfo = children(real);
     const QList<QByteArray> enveloped = children(children(contentInfo[1])[0]);
     const QList<QByteArray> encryptedContent = children(enveloped[2]);

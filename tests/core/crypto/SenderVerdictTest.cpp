@@ -32,8 +32,8 @@ protected:
     // A file signed by `signer` (certificate included unless told otherwise) for Carol, opened.
     Decrypted openFrom(const TestPki& issuer, const TestPki::Identity& signer,
                        const QStringList& signArguments = {}, bool requireVerified = false) {
-        const QByteArray message = opensslEncrypt(
-            pki(), opensslSign(issuer, "the content"_ba, {&signer}, signArguments), {&carol()});
+        const QByteArray message =
+            pki().encrypt(issuer.sign("the content"_ba, {&signer}, signArguments), {&carol()});
         NivoCryptoOperation::SenderContext judged = context();
         judged.requireVerified = requireVerified;
         return decryptJudged(carol(), u"carol"_s, message, out(u"opened%1"_s.arg(++m_files)),
@@ -44,8 +44,8 @@ protected:
     // DER SignedData; built with OpenSSL itself, as the openssl command cannot date a signature.
     static QByteArray signedAt(const TestPki::Identity& signer, const char* signedAt) {
         // The memory BIOs borrow the bytes, which outlive them here.
-        const QByteArray certificatePem = readFile(signer.certPath);
-        const QByteArray keyPem = readFile(signer.keyPath);
+        const QByteArray certificatePem = fileBytes(signer.certPath);
+        const QByteArray keyPem = fileBytes(signer.keyPath);
         const auto pem = [](const QByteArray& bytes) {
             return std::unique_ptr<BIO, decltype(&BIO_free)>(
                 BIO_new_mem_buf(bytes.constData(), static_cast<int>(bytes.size())), &BIO_free);
@@ -77,8 +77,7 @@ protected:
     }
 
     SenderVerdict::Trust trustOfDated(const TestPki::Identity& signer, const char* when) {
-        const QByteArray message = opensslEncrypt(
-            pki(), signedAt(signer, when), {&carol()});
+        const QByteArray message = pki().encrypt(signedAt(signer, when), {&carol()});
         const Decrypted opened = decryptJudged(carol(), u"carol"_s, message,
                                                out(u"dated%1"_s.arg(++m_files)), context());
         EXPECT_EQ(opened.outcome, u""_s);

@@ -9,6 +9,7 @@
 #include <QTemporaryDir>
 
 #include "ScriptedHttpsServer.h"
+#include "TestFiles.h"
 #include "net/HttpRequest.h"
 
 namespace {
@@ -16,9 +17,9 @@ namespace {
 QList<QSslCertificate> devCommCas() {
     QList<QSslCertificate> cas;
     for (const char* name : {"comm-root.cer", "comm-intermediate.cer"}) {
-        QFile file(QStringLiteral(NIVOGX_SOURCE_DIR "/certs/dev/") + QString::fromLatin1(name));
-        EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << name;
-        cas.append(QSslCertificate(file.readAll(), QSsl::Der));
+        cas.append(QSslCertificate(
+            fileBytes(QStringLiteral(NIVOGX_SOURCE_DIR "/certs/dev/") + QString::fromLatin1(name)),
+            QSsl::Der));
     }
     return cas;
 }

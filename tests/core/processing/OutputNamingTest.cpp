@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QTemporaryDir>
 
+#include "TestFiles.h"
 #include "processing/FileDetails.h"
 #include "processing/ProcessController.h"
 
@@ -31,8 +32,7 @@ TEST_P(OutputNamingTest, PicksTheExpectedFreeName) {
     const NamingCase& c = GetParam();
     QTemporaryDir dir;
     for (const QString& name : c.existing) {
-        QFile file(dir.filePath(name));
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        ASSERT_TRUE(putFile(dir.filePath(name)));
     }
     EXPECT_EQ(ProcessController::generateOutputFilePath(dir.path(), c.fileName, c.toEncrypt),
               dir.filePath(c.expected));

@@ -42,16 +42,12 @@ protected:
     }
 
     QByteArray decryptAs(const NivoProfile& profile, const QString& protectedPath) {
-        QFile file(protectedPath);
-        EXPECT_TRUE(file.open(QIODevice::ReadOnly));
         QString sender;
         const QString plainPath = kit.path(u"check.bin"_s);
-        EXPECT_EQ(NivoCryptoOperation::decryptData(file.readAll(), profile, TestPki::kPassword,
-                                                   plainPath, sender),
+        EXPECT_EQ(NivoCryptoOperation::decryptData(fileBytes(protectedPath), profile,
+                                                   TestPki::kPassword, plainPath, sender),
                   u""_s);
-        QFile plain(plainPath);
-        EXPECT_TRUE(plain.open(QIODevice::ReadOnly));
-        const QByteArray content = plain.readAll();
+        const QByteArray content = fileBytes(plainPath);
         QFile::remove(plainPath);
         return content;
     }

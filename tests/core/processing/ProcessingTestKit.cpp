@@ -7,6 +7,7 @@
 #include <QFile>
 #include <QThreadPool>
 
+#include "TestFiles.h"
 #include "crypto/NivoCryptoOperation.h"
 #include "session/NivoGXUtil.h"
 
@@ -52,9 +53,7 @@ QString ProcessingTestKit::path(const QString& relative) const {
 QString ProcessingTestKit::writeFile(const QString& relative, const QByteArray& content) const {
     const QString p = path(relative);
     QDir().mkpath(QFileInfo(p).path());
-    QFile file(p);
-    EXPECT_TRUE(file.open(QIODevice::WriteOnly)) << p.toStdString();
-    file.write(content);
+    EXPECT_TRUE(putFile(p, content)) << p.toStdString();
     return p;
 }
 
