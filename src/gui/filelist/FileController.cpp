@@ -63,7 +63,6 @@ const char* const kSelectDecryptFolder =
 
 constexpr int kFileColumnWidth = 420;
 constexpr qsizetype kManyFilesLimit = 1000;
-constexpr int kStatusMessageMs = 8000;
 constexpr int kProcessWindowMargin = 48;
 
 }  // namespace
@@ -251,7 +250,7 @@ void FileController::filesDropped(const QStringList& paths) {
 
 // Folders dropped or handed over by a later launch are not added, but not without a word.
 void FileController::showFoldersSkipped() {
-    statusBar()->showMessage(tr(kFoldersSkipped), kStatusMessageMs);
+    statusBar()->showMessage(tr(kFoldersSkipped), RunStatus::kStatusMessageMs);
 }
 
 void FileController::setRunEndNotifier(RunStatus::RunEndNotifier notifier,

@@ -12,12 +12,10 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-const char* const kTitle = QT_TRANSLATE_NOOP("RunStatus", "NIVO-GX");
 const char* const kRunDone = QT_TRANSLATE_NOOP("RunStatus", "%1 of %2 files done");
 const char* const kRunFailed = QT_TRANSLATE_NOOP("RunStatus", "%1 failed: see the list.");
 const char* const kRunProgress = QT_TRANSLATE_NOOP("RunStatus", "%1 %2 of %3");
 
-constexpr int kStatusMessageMs = 8000;
 // A run this long is one the user may have turned away from.
 constexpr std::chrono::milliseconds kNotifyAfter{5000};
 
@@ -91,6 +89,6 @@ void RunStatus::notifyDesktop(const QString& summary) {
             m_tray = new QSystemTrayIcon(m_window.windowIcon(), this);
         }
         m_tray->show();
-        m_tray->showMessage(tr(kTitle), summary);
+        m_tray->showMessage(m_window.windowTitle(), summary);
     }
 }

@@ -18,6 +18,9 @@ class RunStatus final : public QObject {
     Q_OBJECT
 
 public:
+    // How long a message stays in the main window's status bar.
+    static constexpr int kStatusMessageMs = 8000;
+
     // The bar goes into `window`'s status bar; `pendingFiles` counts the files still waiting.
     RunStatus(QMainWindow& window, std::function<qsizetype()> pendingFiles);
 
